@@ -1,0 +1,28 @@
+# tm_subsystem_library(NAME [DEPS ...]): one static library from the *.cpp
+# files of the calling folder (not its subfolders unless listed in EXTRA).
+function(tm_subsystem_library name)
+  cmake_parse_arguments(ARG "" "" "DEPS;EXTRA_GLOBS" ${ARGN})
+  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  foreach(g ${ARG_EXTRA_GLOBS})
+    file(GLOB more CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${g})
+    list(APPEND srcs ${more})
+  endforeach()
+  if(srcs)
+    add_library(${name} STATIC ${srcs})
+    target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+  else()
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE ${ARG_DEPS})
+  endif()
+endfunction()
+
+# tm_test_suite(NAME DIR DEPS...): one GoogleTest program from tests/DIR/*.cpp.
+function(tm_test_suite name dir)
+  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp)
+  if(srcs)
+    add_executable(${name} ${srcs})
+    target_link_libraries(${name} PRIVATE ${ARGN} GTest::gtest GTest::gtest_main)
+    target_compile_definitions(${name} PRIVATE TM_TEST_DATA_DIR="${CMAKE_CURRENT_SOURCE_DIR}/data")
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  endif()
+endfunction()
