@@ -10,6 +10,10 @@
 
 #include "pdfcore/CosObj.h"
 
+// Starts the core layers above memory and errors: registers the security
+// handlers.  Called once after VellumInit.
+void CosCoreInit();
+
 // Creates an empty document with an empty trailer.
 CosDoc CosDocCreate();
 // Closes the document and frees every object it owns.
