@@ -1,0 +1,228 @@
+// The object model's rules: lookups, ownership, kinds, handles and copying.
+#include <gtest/gtest.h>
+
+#include "pdfcore/CosInternal.h"
+#include "pdfcore/CosNames.h"
+#include "pdfcore/PDDoc.h"
+
+namespace {
+
+ASInt32 ErrorNumberOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const CVellumError& e) {
+        return e.GetErrorCode();
+    }
+    return 0;
+}
+
+class CosObjTest : public ::testing::Test {
+protected:
+    void SetUp() override { doc = CosDocCreate(); }
+    void TearDown() override { CosDocClose(doc); }
+    CosDoc doc = nullptr;
+};
+
+const ASAtom kA = ASAtomFromString("A");
+const ASAtom kB = ASAtomFromString("B");
+const ASAtom kC = ASAtomFromString("C");
+
+TEST_F(CosObjTest, DictionaryKeepsOrderReplacesInPlaceAndClosesGaps) {
+    CosObj d = CosNewDict(doc, false);
+    CosDictPut(d, kA, CosNewInteger(doc, false, 1));
+    CosDictPut(d, kB, CosNewInteger(doc, false, 2));
+    CosDictPut(d, kC, CosNewInteger(doc, false, 3));
+    CosDictPut(d, kA, CosNewInteger(doc, false, 10));
+    ASSERT_EQ(CosDictCount(d), 3);
+    EXPECT_EQ(CosDictKeyAt(d, 0), kA);
+    EXPECT_EQ(CosIntegerValue(CosDictGet(d, kA)), 10);
+    CosDictRemove(d, kB);
+    ASSERT_EQ(CosDictCount(d), 2);
+    EXPECT_EQ(CosDictKeyAt(d, 1), kC);
+    // Missing keys read as the shared null and removing them does nothing.
+    EXPECT_EQ(CosDictGet(d, kB), CosNewNull());
+    CosDictRemove(d, kB);
+    EXPECT_EQ(CosDictCount(d), 2);
+    CosObjDestroy(d);
+}
+
+TEST_F(CosObjTest, ArrayOutOfRangeGivesNull) {
+    CosObj a = CosNewArray(doc, false);
+    CosArrayAppend(a, CosNewName(doc, false, kA));
+    EXPECT_EQ(CosArrayGet(a, -1), CosNewNull());
+    EXPECT_EQ(CosArrayGet(a, 1), CosNewNull());
+    EXPECT_EQ(CosNameValue(CosArrayGet(a, 0)), kA);
+    CosArrayRemoveAt(a, 0);
+    EXPECT_EQ(CosArrayLength(a), 0);
+    CosObjDestroy(a);
+}
+
+TEST_F(CosObjTest, NumberKindFollowsWholeness) {
+    CosObj three = CosNewNumber(doc, false, 3.0);
+    CosObj half = CosNewNumber(doc, false, 3.5);
+    EXPECT_EQ(CosObjGetType(three), kCosInteger);
+    EXPECT_EQ(CosObjGetType(half), kCosFixed);
+    EXPECT_EQ(CosIntegerValue(half), 4);  // rounded, halves away from zero
+    EXPECT_DOUBLE_EQ(CosFixedValue(three), 3.0);
+    CosObjDestroy(three);
+    CosObjDestroy(half);
+}
+
+TEST_F(CosObjTest, AtomsTrimBlanksButNotShortTexts) {
+    EXPECT_EQ(ASAtomFromString("  MediaBox "), cosnames::MediaBox);
+    EXPECT_EQ(ASAtomFromString(" MediaBox"), cosnames::MediaBox);
+    EXPECT_NE(ASAtomFromString(" "), ASAtomFromString(""));
+    EXPECT_STREQ(ASAtomGetString(cosnames::Type), "Type");
+}
+
+TEST_F(CosObjTest, TypedGettersRaiseTheirOwnMessages) {
+    CosObj n = CosNewInteger(doc, false, 1);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosNameValue(n); })), kErrExpectedName);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosDictGet(n, kA); })), kErrExpectedDict);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosArrayLength(n); })), kErrExpectedArray);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosStringValue(n, nullptr); })), kErrExpectedString);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosBooleanValue(n); })), kErrExpectedBoolean);
+    EXPECT_EQ(ErrGetSystem(ErrorNumberOf([&] { CosNameValue(n); })), ErrSysCos);
+    CosObjDestroy(n);
+}
+
+TEST_F(CosObjTest, DirectObjectsHaveOneContainerAndOneDocument) {
+    CosObj d1 = CosNewDict(doc, false);
+    CosObj d2 = CosNewDict(doc, false);
+    CosObj v = CosNewInteger(doc, false, 7);
+    CosDictPut(d1, kA, v);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosDictPut(d2, kA, v); })), kErrAlreadyInContainer);
+    CosDoc other = CosDocCreate();
+    CosObj foreign = CosNewInteger(other, false, 1);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosDictPut(d1, kB, foreign); })), kErrBadOperation);
+    CosDictPut(d1, kC, CosNewNull());  // the null object belongs to no document
+    CosObjDestroy(foreign);
+    CosDocClose(other);
+    CosObjDestroy(d1);
+    CosObjDestroy(d2);
+}
+
+TEST_F(CosObjTest, IndirectValuesAreSharedAndDestroyedOnesReadAsNull) {
+    CosObj shared = CosNewDict(doc, true);
+    CosObj a = CosNewArray(doc, false);
+    CosArrayAppend(a, shared);
+    CosArrayAppend(a, shared);
+    EXPECT_EQ(CosArrayGet(a, 0), shared);
+    EXPECT_EQ(CosArrayGet(a, 1), shared);
+    EXPECT_TRUE(CosObjIsIndirect(shared));
+    CosObjDestroy(shared);
+    EXPECT_EQ(CosArrayGet(a, 0), CosNewNull());
+    CosObjDestroy(a);
+}
+
+TEST_F(CosObjTest, HandlesAreValidatedWithTheirSystems) {
+    ASErrorCode nullDoc = ErrorNumberOf([] { CosDocGetTrailer(nullptr); });
+    EXPECT_EQ(ErrGetNumber(nullDoc), kErrBadParm);
+    EXPECT_EQ(ErrGetSystem(nullDoc), ErrSysGeneral);
+    EXPECT_EQ(ErrGetSeverity(nullDoc), ErrSevNormal);
+    CosDoc gone = CosDocCreate();
+    CosDocClose(gone);
+    EXPECT_EQ(ErrGetSystem(ErrorNumberOf([&] { CosDocGetTrailer(gone); })), ErrSysCos);
+    PDDoc pd = PDDocCreate();
+    PDDocClose(pd);
+    EXPECT_EQ(ErrGetSystem(ErrorNumberOf([&] { PDDocGetNumPages(pd); })), ErrSysPDDoc);
+}
+
+TEST_F(CosObjTest, CopyAcrossDocumentsKeepsSharingAndCycles) {
+    CosObj x = CosNewDict(doc, true);
+    CosObj y = CosNewDict(doc, true);
+    CosDictPut(x, kA, y);
+    CosDictPut(y, kA, x);  // a cycle through references
+    CosDictPut(x, kB, y);  // shared twice
+    CosDoc dest = CosDocCreate();
+    CosObj cx = CosObjCopy(x, dest);
+    EXPECT_TRUE(CosObjIsIndirect(cx));
+    EXPECT_EQ(CosObjGetDoc(cx), dest);
+    CosObj cy = CosDictGet(cx, kA);
+    EXPECT_EQ(CosDictGet(cx, kB), cy);
+    EXPECT_EQ(CosDictGet(cy, kA), cx);
+    CosDocClose(dest);
+}
+
+TEST_F(CosObjTest, StreamDataRoundTripsThroughFlate) {
+    std::string text = "BT /F1 12 Tf (Hello) Tj ET";
+    CosObj s = CosNewStream(doc, CosNewNull(), {});
+    CosStreamSetDecodedData(s, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, 9);
+    EXPECT_EQ(CosDictGetName(s, cosnames::Filter), cosnames::FlateDecode);
+    std::vector<uint8_t> back = CosStreamDecodedData(s);
+    EXPECT_EQ(std::string(back.begin(), back.end()), text);
+}
+
+// A page tree built in memory: two levels, inherited MediaBox and Rotate.
+class PageTreeTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        pd = PDDocCreate();
+        CosDoc cos = PDDocGetCosDoc(pd);
+        CosObj root = CosDictGet(CosDocGetRoot(cos), cosnames::Pages);
+        CosObj box = CosNewArray(cos, false);
+        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(cos, false, v));
+        CosDictPut(root, cosnames::MediaBox, box);
+        CosObj mid = CosNewDict(cos, true);
+        CosDictPutName(mid, cosnames::Type, false, cosnames::Pages);
+        CosDictPut(mid, cosnames::Parent, root);
+        CosDictPutInteger(mid, cosnames::Rotate, 90);
+        CosDictPut(mid, cosnames::Kids, CosNewArray(cos, false));
+        CosArrayAppend(CosDictGet(root, cosnames::Kids), mid);
+        for (int i = 0; i < 3; ++i) {
+            CosObj page = CosNewDict(cos, true);
+            CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+            CosDictPut(page, cosnames::Parent, mid);
+            CosDictPutInteger(page, ASAtomFromString("Tag"), i);
+            CosArrayAppend(CosDictGet(mid, cosnames::Kids), page);
+        }
+        CosDictPutInteger(mid, cosnames::Count, 3);
+        CosDictPutInteger(root, cosnames::Count, 3);
+    }
+    void TearDown() override { PDDocClose(pd); }
+    PDDoc pd = nullptr;
+};
+
+TEST_F(PageTreeTest, CountsPagesAndInheritsAttributes) {
+    ASSERT_EQ(PDDocGetNumPages(pd), 3);
+    CosObj p1 = PDDocGetPageObj(pd, 1);
+    EXPECT_EQ(CosDictGetInt(p1, ASAtomFromString("Tag"), -1), 1);
+    EXPECT_EQ(CosIntegerValue(PDPageGetInheritedAttr(p1, cosnames::Rotate)), 90);
+    EXPECT_EQ(CosArrayLength(PDPageGetInheritedAttr(p1, cosnames::MediaBox)), 4);
+    EXPECT_TRUE(CosObjIsNull(PDPageGetInheritedAttr(p1, cosnames::CropBox)));
+}
+
+TEST_F(PageTreeTest, InsertingFromAnotherDocumentBringsInheritedValues) {
+    PDDoc target = PDDocCreate();
+    PDDocInsertPages(target, -1, pd, 0, 3);
+    PDDocInsertPages(target, 2, pd, 1, 1);
+    ASSERT_EQ(PDDocGetNumPages(target), 4);
+    CosObj last = PDDocGetPageObj(target, 3);
+    EXPECT_EQ(CosDictGetInt(last, ASAtomFromString("Tag"), -1), 1);
+    EXPECT_EQ(CosIntegerValue(CosDictGet(last, cosnames::Rotate)), 90);
+    EXPECT_EQ(CosObjGetDoc(last), PDDocGetCosDoc(target));
+    CosObj root = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(target)), cosnames::Pages);
+    EXPECT_EQ(CosDictGetInt(root, cosnames::Count, 0), 4);
+    PDDocDeletePages(target, 0, 1);
+    EXPECT_EQ(PDDocGetNumPages(target), 2);
+    EXPECT_EQ(CosDictGetInt(root, cosnames::Count, 0), 2);
+    PDDocClose(target);
+}
+
+TEST_F(PageTreeTest, LoopsRaiseInsteadOfRecursing) {
+    CosObj root = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(pd)), cosnames::Pages);
+    CosObj mid = CosArrayGet(CosDictGet(root, cosnames::Kids), 0);
+    CosArrayAppend(CosDictGet(mid, cosnames::Kids), mid);
+    PDDocPagesChanged(pd);
+    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { PDDocGetNumPages(pd); })), kErrBadPageTreeNode);
+}
+
+TEST_F(PageTreeTest, PagesStillHeldAtCloseAreReleased) {
+    PDPage p = PDDocAcquirePage(pd, 2);
+    EXPECT_EQ(PDPageGetNumber(p), 2);
+    PDPage q = PDDocAcquirePage(pd, 0);
+    PDPageRelease(q);
+    // p stays held: closing must release it (ASan reports the leak otherwise).
+}
+
+}  // namespace
