@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -75,6 +76,76 @@ bool IsImageCodec(const std::string& canonicalName);
 // with the given Colors/BitsPerComponent/Columns.
 Bytes FlateEncode(ByteSpan in, int level);
 Bytes FlateEncodePNG(ByteSpan in, int level, int colors, int bitsPerComponent, int columns);
+
+// Run-length and LZW encoding (LZW with EarlyChange 1, the default a
+// reader assumes), and the PNG predictor alone: each row gets the filter
+// type with the smallest sum of absolute differences, as Predictor 15.
+Bytes RunLengthEncode(ByteSpan in);
+Bytes LZWEncode(ByteSpan in);
+Bytes PNGPredictEncode(ByteSpan in, int colors, int bitsPerComponent, int columns);
+
+// Push interface: bytes go in through Write in chunks of any size, decoded
+// bytes leave through the callback as they become available, so a caller
+// that streams never holds the whole output.  The limits and the error
+// rules are those of DecodeChain (which is built on this).  Construction
+// raises for an unknown filter name; Write and Finish raise for a stream too
+// large and, when strict, for damaged data.
+using OutputCallback = std::function<void(ByteSpan)>;
+class Decoder {
+public:
+    Decoder(const FilterChain& chain, const DecodeOptions& opts, OutputCallback out);
+    ~Decoder();
+    Decoder(const Decoder&) = delete;
+    Decoder& operator=(const Decoder&) = delete;
+
+    void Write(ByteSpan chunk);
+    void Finish();
+
+    DecodeStatus Status() const;
+    size_t FiltersApplied() const;
+    const std::string& Message() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// Single-filter shorthands over the chain (the filter's DecodeParms in
+// `params`); damaged data follows the non-strict rule: warning, partial data.
+Bytes ASCIIHexDecode(ByteSpan in);
+Bytes ASCII85Decode(ByteSpan in);
+Bytes RunLengthDecode(ByteSpan in);
+Bytes LZWDecode(ByteSpan in, const FilterParams& params = {});
+Bytes FlateDecode(ByteSpan in, const FilterParams& params = {});
+Bytes CCITTFaxDecode(ByteSpan in, const FilterParams& params);
+Bytes JBIG2Decode(ByteSpan in, const FilterParams& params = {});
+
+// JPEG to samples, for the image work: interleaved 8-bit samples, rows top
+// to bottom.  Colour conversion follows the JPEG's Adobe marker when there
+// is one, else the ColorTransform parameter (default: YCbCr for three
+// components, none for four).  Samples are returned as stored: an Adobe
+// CMYK JPEG keeps its inverted values (`invertedCMYK` tells the caller),
+// which is what a PDF reader draws unless a Decode array says otherwise.
+// Damaged data raises "error in JPEG data filter" when strict, else gives a
+// warning and the rows decoded (the rest white/zero).
+struct DCTImage {
+    int width = 0;
+    int height = 0;
+    int components = 0;
+    bool adobeMarker = false;
+    int adobeTransform = -1;  // 0 none, 1 YCbCr, 2 YCCK; -1 without marker
+    bool invertedCMYK = false;
+    bool corrupt = false;
+    Bytes samples;
+};
+DCTImage DecodeDCT(ByteSpan in, const FilterParams& params = {}, const DecodeOptions& opts = {});
+
+// The resource step's two filter warnings, sent to the warning sink: an
+// element of a Filter array that is not a name gives "Bad filter name"; a
+// Filter entry that is neither a name nor an array gives "Bad 'Filter'
+// attribute in stream".
+void WarnBadFilterName();
+void WarnBadFilterAttribute();
 
 // Where decoders send their warnings ("Bad filter name", corrupt data...).
 // The front end routes them to the log's Warning channel.

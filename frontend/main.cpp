@@ -1,1 +1,3 @@
-int main() { return 0; }
+#include "frontend/JobDriver.h"
+
+int main(int argc, char** argv) { return RunTrimora(argc, argv); }

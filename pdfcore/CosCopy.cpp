@@ -59,13 +59,11 @@ CosObj CosCopier::CopyValue(CosObj raw, int depth) {
     CosObj v = CosResolve(raw);
     if (CosObjIsIndirect(v)) {
         if (keepReferences) return CosNewRef(m_dest, CosObjGetID(v), CosObjGetGeneration(v));
-        if (shouldCopy && !m_done[CosObjGetID(v)] && !m_map.count(CosObjGetID(v)) && !shouldCopy(v))
-            return CosNewNull();
-        if (m_map.count(CosObjGetID(v)) && !m_done[CosObjGetID(v)]) {
-            // Reserved ahead (pages of an insertion): copy it now unless the
-            // caller will; a reference is all this container needs.
-            return CosNewRef(m_dest, m_map[CosObjGetID(v)], 0);
-        }
+        // Anything copied or reserved already (a cycle, shared objects, the
+        // pages of an insertion) is referred to by its new number.
+        auto it = m_map.find(CosObjGetID(v));
+        if (it != m_map.end()) return CosNewRef(m_dest, it->second, 0);
+        if (shouldCopy && !shouldCopy(v)) return CosNewNull();
         return CopyIndirect(v, depth);
     }
     return CopyDirect(v, depth);

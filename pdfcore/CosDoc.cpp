@@ -29,12 +29,11 @@ constexpr ASInt32 kMaxLoadDepth = 64;
 
 }  // namespace
 
-// Implemented by the Standard security handler.
-void RegisterStandardSecurityHandler() __attribute__((weak));
+// Implemented by the Standard security handler.  A strong reference: a weak
+// one would not pull the handler out of the static library.
+void RegisterStandardSecurityHandler();
 
-void CosCoreInit() {
-    if (RegisterStandardSecurityHandler) RegisterStandardSecurityHandler();
-}
+void CosCoreInit() { RegisterStandardSecurityHandler(); }
 
 void CosDocValidate(CosDoc doc) {
     if (!doc) ASRaise(ErrBuildCode(ErrSevNormal, ErrSysGeneral, kErrBadParm));
@@ -185,6 +184,8 @@ void CosRegisterSecurityHandler(ASAtom filterName, const CosSecurityHandler& han
 }
 
 const CosSecurityHandler* CosFindSecurityHandler(ASAtom filterName) {
+    // Tools that only call VellumInit still find the built-in handler.
+    if (Handlers().empty()) CosCoreInit();
     auto it = Handlers().find(filterName);
     return it == Handlers().end() ? nullptr : &it->second;
 }

@@ -10,6 +10,7 @@
 #include "pdfcore/PDPageTree.h"
 #include "pdfcore/base/ASMem.h"
 #include "pdfcore/base/ASUsage.h"
+#include "pdfcore/security/StandardSecurity.h"
 
 namespace {
 
@@ -182,11 +183,7 @@ void PDDocDeletePages(PDDoc doc, ASInt32 firstPage, ASInt32 lastPage) {
 
 bool PDDocPermRequest(PDDoc doc, ASInt32 mask) {
     PDDocValidate(doc);
-    const CosDocFileInfo& info = CosDocGetFileInfo(doc->cos);
-    if (!info.encrypted || info.ownerAuthenticated) return true;
-    // Bit 2 (0x2) of P is reserved and always clear, so a request for full
-    // access is granted only to the owner.
-    return (info.permissions & mask) == mask;
+    return StdSecDocPermits(doc->cos, mask);
 }
 
 int64_t PDDocSave(PDDoc doc, const std::string& path, ASUns32 flags, ASInt16 major, ASInt16 minor) {

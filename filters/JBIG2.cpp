@@ -1,0 +1,130 @@
+// JBIG2Decode through jbig2dec, with the JBIG2Globals segments first.
+//
+// JBIG2 marks black pixels with 1 bits; a PDF image with one bit per sample
+// in DeviceGray reads 0 as black.  The decoded page is therefore inverted,
+// as other PDF readers do, so the samples can be used like any other 1-bit
+// image.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "filters/FilterStage.h"
+#include "pdfcore/base/ASError.h"
+
+// Last: the header is C and brings its own linkage block.
+#include <jbig2.h>
+
+namespace filters::detail {
+namespace {
+
+// An allocator that refuses to go past a budget, so a hostile page size
+// ends in an error instead of exhausting memory.
+struct BudgetAllocator {
+    Jbig2Allocator base;
+    uint64_t budget;
+    uint64_t used;
+};
+
+struct BlockHeader {
+    size_t size;
+    size_t pad;  // keeps the caller's bytes 16-byte aligned
+};
+
+void* BudgetAlloc(Jbig2Allocator* a, size_t size) {
+    auto* b = reinterpret_cast<BudgetAllocator*>(a);
+    if (size > b->budget || b->used + size > b->budget) return nullptr;
+    auto* h = static_cast<BlockHeader*>(std::malloc(sizeof(BlockHeader) + size));
+    if (!h) return nullptr;
+    h->size = size;
+    b->used += size;
+    return h + 1;
+}
+
+void BudgetFree(Jbig2Allocator* a, void* p) {
+    if (!p) return;
+    auto* b = reinterpret_cast<BudgetAllocator*>(a);
+    BlockHeader* h = static_cast<BlockHeader*>(p) - 1;
+    b->used -= h->size;
+    std::free(h);
+}
+
+void* BudgetRealloc(Jbig2Allocator* a, void* p, size_t size) {
+    if (!p) return BudgetAlloc(a, size);
+    auto* b = reinterpret_cast<BudgetAllocator*>(a);
+    BlockHeader* h = static_cast<BlockHeader*>(p) - 1;
+    size_t old = h->size;
+    if (size > old && (size - old > b->budget || b->used + (size - old) > b->budget)) return nullptr;
+    auto* nh = static_cast<BlockHeader*>(std::realloc(h, sizeof(BlockHeader) + size));
+    if (!nh) return nullptr;
+    b->used = b->used - old + size;
+    nh->size = size;
+    return nh + 1;
+}
+
+struct ErrorState {
+    std::string fatal;
+};
+
+void OnJbig2Error(void* data, const char* msg, Jbig2Severity severity, uint32_t) {
+    auto* st = static_cast<ErrorState*>(data);
+    if (severity == JBIG2_SEVERITY_FATAL && st->fatal.empty()) st->fatal = msg ? msg : "fatal error";
+}
+
+class JBIG2Stage : public FilterStage {
+public:
+    explicit JBIG2Stage(Bytes globals) : globals_(std::move(globals)) {}
+
+protected:
+    void DoWrite(const uint8_t* data, size_t size) override { in_.insert(in_.end(), data, data + size); }
+    void DoFinish() override {
+        BudgetAllocator alloc{{BudgetAlloc, BudgetFree, BudgetRealloc}, Limit() * 2 + (64u << 20), 0};
+        ErrorState err;
+        Jbig2Allocator* a = &alloc.base;
+        Jbig2GlobalCtx* gctx = nullptr;
+        if (!globals_.empty()) {
+            Jbig2Ctx* g = jbig2_ctx_new(a, JBIG2_OPTIONS_EMBEDDED, nullptr, OnJbig2Error, &err);
+            if (!g) Fail(kErrSyntax, "JBIG2Decode: out of memory");
+            jbig2_data_in(g, globals_.data(), globals_.size());
+            gctx = jbig2_make_global_ctx(g);
+        }
+        Jbig2Ctx* ctx = jbig2_ctx_new(a, JBIG2_OPTIONS_EMBEDDED, gctx, OnJbig2Error, &err);
+        if (!ctx) {
+            if (gctx) jbig2_global_ctx_free(gctx);
+            Fail(kErrSyntax, "JBIG2Decode: out of memory");
+        }
+        int rc = jbig2_data_in(ctx, in_.data(), in_.size());
+        if (rc >= 0) jbig2_complete_page(ctx);
+        Jbig2Image* page = jbig2_page_out(ctx);
+        Bytes out;
+        if (page) {
+            const size_t rowBytes = (size_t(page->width) + 7) / 8;
+            out.resize(rowBytes * page->height);
+            for (uint32_t y = 0; y < page->height; ++y) {
+                const uint8_t* src = page->data + size_t(y) * page->stride;
+                uint8_t* dst = out.data() + size_t(y) * rowBytes;
+                for (size_t x = 0; x < rowBytes; ++x) dst[x] = static_cast<uint8_t>(~src[x]);
+            }
+            jbig2_release_page(ctx, page);
+        }
+        jbig2_ctx_free(ctx);
+        if (gctx) jbig2_global_ctx_free(gctx);
+        Emit(out.data(), out.size());
+        if (!page) {
+            Fail(kErrSyntax, "JBIG2Decode: " + (err.fatal.empty() ? std::string("no page in data") : err.fatal));
+        }
+        if (!err.fatal.empty() || rc < 0) Fail(kErrSyntax, "JBIG2Decode: " + err.fatal);
+    }
+
+private:
+    Bytes globals_;
+    Bytes in_;
+};
+
+}  // namespace
+
+std::unique_ptr<FilterStage> MakeJBIG2Stage(const FilterParams& params) {
+    return std::make_unique<JBIG2Stage>(params.jbig2Globals);
+}
+
+}  // namespace filters::detail

@@ -1,0 +1,21 @@
+// The program's main routine: log, command line, core start and shutdown,
+// and the final "Error during processing" line.  The jobs themselves
+// (settings, the command-line, merge and list jobs) run in RunJobs.
+#pragma once
+
+#include "frontend/CommandLine.h"
+#include "frontend/Log.h"
+#include "pdfcore/base/ASError.h"
+
+// Runs the whole program; returns the process exit status (1 only when the
+// usage was printed, 0 otherwise).
+int RunTrimora(int argc, char** argv);
+
+// Builds the settings and runs the jobs the parsed command line asks for.
+// Called with the core started; core errors may escape as CVellumError.
+// Returns the job result: 0 or a core error code.
+ASErrorCode RunJobs(const CommandLineOptions& options, Log& log);
+
+// Control-record flags for the core taken from the environment variable
+// TRIMORA_VELLUM_FLAGS (decimal, or hex with 0x); 0 when unset or malformed.
+unsigned VellumFlagsFromEnvironment();

@@ -1,0 +1,73 @@
+#include "frontend/JobSupport.h"
+
+#include <sys/stat.h>
+
+#include <climits>
+#include <cmath>
+
+#include "frontend/Log.h"
+#include "pipeline/Report.h"
+#include "pipeline/Statistics.h"
+#include "settings/TrimoraPreferences.h"
+
+namespace jobs {
+namespace {
+
+bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+}  // namespace
+
+bool IsDirectory(const std::string& path) {
+    struct stat st {};
+    return !path.empty() && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+ASInt32 FileSizeOrRaise(const std::string& path) {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) ASRaiseErr(ErrSysFile, kErrFileNotFound);
+    return st.st_size > INT32_MAX ? INT32_MAX : ASInt32(st.st_size);
+}
+
+std::string OutputNameFor(const std::string& outputOption, const std::string& input) {
+    if (!IsDirectory(outputOption)) return outputOption;
+    const size_t sep = input.find_last_of("/\\");
+    if (sep == std::string::npos) return outputOption;  // the kept quirk: the directory alone
+    std::string dir = outputOption;
+    while (dir.size() > 1 && IsSeparator(dir.back())) dir.pop_back();
+    return dir + "/" + input.substr(sep + 1);
+}
+
+std::string PdfNameForImage(const std::string& outputPath) {
+    const size_t sep = outputPath.find_last_of("/\\");
+    const size_t nameStart = sep == std::string::npos ? 0 : sep + 1;
+    const size_t dot = outputPath.rfind('.');
+    if (dot == std::string::npos || dot < nameStart) return outputPath + ".pdf";
+    return outputPath.substr(0, dot) + ".pdf";
+}
+
+std::string JoinPath(const std::string& dir, const std::string& name) {
+    if (dir.empty() || name.empty() || IsSeparator(name.front())) return name;
+    return IsSeparator(dir.back()) ? dir + name : dir + "/" + name;
+}
+
+void PrintSummary(CTrimoraPreferences& prefs, const JobTimer& timer, bool report, Log& log) {
+    const CRunStatistics& run = prefs.Statistics();
+    if (run.startingSize != 0) {
+        log.Info("   starting size  = %s\n", SizeText(run.startingSize).c_str());
+        log.Info("   ending size    = %s\n", SizeText(run.endingSize).c_str());
+        if (run.percent >= 0)
+            log.Info("   percent shrunk = %.1f%%\n", run.percent);
+        else
+            log.Info("   percent grown  = %.1f%%\n", std::fabs(run.percent));
+        log.Info("\n");
+    }
+    log.Info("   elapsed time   : %s\n", DurationText(timer).c_str());
+    log.Info("\n");
+    if (report) {
+        log.Info("Trimora accomplished the following:\n");
+        pipeline::WriteReport(prefs, pipeline::Statistics(prefs.StatisticsDict()), "   ", log);
+        log.Info("\n");
+    }
+}
+
+}  // namespace jobs

@@ -1,0 +1,29 @@
+// Whole-file fuzz target: open the bytes, count the pages, load every object.
+#include <cstddef>
+#include <cstdint>
+
+#include "pdfcore/CosDoc.h"
+#include "pdfcore/PDDoc.h"
+#include "pdfcore/base/ASMem.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static bool started = [] {
+        VellumDataRec rec;
+        VellumInit(&rec);
+        CosCoreInit();
+        return true;
+    }();
+    (void)started;
+    PDDoc pd = nullptr;
+    try {
+        pd = PDDocFromCosDoc(CosDocOpenFromMemory({data, size}, ""));
+        try {
+            PDDocGetNumPages(pd);
+            CosDocLoadAllObjects(PDDocGetCosDoc(pd));
+        } catch (const CVellumError&) {
+        }
+    } catch (const CVellumError&) {
+    }
+    if (pd) PDDocClose(pd);
+    return 0;
+}

@@ -1,0 +1,50 @@
+// Rebuilding the object table of a file whose cross-reference data is
+// missing or broken, by scanning the whole file for "n g obj" labels and
+// trailer dictionaries.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "pdfcore/CosInternal.h"
+
+class CosObjStmCache;
+
+class CosRepairer {
+public:
+    CosRepairer(CosDoc doc, std::span<const uint8_t> file, size_t headerOffset)
+        : m_doc(doc), m_file(file), m_header(headerOffset) {}
+
+    // First pass: finds every labelled object (the last definition of a
+    // number wins) and fills the document's table with them, keeping rows
+    // whose objects are loaded already.  Returns a new trailer dictionary
+    // built from the trailers found ("trailer" dictionaries and the
+    // dictionaries of cross-reference streams, newest first), or null when
+    // `wantTrailer` is false.  Raises "could not repair file" when the file
+    // holds no object at all.
+    CosObj ScanObjects(bool wantTrailer);
+
+    // Second pass (after decryption is set up): adds the members of the
+    // object streams found, and finds the catalog for a trailer without a
+    // usable Root.  Raises "could not repair file" when no catalog exists.
+    void AddObjectStreamMembers(CosObjStmCache& cache);
+    void EnsureRoot(CosObj trailer);
+
+    // Number of labelled objects found by ScanObjects.
+    size_t FoundCount() const { return m_found.size(); }
+
+private:
+    struct Found {
+        ASInt32 num;
+        ASInt32 gen;
+        size_t pos;  // absolute position of the label
+    };
+    bool HeadHas(size_t labelPos, std::string_view needle) const;
+
+    CosDoc m_doc;
+    std::span<const uint8_t> m_file;
+    size_t m_header;
+    std::vector<Found> m_found;          // in file order
+    std::vector<size_t> m_definedAt;     // per number: position of the winning label
+};

@@ -1,0 +1,483 @@
+// Full saves: which objects are written, their new numbers and order, and
+// the file around them (header, binary comment, cross-reference table,
+// trailer, end marker), written atomically through a temporary file.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "pdfcore/CosInfo.h"
+#include "pdfcore/CosInternal.h"
+#include "pdfcore/CosNames.h"
+#include "pdfcore/CosWriter.h"
+#include "pdfcore/security/MD5.h"
+
+namespace {
+
+const ASAtom K_Version = ASAtomFromString("Version");
+const ASAtom K_R = ASAtomFromString("R");
+const ASAtom K_V = ASAtomFromString("V");
+
+constexpr int kMaxDepth = 1000;
+
+[[noreturn]] void BadParm() { ASRaiseErr(ErrSysGeneral, kErrBadParm); }
+
+int64_t g_failAfter = -1;
+
+}  // namespace
+
+// ================================================================ output file
+
+void CosOutputFileSetFailAfterForTesting(int64_t bytes) { g_failAfter = bytes; }
+
+CosOutputFile::CosOutputFile(const std::string& targetPath) : m_target(targetPath) {
+    if (targetPath.empty()) BadParm();
+    // The temporary lives beside the target so that the final rename stays
+    // on one file system and is atomic.
+    std::string dir = ".";
+    std::string base = targetPath;
+    size_t slash = targetPath.find_last_of('/');
+    if (slash != std::string::npos) {
+        dir = slash == 0 ? "/" : targetPath.substr(0, slash);
+        base = targetPath.substr(slash + 1);
+    }
+    if (base.empty()) ASRaiseErr(ErrSysPDDoc, kErrCantOpenForWrite);
+    std::string templ = (dir == "/" ? std::string("/") : dir + "/") + "." + base + ".tmXXXXXX";
+    std::vector<char> name(templ.begin(), templ.end());
+    name.push_back('\0');
+    m_fd = mkstemp(name.data());
+    if (m_fd < 0) ASRaiseErr(ErrSysPDDoc, kErrCantOpenForWrite);
+    m_tempPath = name.data();
+    // mkstemp makes the file private; give it the mode an ordinary new file
+    // (or the file being replaced) would have.
+    struct stat st{};
+    mode_t mode;
+    if (stat(targetPath.c_str(), &st) == 0) {
+        mode = st.st_mode & 07777;
+    } else {
+        mode_t mask = umask(0);
+        umask(mask);
+        mode = 0666 & ~mask;
+    }
+    (void)fchmod(m_fd, mode);
+    m_buffer.resize(1 << 18);
+}
+
+CosOutputFile::~CosOutputFile() {
+    if (!m_committed) Abandon();
+}
+
+void CosOutputFile::Abandon() {
+    if (m_fd >= 0) {
+        close(m_fd);
+        m_fd = -1;
+    }
+    if (!m_tempPath.empty() && !m_committed) {
+        unlink(m_tempPath.c_str());
+        m_tempPath.clear();
+    }
+}
+
+void CosOutputFile::RawWrite(const void* data, size_t length) {
+    if (m_fd < 0) ASRaiseErr(ErrSysFile, kErrFileWrite);
+    const char* p = static_cast<const char*>(data);
+    while (length > 0) {
+        ssize_t n = write(m_fd, p, length);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) ASRaiseErr(ErrSysFile, kErrFileWrite);
+        p += n;
+        length -= static_cast<size_t>(n);
+    }
+}
+
+void CosOutputFile::RawPwrite(const void* data, size_t length, int64_t offset) {
+    const char* p = static_cast<const char*>(data);
+    while (length > 0) {
+        ssize_t n = pwrite(m_fd, p, length, offset);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) ASRaiseErr(ErrSysFile, kErrFileWrite);
+        p += n;
+        offset += n;
+        length -= static_cast<size_t>(n);
+    }
+}
+
+void CosOutputFile::Flush() {
+    if (m_used == 0) return;
+    size_t n = m_used;
+    m_used = 0;
+    RawWrite(m_buffer.data(), n);
+}
+
+void CosOutputFile::Write(const void* data, size_t length) {
+    if (m_committed) BadParm();
+    if (g_failAfter >= 0 && m_written + static_cast<int64_t>(length) > g_failAfter)
+        ASRaiseErr(ErrSysFile, kErrFileWrite);
+    if (length > m_buffer.size() / 2) {
+        Flush();
+        RawWrite(data, length);
+    } else {
+        if (m_used + length > m_buffer.size()) Flush();
+        memcpy(m_buffer.data() + m_used, data, length);
+        m_used += length;
+    }
+    m_written += static_cast<int64_t>(length);
+}
+
+void CosOutputFile::PatchField(int64_t offset, long widthNumber, std::string_view text) {
+    static const char kBlanks[] = "                                ";  // 32 blanks
+    char widthText[32];
+    int width = snprintf(widthText, sizeof widthText, "%ld", widthNumber);
+    if (offset < 0 || width <= 0 || width > 32 || text.size() > static_cast<size_t>(width) ||
+        offset + width > m_written)
+        BadParm();
+    std::string field(text);
+    field.append(kBlanks, static_cast<size_t>(width) - text.size());
+    // The field may still sit in the buffer; write what is buffered first so
+    // the file holds every byte up to the current position.
+    Flush();
+    RawPwrite(field.data(), field.size(), offset);
+}
+
+void CosOutputFile::Commit() {
+    Flush();
+    if (fsync(m_fd) != 0) ASRaiseErr(ErrSysFile, kErrFileWrite);
+    int fd = m_fd;
+    m_fd = -1;
+    if (close(fd) != 0) ASRaiseErr(ErrSysFile, kErrFileWrite);
+    if (rename(m_tempPath.c_str(), m_target.c_str()) != 0) ASRaiseErr(ErrSysPDDoc, kErrCannotRename);
+    m_committed = true;
+    // Make the rename itself durable.
+    std::string dir = ".";
+    size_t slash = m_target.find_last_of('/');
+    if (slash != std::string::npos) dir = slash == 0 ? "/" : m_target.substr(0, slash);
+    int dfd = open(dir.c_str(), O_RDONLY | O_DIRECTORY);
+    if (dfd >= 0) {
+        (void)fsync(dfd);
+        close(dfd);
+    }
+}
+
+// ================================================================ save modes
+
+ASUns32 CosSaveModeFromFlags(ASUns32 flags, bool* linearize) {
+    ASUns32 mode = 0;
+    if (flags & 0x1) mode = (flags & 0x2) ? 3 : 2;
+    if ((flags & 0x1) && (flags & 0x8)) mode |= kCosSaveModeForceFull;
+    if (flags & 0x1000) mode |= kCosSaveModeCompact;
+    if (linearize) *linearize = (flags & 0x4) != 0;
+    return mode;
+}
+
+// ================================================================ the plan
+
+namespace {
+
+// Which objects a full save writes and in which order.  Object i of
+// `order` becomes number i + 1, generation 0.
+class SavePlan {
+public:
+    explicit SavePlan(CosDoc doc) : m_doc(doc) {
+        m_newNum.assign(static_cast<size_t>(CosDocGetObjTableSize(doc)) + 1, 0);
+        m_stop.assign(m_newNum.size(), 0);
+    }
+
+    void Build(CosObj root, CosObj info, CosObj encrypt, CosObj id);
+
+    std::vector<CosObj> order;
+    const std::vector<ASInt32>& NewNumbers() const { return m_newNum; }
+    ASInt32 NewNumber(CosObj obj) const {
+        ASInt32 id = CosObjGetID(obj);
+        return id > 0 && static_cast<size_t>(id) < m_newNum.size() ? m_newNum[size_t(id)] : 0;
+    }
+
+private:
+    void Grow(ASInt32 id) {
+        if (static_cast<size_t>(id) >= m_newNum.size()) {
+            m_newNum.resize(size_t(id) + 1, 0);
+            m_stop.resize(size_t(id) + 1, 0);
+        }
+    }
+    bool Numbered(CosObj obj) {
+        ASInt32 id = CosObjGetID(obj);
+        if (id <= 0) return true;  // direct: nothing to number
+        Grow(id);
+        return m_newNum[size_t(id)] != 0;
+    }
+    void Assign(CosObj obj) {
+        if (Numbered(obj)) return;
+        order.push_back(obj);
+        m_newNum[size_t(CosObjGetID(obj))] = static_cast<ASInt32>(order.size());
+    }
+    // Appends the indirect objects that `obj`'s direct parts refer to, in
+    // the order they appear.
+    void CollectRefs(CosObj obj, std::vector<CosObj>& out, int depth);
+    void AddValue(CosObj value, std::vector<CosObj>& out, int depth);
+    // Numbers `start` (when indirect and new) and everything reachable from
+    // it depth first, skipping objects marked as stops.
+    void Visit(CosObj start);
+    void WalkPageTree(CosObj pagesRoot);
+
+    CosDoc m_doc;
+    std::vector<ASInt32> m_newNum;
+    std::vector<uint8_t> m_stop;
+    std::vector<CosObj> m_pages;
+    std::vector<CosObj> m_treeNodes;
+};
+
+void SavePlan::AddValue(CosObj value, std::vector<CosObj>& out, int depth) {
+    if (value == nullptr) return;
+    CosObj v = CosResolve(value);
+    if (CosObjIsIndirect(v)) {
+        out.push_back(v);
+        return;
+    }
+    CosType t = CosObjGetType(v);
+    if (t == kCosArray || t == kCosDict) CollectRefs(v, out, depth + 1);
+}
+
+void SavePlan::CollectRefs(CosObj obj, std::vector<CosObj>& out, int depth) {
+    if (depth > kMaxDepth) ASRaiseErr(ErrSysCos, kErrTooComplex);
+    CosType t = CosObjGetType(obj);
+    if (t == kCosArray) {
+        for (ASInt32 i = 0, n = CosArrayLength(obj); i < n; ++i) AddValue(CosArrayGetRaw(obj, i), out, depth);
+    } else if (t == kCosDict || t == kCosStream) {
+        CosObj dict = t == kCosStream ? CosStreamDict(obj) : obj;
+        for (ASInt32 i = 0, n = CosDictCount(dict); i < n; ++i) {
+            // A stream's Length is rewritten as a direct number, so an
+            // indirect length object is not needed any more.
+            if (t == kCosStream && CosDictKeyAt(dict, i) == cosnames::Length) continue;
+            AddValue(CosDictValueAtRaw(dict, i), out, depth);
+        }
+    }
+}
+
+void SavePlan::Visit(CosObj start) {
+    if (start == nullptr || CosObjIsNull(start)) return;
+    std::vector<CosObj> stack;
+    std::vector<CosObj> refs;
+    Assign(start);
+    CollectRefs(start, refs, 0);
+    stack.assign(refs.rbegin(), refs.rend());
+    while (!stack.empty()) {
+        CosObj o = stack.back();
+        stack.pop_back();
+        if (Numbered(o) || m_stop[size_t(CosObjGetID(o))]) continue;
+        Assign(o);
+        refs.clear();
+        CollectRefs(o, refs, 0);
+        stack.insert(stack.end(), refs.rbegin(), refs.rend());
+    }
+}
+
+void SavePlan::WalkPageTree(CosObj pagesRoot) {
+    // Tree nodes are numbered in document order as they are met; pages are
+    // only collected (and marked as stops) so each can be numbered in its
+    // turn, followed by what it uses.
+    std::vector<uint8_t> seen(m_newNum.size(), 0);
+    std::vector<std::pair<CosObj, int>> stack{{pagesRoot, 0}};
+    while (!stack.empty()) {
+        auto [node, depth] = stack.back();
+        stack.pop_back();
+        node = CosResolve(node);
+        if (CosObjGetType(node) != kCosDict || !CosObjIsIndirect(node) || depth > kMaxDepth) continue;
+        ASInt32 id = CosObjGetID(node);
+        Grow(id);
+        if (seen.size() < m_newNum.size()) seen.resize(m_newNum.size(), 0);
+        if (seen[size_t(id)]) continue;  // a loop in the tree
+        seen[size_t(id)] = 1;
+        CosObj kids = CosDictGet(node, cosnames::Kids);
+        ASAtom type = CosDictGetName(node, cosnames::Type);
+        bool isTreeNode = type == cosnames::Pages || (type != cosnames::Page && CosObjGetType(kids) == kCosArray);
+        if (!isTreeNode) {
+            m_pages.push_back(node);
+            m_stop[size_t(id)] = 1;
+            continue;
+        }
+        Assign(node);
+        m_treeNodes.push_back(node);
+        if (CosObjGetType(kids) != kCosArray) continue;
+        for (ASInt32 i = CosArrayLength(kids) - 1; i >= 0; --i) stack.emplace_back(CosArrayGetRaw(kids, i), depth + 1);
+    }
+}
+
+void SavePlan::Build(CosObj root, CosObj info, CosObj encrypt, CosObj id) {
+    // Catalog first, then the page tree, then each page followed by the
+    // objects it is the first page to use: a reader that shows page 1 finds
+    // what it needs near the start, and shared resources sit with the first
+    // page that uses them.  Everything else reachable follows.
+    Assign(root);
+    if (CosObjGetType(root) == kCosDict) WalkPageTree(CosDictGet(root, cosnames::Pages));
+    for (CosObj page : m_pages) Visit(page);
+    std::fill(m_stop.begin(), m_stop.end(), 0);
+    for (CosObj node : m_treeNodes) Visit(node);
+    for (CosObj top : {root, info, encrypt, id}) {
+        if (top == nullptr || CosObjIsNull(top)) continue;
+        if (CosObjIsIndirect(top)) {
+            Visit(top);
+        } else {
+            std::vector<CosObj> refs;
+            CollectRefs(top, refs, 0);
+            for (CosObj r : refs) Visit(r);
+        }
+    }
+}
+
+// Version text "M.m" for the header field patched after the body.
+std::string VersionText(int major, int minor) {
+    char buf[32];
+    snprintf(buf, sizeof buf, "%d.%d", major, minor);
+    return buf;
+}
+
+}  // namespace
+
+// ================================================================ the save
+
+int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
+    CosDocValidate(doc);
+    if (params.size != sizeof(CosSaveParams) || params.path.empty()) BadParm();
+    bool linearize = false;
+    const ASUns32 mode = CosSaveModeFromFlags(params.flags, &linearize);
+    // Incremental and linearised layouts are not written by this writer: every
+    // save is a full save in plain object order (see docs/writer.md).
+    (void)linearize;
+
+    CosObj trailer = CosDocGetTrailer(doc);
+    CosObj root = CosDocGetRoot(doc);
+    if (CosObjGetType(root) != kCosDict) ASRaiseErr(ErrSysPDDoc, kErrBadRoot);
+    CosObj info = CosDocGetInfo(doc);
+    if (CosObjGetType(info) != kCosDict) info = CosNewNull();
+    CosObj idArray = CosDictGet(trailer, cosnames::ID);
+    CosCryptFilter* crypt = CosDocGetWriteCrypt(doc);
+    CosObj encryptDict = crypt ? CosDocGetWriteEncryptDict(doc) : CosNewNull();
+    if (crypt && CosObjGetType(encryptDict) != kCosDict) BadParm();
+
+    // A full save starts from a clean slate of changed marks.
+    std::vector<CosXrefEntry>& table = CosDocXref(doc);
+    for (size_t i = 1; i < table.size(); ++i)
+        if (table[i].obj) CosObjSetChanged(table[i].obj, false);
+
+    SavePlan plan(doc);
+    plan.Build(root, info, encryptDict, CosNewNull());
+    ASInt32 count = static_cast<ASInt32>(plan.order.size());
+    ASInt32 encryptNum = 0;
+    if (crypt) encryptNum = CosObjIsIndirect(encryptDict) ? plan.NewNumber(encryptDict) : ++count;
+
+    // Header version: as asked, else the input's; raised below when the
+    // written objects need a newer one.
+    const CosDocFileInfo& fi = CosDocGetFileInfo(doc);
+    int major = params.majorVersion > 0 ? params.majorVersion : fi.majorVersion;
+    int minor = params.majorVersion > 0 ? params.minorVersion : fi.minorVersion;
+    if (major < 1) major = 1, minor = 4;
+    if (minor < 0) minor = 0;
+    if (minor > 9) minor = 9;
+
+    CosOutputFile file(params.path);
+    std::string buf;
+    buf.reserve(1 << 16);
+    buf = "%PDF-";
+    const int64_t versionField = static_cast<int64_t>(buf.size());
+    buf += VersionText(major, minor);
+    // A comment of bytes above 127 tells transfer tools the file is binary.
+    buf += "\r%\xE2\xE3\xCF\xD3\r";
+    file.Write(buf);
+
+    CosObjWriter writer((mode & kCosSaveModeCompact) != 0);
+    writer.SetPrecision(CosDocGetPrecision(doc));
+    writer.SetRenumbering(&plan.NewNumbers());
+    MD5 bodyHash;
+    std::vector<int64_t> offsets(static_cast<size_t>(count) + 1, 0);
+    auto emit = [&](ASInt32 num, CosObj obj, bool encrypt) {
+        offsets[size_t(num)] = file.Tell();
+        buf.clear();
+        writer.SetCrypt(encrypt ? crypt : nullptr, static_cast<ASUns32>(num), 0);
+        writer.WriteIndirect(buf, num, 0, obj);
+        bodyHash.Update(std::string_view(buf));
+        file.Write(buf);
+        if (buf.capacity() > (size_t(8) << 20)) {
+            buf.clear();
+            buf.shrink_to_fit();
+        }
+    };
+    for (size_t i = 0; i < plan.order.size(); ++i) {
+        ASInt32 num = static_cast<ASInt32>(i) + 1;
+        emit(num, plan.order[i], crypt != nullptr && num != encryptNum);
+    }
+    if (crypt && !CosObjIsIndirect(encryptDict)) emit(encryptNum, encryptDict, false);
+
+    // Header version raised for what the body turned out to use.
+    int needMinor = writer.RequiredMinorVersion();
+    if (crypt) {
+        ASInt32 r = CosDictGetInt(encryptDict, K_R, 2);
+        ASInt32 v = CosDictGetInt(encryptDict, K_V, 1);
+        needMinor = std::max(needMinor, (r >= 4 || v >= 4) ? 5 : (r >= 3 || v >= 2) ? 4 : 0);
+    }
+    ASAtom catVersion = CosDictGetName(root, K_Version);
+    if (catVersion != ASAtomNull) {
+        const char* s = ASAtomGetString(catVersion);
+        if (s[0] == '1' && s[1] == '.' && s[2] >= '0' && s[2] <= '9' && s[3] == '\0')
+            needMinor = std::max(needMinor, s[2] - '0');
+    }
+
+    // The cross-reference table: one run 1..count, written from 0.
+    const int64_t xrefOffset = file.Tell();
+    buf.clear();
+    CosXrefTable xref;
+    if (count > 0) xref.AddSubsection(1, count);
+    xref.Write(buf, true, [&](ASInt32 n) { return CosXrefTable::Entry{offsets[size_t(n)], 0}; });
+
+    // File identifier: the first element kept when there is one, the second
+    // always new.  Under SOURCE_DATE_EPOCH it depends on the content only.
+    MD5::Digest body = bodyHash.Final();
+    MD5 idHash;
+    idHash.Update(std::span<const uint8_t>(body.data(), body.size()));
+    if (!CosInfoReproducible()) {
+        auto ns = std::chrono::system_clock::now().time_since_epoch().count();
+        idHash.Update(std::string_view(reinterpret_cast<const char*>(&ns), sizeof ns));
+        idHash.Update(std::string_view(params.path));
+        pid_t pid = getpid();
+        idHash.Update(std::string_view(reinterpret_cast<const char*>(&pid), sizeof pid));
+    }
+    MD5::Digest fresh = idHash.Final();
+    std::string id0(reinterpret_cast<const char*>(fresh.data()), fresh.size());
+    std::string id1 = id0;
+    CosObj first = CosObjGetType(idArray) == kCosArray ? CosArrayGet(idArray, 0) : CosNewNull();
+    if (CosObjGetType(first) == kCosString) id0 = CosStringBytes(first);
+
+    std::string dict;
+    writer.SetCrypt(nullptr, 0, 0);
+    writer.BeginDict(dict);
+    std::string value;
+    CosWriteInteger(value, int64_t(count) + 1);
+    writer.WriteDictEntryText(dict, cosnames::Size, value);
+    writer.WriteDictEntry(dict, cosnames::Root, root);
+    if (!CosObjIsNull(info)) writer.WriteDictEntry(dict, cosnames::Info, info);
+    if (crypt) {
+        value.clear();
+        CosWriteInteger(value, encryptNum);
+        value += " 0 R";
+        writer.WriteDictEntryText(dict, cosnames::Encrypt, value);
+    }
+    value = "[";
+    CosWriteHexString(value, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(id0.data()), id0.size()));
+    CosWriteHexString(value, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(id1.data()), id1.size()));
+    value += "]";
+    writer.WriteDictEntryText(dict, cosnames::ID, value);
+    writer.EndDict(dict);
+    CosWriteTrailer(buf, dict);
+    CosWriteEnd(buf, xrefOffset);
+    file.Write(buf);
+
+    if (major == 1 && needMinor > minor) file.PatchField(versionField, 777, VersionText(1, needMinor));
+    const int64_t total = file.Tell();
+    file.Commit();
+    return total;
+}

@@ -1,0 +1,168 @@
+#include "pipeline/Pipeline.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "frontend/Formatters.h"
+#include "frontend/Log.h"
+#include "pdfcore/CosDoc.h"
+#include "pipeline/Encryption.h"
+#include "pipeline/Finalisation.h"
+#include "settings/TrimoraPreferences.h"
+
+namespace pipeline {
+namespace {
+
+int64_t NowMillis() {
+    long sec = 0;
+    int ms = 0;
+    ClockNow(sec, ms);
+    return int64_t(sec) * 1000 + ms;
+}
+
+// A phase catches core errors by itself so the run goes on to the next one.
+template <typename Body>
+void GuardedPhase(Log& log, const char* failureMessage, Body body) {
+    try {
+        body();
+    } catch (const CVellumError& e) {
+        log.ReportError(e.GetErrorCode(), failureMessage);
+    }
+}
+
+// The header version: the target's, unless the document already needs a
+// newer one (writing 1.4 over a 1.7 file would misstate what it uses).
+void HeaderVersion(PDDoc doc, const CTrimoraPreferences& prefs, ASInt16& major, ASInt16& minor) {
+    const CosDocFileInfo& info = CosDocGetFileInfo(PDDocGetCosDoc(doc));
+    int tMajor = std::clamp(prefs.Target().pdfMajorVersion, 1, 9);
+    int tMinor = std::clamp(prefs.Target().pdfMinorVersion, 0, 9);
+    if (info.majorVersion > tMajor || (info.majorVersion == tMajor && info.minorVersion > tMinor)) {
+        tMajor = info.majorVersion;
+        tMinor = info.minorVersion;
+    }
+    major = ASInt16(tMajor);
+    minor = ASInt16(tMinor);
+}
+
+void PrepareEncryption(PDDoc doc, const CTrimoraPreferences& prefs) {
+    const SecuritySettings& sec = prefs.Security();
+    EncryptionRequest r;
+    r.encrypt = sec.encrypt;
+    r.ownerPassword = sec.ownerPassword;
+    r.userPassword = sec.userPassword;
+    r.securityWord = sec.securityWord;
+    r.keyLengthBits = sec.keyLength;
+    PrepareSaveEncryption(PDDocGetCosDoc(doc), r);
+}
+
+int64_t Save(PDDoc doc, const std::string& path, const CTrimoraPreferences& prefs) {
+    const ASUns32 flags = prefs.Optimize().linearize ? (kCosSaveFull | kCosSaveCopy | kCosSaveLinearize)
+                                                     : (kCosSaveFull | kCosSaveCopy);
+    ASInt16 major = 0, minor = 0;
+    HeaderVersion(doc, prefs, major, minor);
+    PrepareEncryption(doc, prefs);
+    const char* hook = std::getenv(kFailSaveVariable);
+    if (hook && std::strcmp(hook, "1") == 0) {
+        const std::string temp = path + ".tmfail";
+        PDDocSave(doc, temp, flags, major, minor);
+        std::remove(temp.c_str());
+        ASRaiseErr(ErrSysFile, kErrFileWrite);
+    }
+    return PDDocSave(doc, path, flags, major, minor);
+}
+
+}  // namespace
+
+double PercentShrunk(ASInt32 startingSize, ASInt32 endingSize) {
+    if (startingSize == 0) return 0;
+    return (double(startingSize) - double(endingSize)) * 100.0 / double(startingSize);
+}
+
+ASErrorCode Run(PDDoc doc, const std::string& outputPath, CTrimoraPreferences& prefs) {
+    static const OperationRegistry standard = [] {
+        OperationRegistry r;
+        RegisterStandardOperations(r);
+        return r;
+    }();
+    return Run(doc, outputPath, prefs, standard);
+}
+
+ASErrorCode Run(PDDoc doc, const std::string& outputPath, CTrimoraPreferences& prefs,
+                const OperationRegistry& ops) {
+    Log* logp = prefs.GetLog();
+    if (!logp) ASRaiseErr(ErrSysGeneral, kErrBadParm);
+    Log& log = *logp;
+    CRunStatistics& run = prefs.Statistics();
+    RunContext ctx{doc, prefs, Statistics(prefs.StatisticsDict()), log};
+
+    // 1-2: timer, sink, share of the work
+    run.startMillis = NowMillis();
+    ProgressSink& sink = log.Sink();
+    sink.DocumentBegin(outputPath.c_str());
+    const bool imageWork = prefs.Image().Configured();
+    sink.DocumentShare(imageWork ? 0.4 : 1.0, int(PDDocGetNumPages(doc)));
+
+    // 3: output intent; a profile that cannot be read is simply not adopted
+    try {
+        AdoptOutputIntent(doc, prefs);
+    } catch (const CVellumError&) {
+    }
+
+    // 4: stamping
+    RunDocumentOperations(ops.DocumentOperations(DocumentPoint::Stamping, prefs), ctx);
+
+    // 5: pre-layout page operations
+    GuardedPhase(log, "Error while performing prelayout operations", [&] {
+        RunPageLoop(ops.PageOperations(PagePhase::PreLayout, prefs), ctx);
+    });
+
+    // 6: imposition
+    if (prefs.Layout().Enabled())
+        RunDocumentOperations(ops.DocumentOperations(DocumentPoint::Layout, prefs), ctx);
+
+    // 7: post-layout: page clean-up and content, then resources, fonts, images
+    log.Progress("Starting File Reduction\n");
+    GuardedPhase(log, "Error while performing postlayout operations", [&] {
+        RunPageLoop(ops.PageOperations(PagePhase::PostLayout, prefs), ctx);
+        RunDocumentOperations(ops.DocumentOperations(DocumentPoint::PostLayout, prefs), ctx);
+        if (imageWork) {
+            log.Progress("Performing image reduction...\n");
+            RunDocumentOperations(ops.DocumentOperations(DocumentPoint::ImageReduction, prefs), ctx);
+        }
+    });
+
+    // 8: document clean-up
+    RunDocumentOperations(ops.DocumentOperations(DocumentPoint::DocumentCleanup, prefs), ctx);
+    log.Progress("Completed File Reduction\n");
+
+    // 9: information fields and the initial view
+    GuardedPhase(log, "Error while performing finalization operations", [&] {
+        std::time_t t = std::time(nullptr);
+        std::tm now{};
+        localtime_r(&t, &now);
+        Finalise(doc, prefs, log, now);
+    });
+
+    // 10-11: save and measure
+    log.Progress("Saving...\n");
+    ASErrorCode result = 0;
+    try {
+        const int64_t written = Save(doc, outputPath, prefs);
+        log.Progress("File Saved!\n");
+        run.endingSize = ASInt32(std::clamp<int64_t>(written, 0, INT32_MAX));
+        run.percent = PercentShrunk(run.startingSize, run.endingSize);
+    } catch (const CVellumError& e) {
+        result = e.GetErrorCode();
+    }
+
+    // 12
+    run.endMillis = NowMillis();
+    if (result == 0) sink.Completed(1.0);
+    sink.DocumentEnd();
+    return result;
+}
+
+}  // namespace pipeline

@@ -1,0 +1,242 @@
+// JPEG and TIFF files turned into one-page (or one page per TIFF page)
+// documents.  The fixtures are made here with libjpeg and libtiff.
+#include <gtest/gtest.h>
+#include <jpeglib.h>
+#include <tiffio.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+#include <unistd.h>
+
+#include "images/ImageImport.h"
+#include "images/MemoryTiff.h"
+#include "pdfcore/CosNames.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// A small JPEG with a JFIF density (unit 1 = dots per inch, 2 = per cm).
+Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool adobe = false) {
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char* out = nullptr;
+    unsigned long outSize = 0;
+    jpeg_mem_dest(&c, &out, &outSize);
+    c.image_width = JDIMENSION(w);
+    c.image_height = JDIMENSION(h);
+    c.input_components = components;
+    c.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 3 ? JCS_RGB : JCS_CMYK;
+    jpeg_set_defaults(&c);
+    c.write_JFIF_header = TRUE;
+    c.write_Adobe_marker = adobe ? TRUE : FALSE;
+    c.density_unit = UINT8(densityUnit);
+    c.X_density = UINT16(density);
+    c.Y_density = UINT16(density);
+    jpeg_start_compress(&c, TRUE);
+    std::vector<JSAMPLE> row(size_t(w) * size_t(components));
+    for (int y = 0; y < h; ++y) {
+        for (size_t i = 0; i < row.size(); ++i) row[i] = JSAMPLE((i * 7 + size_t(y) * 3) & 0xFF);
+        JSAMPROW p = row.data();
+        jpeg_write_scanlines(&c, &p, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    Bytes bytes(out, out + outSize);
+    free(out);
+    return bytes;
+}
+
+// A bilevel pattern, rows packed MSB first, 1 = black.
+Bytes Checker(uint32_t w, uint32_t h) {
+    const size_t stride = (w + 7) / 8;
+    Bytes rows(stride * h, 0);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x)
+            if (((x / 4) + (y / 3)) % 2) rows[y * stride + x / 8] |= uint8_t(0x80 >> (x % 8));
+    return rows;
+}
+
+// Writes a TIFF into memory: each page is (width, height, bps, spp, photometric, compression).
+struct TiffPage {
+    uint32_t w, h;
+    uint16_t bps, spp, photometric, compression;
+    float dpi;
+};
+Bytes MakeTiff(const std::vector<TiffPage>& pages) {
+    auto mt = images::MemoryTiff::OpenWrite();
+    TIFF* t = mt->Handle();
+    for (const TiffPage& p : pages) {
+        TIFFSetField(t, TIFFTAG_IMAGEWIDTH, p.w);
+        TIFFSetField(t, TIFFTAG_IMAGELENGTH, p.h);
+        TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, p.bps);
+        TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, p.spp);
+        TIFFSetField(t, TIFFTAG_PHOTOMETRIC, p.photometric);
+        TIFFSetField(t, TIFFTAG_COMPRESSION, p.compression);
+        TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, p.h);
+        if (p.dpi > 0) {
+            TIFFSetField(t, TIFFTAG_XRESOLUTION, p.dpi);
+            TIFFSetField(t, TIFFTAG_YRESOLUTION, p.dpi);
+            TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+        }
+        const size_t stride = p.bps == 1 ? (p.w + 7) / 8 : size_t(p.w) * p.spp;
+        Bytes rows = p.bps == 1 ? Checker(p.w, p.h) : Bytes(stride * p.h);
+        if (p.bps == 1 && p.photometric == PHOTOMETRIC_MINISBLACK)
+            for (auto& b : rows) b = uint8_t(~b);
+        for (size_t i = 0; p.bps != 1 && i < rows.size(); ++i) rows[i] = uint8_t(i * 13);
+        for (uint32_t y = 0; y < p.h; ++y) TIFFWriteScanline(t, rows.data() + y * stride, y, 0);
+        TIFFWriteDirectory(t);
+    }
+    mt->Close();
+    return mt->Bytes();
+}
+
+std::vector<double> MediaBox(PDDoc pd, int page) {
+    CosObj box = CosDictGet(PDDocGetPageObj(pd, page), cosnames::MediaBox);
+    std::vector<double> v;
+    for (ASInt32 i = 0; i < CosArrayLength(box); ++i) v.push_back(CosFixedValue(CosArrayGet(box, i)));
+    return v;
+}
+
+CosObj PageImage(PDDoc pd, int page) {
+    CosObj res = CosDictGet(PDDocGetPageObj(pd, page), cosnames::Resources);
+    CosObj xo = CosDictGet(res, cosnames::XObject);
+    return CosDictValueAt(xo, 0);
+}
+
+std::string NameOf(CosObj dict, const char* key) {
+    return ASAtomGetString(CosDictGetName(dict, ASAtomFromString(key)));
+}
+
+TEST(ImageImport, KindByExtension) {
+    using images::ImageFileKind;
+    EXPECT_EQ(ImageFileKind::Jpeg, images::ImageFileKindFromName("a/b.jpeg"));
+    EXPECT_EQ(ImageFileKind::Jpeg, images::ImageFileKindFromName("x.JPG"));
+    EXPECT_EQ(ImageFileKind::Tiff, images::ImageFileKindFromName("scan.tif"));
+    EXPECT_EQ(ImageFileKind::Tiff, images::ImageFileKindFromName("scan.TIFF"));
+    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("scan.Tif"));  // exact spellings only
+    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("doc.pdf"));
+    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("jpg"));
+}
+
+TEST(ImageImport, JpegKeepsItsBytesAndSizesThePageByDensity) {
+    const Bytes jpeg = MakeJpeg(300, 150, 3, 1, 150);
+    PDDoc pd = images::ImportJpeg(jpeg);
+    ASSERT_NE(nullptr, pd);
+    ASSERT_EQ(1, PDDocGetNumPages(pd));
+    EXPECT_EQ((std::vector<double>{0, 0, 144, 72}), MediaBox(pd, 0));
+    CosObj img = PageImage(pd, 0);
+    ASSERT_EQ(kCosStream, CosObjGetType(img));
+    auto data = CosStreamEncodedData(img);
+    EXPECT_EQ(jpeg, Bytes(data.begin(), data.end()));
+    EXPECT_EQ("DCTDecode", NameOf(img, "Filter"));
+    EXPECT_EQ("DeviceRGB", NameOf(img, "ColorSpace"));
+    EXPECT_EQ(300, CosDictGetInt(img, ASAtomFromString("Width"), 0));
+    EXPECT_EQ(150, CosDictGetInt(img, ASAtomFromString("Height"), 0));
+    PDDocClose(pd);
+}
+
+TEST(ImageImport, JpegColourSpacesAndResolutionFallbacks) {
+    // Dots per centimetre: 59 per cm is 149.86 ppi.
+    PDDoc gray = images::ImportJpeg(MakeJpeg(100, 100, 1, 2, 59));
+    ASSERT_NE(nullptr, gray);
+    EXPECT_EQ("DeviceGray", NameOf(PageImage(gray, 0), "ColorSpace"));
+    EXPECT_NEAR(100 * 72 / (59 * 2.54), MediaBox(gray, 0)[2], 0.001);
+    PDDocClose(gray);
+
+    // Aspect ratio only: 72 ppi, one point per pixel.
+    PDDoc noDpi = images::ImportJpeg(MakeJpeg(40, 30, 3, 0, 1));
+    ASSERT_NE(nullptr, noDpi);
+    EXPECT_EQ((std::vector<double>{0, 0, 40, 30}), MediaBox(noDpi, 0));
+    PDDocClose(noDpi);
+
+    PDDoc cmyk = images::ImportJpeg(MakeJpeg(16, 16, 4, 1, 72, true));
+    ASSERT_NE(nullptr, cmyk);
+    CosObj img = PageImage(cmyk, 0);
+    EXPECT_EQ("DeviceCMYK", NameOf(img, "ColorSpace"));
+    CosObj decode = CosDictGet(img, ASAtomFromString("Decode"));
+    ASSERT_EQ(8, CosArrayLength(decode));
+    EXPECT_EQ(1, CosIntegerValue(CosArrayGet(decode, 0)));
+    EXPECT_EQ(0, CosIntegerValue(CosArrayGet(decode, 1)));
+    PDDocClose(cmyk);
+}
+
+TEST(ImageImport, RejectsWhatIsNoImage) {
+    EXPECT_EQ(nullptr, images::ImportJpeg(Bytes{}));
+    Bytes notJpeg = {'%', 'P', 'D', 'F', '-', '1', '.', '4'};
+    EXPECT_EQ(nullptr, images::ImportJpeg(notJpeg));
+    Bytes truncated = MakeJpeg(64, 64, 3, 1, 72);
+    truncated.resize(20);
+    EXPECT_EQ(nullptr, images::ImportJpeg(truncated));
+    EXPECT_EQ(nullptr, images::ImportTiff(notJpeg));
+    Bytes tiff = MakeTiff({{32, 32, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 72}});
+    tiff.resize(12);
+    EXPECT_EQ(nullptr, images::ImportTiff(tiff));
+    EXPECT_EQ(nullptr, images::ImportImageFile("/nonexistent/dir/x.jpg"));
+    EXPECT_EQ(nullptr, images::ImportImageFile("whatever.png"));
+}
+
+TEST(ImageImport, BilevelTiffBecomesG4ThatDecodesToThePixels) {
+    const uint32_t w = 37, h = 20;  // a width that is no multiple of 8
+    Bytes tiff = MakeTiff({{w, h, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_NONE, 200},
+                           {w, h, 1, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_CCITTFAX4, 300}});
+    PDDoc pd = images::ImportTiff(tiff);
+    ASSERT_NE(nullptr, pd);
+    ASSERT_EQ(2, PDDocGetNumPages(pd));  // one page per TIFF page
+    EXPECT_NEAR(w * 72.0 / 200, MediaBox(pd, 0)[2], 0.001);
+    EXPECT_NEAR(h * 72.0 / 300, MediaBox(pd, 1)[3], 0.001);
+
+    // Decoded through the CCITT filter, both pages give the pattern with
+    // 0 = black (DeviceGray, one bit).
+    Bytes expected = Checker(w, h);
+    for (auto& b : expected) b = uint8_t(~b);
+    const size_t stride = (w + 7) / 8;
+    for (int page = 0; page < 2; ++page) {
+        CosObj img = PageImage(pd, page);
+        EXPECT_EQ("CCITTFaxDecode", NameOf(img, "Filter"));
+        Bytes got = CosStreamDecodedData(img);
+        ASSERT_EQ(expected.size(), got.size()) << "page " << page;
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x) {
+                const int bit = 0x80 >> (x % 8);
+                ASSERT_EQ(expected[y * stride + x / 8] & bit, got[y * stride + x / 8] & bit)
+                    << "page " << page << " x " << x << " y " << y;
+            }
+    }
+    PDDocClose(pd);
+}
+
+TEST(ImageImport, ColourTiffBecomesFlateWithTheSamples) {
+    Bytes tiff = MakeTiff({{5, 4, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_LZW, 0}});
+    PDDoc pd = images::ImportTiff(tiff);
+    ASSERT_NE(nullptr, pd);
+    EXPECT_EQ((std::vector<double>{0, 0, 5, 4}), MediaBox(pd, 0));  // no resolution: 72 ppi
+    CosObj img = PageImage(pd, 0);
+    EXPECT_EQ("FlateDecode", NameOf(img, "Filter"));
+    EXPECT_EQ("DeviceRGB", NameOf(img, "ColorSpace"));
+    Bytes got = CosStreamDecodedData(img);
+    ASSERT_EQ(size_t(5 * 4 * 3), got.size());
+    for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(uint8_t(i * 13), got[i]) << i;
+    PDDocClose(pd);
+}
+
+TEST(ImageImport, ImportImageFileReadsFromDisk) {
+    const auto dir = std::filesystem::temp_directory_path() / ("tmimg" + std::to_string(getpid()));
+    std::filesystem::create_directories(dir);
+    const auto path = (dir / "photo.JPEG").string();
+    const Bytes jpeg = MakeJpeg(72, 36, 3, 1, 72);
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(jpeg.data()), jpeg.size());
+    PDDoc pd = images::ImportImageFile(path);
+    ASSERT_NE(nullptr, pd);
+    EXPECT_EQ((std::vector<double>{0, 0, 72, 36}), MediaBox(pd, 0));
+    PDDocClose(pd);
+    std::filesystem::remove_all(dir);
+}
+
+}  // namespace

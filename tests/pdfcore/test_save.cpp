@@ -1,0 +1,371 @@
+// Full saves: what is kept, the new numbers and order, the table and trailer,
+// reproducible identifiers, encryption at save time and atomic replacement.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include "pdfcore/CosInternal.h"
+#include "pdfcore/CosNames.h"
+#include "pdfcore/CosWriter.h"
+#include "pdfcore/PDDoc.h"
+
+namespace {
+
+ASInt32 ErrorNumberOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const CVellumError& e) {
+        return ErrGetNumber(e.GetErrorCode());
+    }
+    return 0;
+}
+
+std::span<const uint8_t> Bytes(std::string_view s) {
+    return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::vector<std::string> ListDir(const std::string& dir) {
+    std::vector<std::string> names;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d))
+            if (e->d_name[0] != '.' || (e->d_name[1] != '\0' && e->d_name[1] != '.')) names.push_back(e->d_name);
+        closedir(d);
+    }
+    return names;
+}
+
+const ASAtom kOutlines = ASAtomFromString("Outlines");
+const ASAtom kDangling = ASAtomFromString("Dangling");
+const ASAtom kTitle = ASAtomFromString("Title");
+const ASAtom kFont = ASAtomFromString("Font");
+const ASAtom kF1 = ASAtomFromString("F1");
+const ASAtom kAnnot = ASAtomFromString("Annot");
+const ASAtom kFit = ASAtomFromString("Fit");
+const ASAtom kR = ASAtomFromString("R");
+const ASAtom kV = ASAtomFromString("V");
+const ASAtom kO = ASAtomFromString("O");
+
+class SaveTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char templ[] = "/tmp/tm-save-XXXXXX";
+        ASSERT_NE(mkdtemp(templ), nullptr);
+        dir = templ;
+        unsetenv("SOURCE_DATE_EPOCH");
+        CosOutputFileSetFailAfterForTesting(-1);
+    }
+    void TearDown() override {
+        CosOutputFileSetFailAfterForTesting(-1);
+        unsetenv("SOURCE_DATE_EPOCH");
+        if (doc) CosDocClose(doc);
+        for (const auto& n : ListDir(dir)) unlink((dir + "/" + n).c_str());
+        rmdir(dir.c_str());
+    }
+
+    CosObj NewPage(CosObj parent, CosObj font, std::string_view content) {
+        CosObj stream = CosNewStream(doc, CosNewNull(), Bytes(content));
+        CosObj page = CosNewDict(doc, true);
+        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+        CosDictPut(page, cosnames::Parent, parent);
+        CosObj box = CosNewArray(doc, false);
+        for (int v : {0, 0, 200, 100}) CosArrayAppend(box, CosNewInteger(doc, false, v));
+        CosDictPut(page, cosnames::MediaBox, box);
+        CosObj res = CosNewDict(doc, false);
+        CosObj fonts = CosNewDict(doc, false);
+        CosDictPut(fonts, kF1, font);
+        CosDictPut(res, kFont, fonts);
+        CosDictPut(page, cosnames::Resources, res);
+        CosDictPut(page, cosnames::Contents, stream);
+        return page;
+    }
+
+    // Objects are made in an order unlike the order they are written in,
+    // with an object nothing refers to, reference cycles, a reference to a
+    // missing object and a page referring to a later page.
+    void BuildDocument() {
+        doc = CosDocCreate();
+        orphan = CosNewDict(doc, true);
+        CosDictPut(orphan, kTitle, CosNewString(doc, false, std::string_view("ORPHAN-MARK")));
+        CosObj font = CosNewDict(doc, true);
+        CosDictPutName(font, cosnames::Type, false, kFont);
+        pages = CosNewDict(doc, true);
+        CosDictPutName(pages, cosnames::Type, false, cosnames::Pages);
+        CosObj page2 = NewPage(pages, font, "BT /F1 9 Tf (two) Tj ET");
+        CosObj page1 = NewPage(pages, font, "BT /F1 9 Tf (one) Tj ET\n");
+        CosObj annot = CosNewDict(doc, true);
+        CosDictPutName(annot, cosnames::Type, false, kAnnot);
+        CosDictPut(annot, cosnames::P, page1);
+        CosObj dest = CosNewArray(doc, false);
+        CosArrayAppend(dest, page2);
+        CosArrayAppend(dest, CosNewName(doc, false, kFit));
+        CosDictPut(annot, cosnames::Dest, dest);
+        CosObj annots = CosNewArray(doc, false);
+        CosArrayAppend(annots, annot);
+        CosDictPut(page1, cosnames::Annots, annots);
+        CosObj kids = CosNewArray(doc, false);
+        CosArrayAppend(kids, page1);
+        CosArrayAppend(kids, page2);
+        CosDictPut(pages, cosnames::Kids, kids);
+        CosDictPut(pages, cosnames::Count, CosNewInteger(doc, false, 2));
+        CosObj outlines = CosNewDict(doc, true);
+        CosObj item = CosNewDict(doc, true);
+        CosDictPut(outlines, cosnames::First, item);
+        CosDictPut(item, cosnames::Parent, outlines);
+        CosDictPut(item, kTitle, CosNewString(doc, false, std::string_view("Chapter")));
+        info = CosNewDict(doc, true);
+        CosDictPut(info, kTitle, CosNewString(doc, false, std::string_view("AB")));
+        catalog = CosNewDict(doc, true);
+        CosDictPutName(catalog, cosnames::Type, false, cosnames::Catalog);
+        CosDictPut(catalog, cosnames::Pages, pages);
+        CosDictPut(catalog, kOutlines, outlines);
+        CosDictPut(catalog, kDangling, CosNewRef(doc, 777, 0));
+        CosObj trailer = CosDocGetTrailer(doc);
+        CosDictPut(trailer, cosnames::Root, catalog);
+        CosDictPut(trailer, cosnames::Info, info);
+    }
+
+    std::string Save(const std::string& name, ASUns32 flags = kCosSaveFull | kCosSaveCopy, ASInt16 major = 0,
+                     ASInt16 minor = 0) {
+        CosSaveParams p;
+        p.flags = flags;
+        p.path = dir + "/" + name;
+        p.majorVersion = major;
+        p.minorVersion = minor;
+        int64_t n = CosDocSave(doc, p);
+        std::string bytes = ReadFile(p.path);
+        EXPECT_EQ(n, static_cast<int64_t>(bytes.size()));
+        return bytes;
+    }
+
+    std::string dir;
+    CosDoc doc = nullptr;
+    CosObj catalog = nullptr, pages = nullptr, info = nullptr, orphan = nullptr;
+};
+
+// The body of object `num` ("num 0 obj\r" ... "\rendobj\r"), or "".
+std::string ObjectText(const std::string& file, int num) {
+    std::string label = "\r" + std::to_string(num) + " 0 obj\r";
+    size_t at = file.find(label);
+    if (at == std::string::npos) return "";
+    size_t start = at + label.size();
+    size_t end = file.find("\rendobj\r", start);
+    return end == std::string::npos ? "" : file.substr(start, end - start);
+}
+
+TEST_F(SaveTest, KeepsWhatIsReachableRenumbersDenselyInPageOrder) {
+    BuildDocument();
+    std::string out = Save("a.pdf");
+    EXPECT_EQ(out.substr(0, 15), "%PDF-1.4\r%\xE2\xE3\xCF\xD3\r");
+    EXPECT_EQ(out.find("ORPHAN-MARK"), std::string::npos);
+    // Catalog, page tree, page 1 with its font, content and annotation,
+    // page 2 with its content, then outlines, then the information dictionary.
+    EXPECT_EQ(ObjectText(out, 1).substr(0, 17), "<<\r/Type /Catalog");
+    EXPECT_NE(ObjectText(out, 1).find("/Pages 2 0 R\r/Outlines 9 0 R\r/Dangling null\r"), std::string::npos);
+    EXPECT_EQ(ObjectText(out, 2), "<<\r/Type /Pages\r/Kids [3 0 R 7 0 R]\r/Count 2\r>>");
+    EXPECT_NE(ObjectText(out, 3).find("/Font <<\r/F1 4 0 R\r>>"), std::string::npos);
+    EXPECT_NE(ObjectText(out, 3).find("/Contents 5 0 R\r/Annots [6 0 R]"), std::string::npos);
+    EXPECT_EQ(ObjectText(out, 4), "<<\r/Type /Font\r>>");
+    EXPECT_EQ(ObjectText(out, 5), "<<\r/Length 24\r>>\rstream\nBT /F1 9 Tf (one) Tj ET\nendstream");
+    EXPECT_EQ(ObjectText(out, 6), "<<\r/Type /Annot\r/P 3 0 R\r/Dest [7 0 R /Fit]\r>>");
+    EXPECT_NE(ObjectText(out, 7).find("/Parent 2 0 R"), std::string::npos);
+    EXPECT_EQ(ObjectText(out, 8), "<<\r/Length 23\r>>\rstream\nBT /F1 9 Tf (two) Tj ET\rendstream");
+    EXPECT_EQ(ObjectText(out, 9), "<<\r/First 10 0 R\r>>");
+    EXPECT_EQ(ObjectText(out, 10), "<<\r/Parent 9 0 R\r/Title (Chapter)\r>>");
+    EXPECT_EQ(ObjectText(out, 11), "<<\r/Title (AB)\r>>");
+    EXPECT_EQ(ObjectText(out, 12), "");
+}
+
+TEST_F(SaveTest, TableOffsetsPointAtTheObjectsAndTheTrailerIsMinimal) {
+    BuildDocument();
+    CosObj ids = CosNewArray(doc, false);
+    CosArrayAppend(ids, CosNewString(doc, false, std::string_view("\x01\x02\x03\x04")));
+    CosArrayAppend(ids, CosNewString(doc, false, std::string_view("\x05\x06\x07\x08")));
+    CosDictPut(CosDocGetTrailer(doc), cosnames::ID, ids);
+    CosDictPut(CosDocGetTrailer(doc), cosnames::Prev, CosNewInteger(doc, false, 99));
+    std::string out = Save("t.pdf");
+    ASSERT_GE(out.size(), 6u);
+    EXPECT_EQ(out.substr(out.size() - 7), "\r%%EOF\r");
+    size_t sx = out.rfind("startxref\r");
+    ASSERT_NE(sx, std::string::npos);
+    long xref = std::stol(out.substr(sx + 10));
+    ASSERT_EQ(out.substr(size_t(xref), 5), "xref\r");
+    size_t hdrEnd = out.find('\r', size_t(xref) + 5);
+    std::string header = out.substr(size_t(xref) + 5, hdrEnd - size_t(xref) - 5);
+    ASSERT_EQ(header, "0 12 ");  // 11 objects and the free entry
+    size_t entries = hdrEnd + 1;
+    EXPECT_EQ(out.substr(entries, 20), "0000000000 65535 f\r\n");
+    for (int n = 1; n <= 11; ++n) {
+        std::string e = out.substr(entries + size_t(n) * 20, 20);
+        ASSERT_EQ(e.substr(10, 10), " 00000 n\r\n");
+        long off = std::stol(e.substr(0, 10));
+        std::string label = std::to_string(n) + " 0 obj\r";
+        EXPECT_EQ(out.substr(size_t(off), label.size()), label) << n;
+    }
+    std::string trailer = out.substr(entries + 12 * 20, sx - entries - 12 * 20);
+    EXPECT_EQ(trailer.substr(0, 8), "trailer\r");
+    EXPECT_NE(trailer.find("/Size 12\r/Root 1 0 R\r/Info 11 0 R\r/ID [<01020304><"), std::string::npos);
+    EXPECT_EQ(trailer.find("Prev"), std::string::npos);
+    EXPECT_EQ(trailer.find("<05060708>"), std::string::npos);  // second element replaced
+}
+
+TEST_F(SaveTest, SavedFileReadsBackWithTheSameContent) {
+    BuildDocument();
+    std::string path = dir + "/back.pdf";
+    Save("back.pdf");
+    CosOpenParams op;
+    op.path = path;
+    CosDoc back = CosDocOpen(op);
+    PDDoc pd = PDDocFromCosDoc(back);
+    EXPECT_EQ(PDDocGetNumPages(pd), 2);
+    CosObj page2 = PDDocGetPageObj(pd, 1);
+    auto data = CosStreamEncodedData(CosDictGet(page2, cosnames::Contents));
+    EXPECT_EQ(std::string(data.begin(), data.end()), "BT /F1 9 Tf (two) Tj ET");
+    EXPECT_TRUE(CosObjIsNull(CosDictGet(CosDocGetRoot(back), kDangling)));
+    // Saving the read-back document again gives the same body.
+    setenv("SOURCE_DATE_EPOCH", "0", 1);
+    CosSaveParams p;
+    p.path = dir + "/again.pdf";
+    CosDocSave(back, p);
+    std::string again = ReadFile(p.path);
+    std::string first = ReadFile(path);
+    EXPECT_EQ(again.substr(0, again.find("trailer")), first.substr(0, first.find("trailer")));
+    PDDocClose(pd);
+}
+
+TEST_F(SaveTest, SourceDateEpochGivesIdenticalBytesAndTheClockDoesNot) {
+    BuildDocument();
+    setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
+    std::string a = Save("a.pdf");
+    std::string b = Save("b.pdf");
+    EXPECT_EQ(a, b);
+    unsetenv("SOURCE_DATE_EPOCH");
+    std::string c = Save("c.pdf");
+    std::string d = Save("d.pdf");
+    EXPECT_NE(c, d);
+    EXPECT_EQ(c.substr(0, c.find("/ID")), d.substr(0, d.find("/ID")));
+    // A new identifier has two equal elements.
+    size_t id = a.find("/ID [<");
+    ASSERT_NE(id, std::string::npos);
+    std::string first = a.substr(id + 6, 32), second = a.substr(id + 6 + 32 + 2, 32);
+    EXPECT_EQ(first, second);
+}
+
+TEST_F(SaveTest, FailedWriteLeavesTheTargetAndNoTemporary) {
+    BuildDocument();
+    std::string target = dir + "/keep.pdf";
+    std::ofstream(target) << "old bytes";
+    CosOutputFileSetFailAfterForTesting(200);
+    EXPECT_EQ(ErrorNumberOf([&] { Save("keep.pdf"); }), kErrFileWrite);
+    CosOutputFileSetFailAfterForTesting(-1);
+    EXPECT_EQ(ReadFile(target), "old bytes");
+    EXPECT_EQ(ListDir(dir), std::vector<std::string>{"keep.pdf"});
+    // Now it works and replaces the file.
+    std::string out = Save("keep.pdf");
+    EXPECT_EQ(out.substr(0, 5), "%PDF-");
+    EXPECT_EQ(ListDir(dir).size(), 1u);
+
+    CosSaveParams p;
+    p.path = dir + "/no-such-folder/x.pdf";
+    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrCantOpenForWrite);
+    p.path = dir;  // a folder: the rename must fail
+    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrCannotRename);
+    EXPECT_EQ(ListDir(dir).size(), 1u);
+}
+
+TEST_F(SaveTest, BadParametersAndMissingRoot) {
+    BuildDocument();
+    CosSaveParams p;
+    p.path = dir + "/x.pdf";
+    p.size = 3;
+    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrBadParm);
+    p.size = sizeof(CosSaveParams);
+    p.path.clear();
+    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrBadParm);
+    CosDoc empty = CosDocCreate();
+    p.path = dir + "/x.pdf";
+    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(empty, p); }), kErrBadRoot);
+    CosDocClose(empty);
+    EXPECT_TRUE(ListDir(dir).empty());
+}
+
+TEST_F(SaveTest, CompactModeAndHeaderVersions) {
+    BuildDocument();
+    std::string out = Save("c.pdf", kCosSaveFull | kCosSaveCompact);
+    EXPECT_NE(out.find("1 0 obj\r<</Type/Catalog/Pages 2 0 R"), std::string::npos);
+    EXPECT_NE(out.find("trailer\r<</Size 12/Root 1 0 R"), std::string::npos);
+
+    EXPECT_EQ(Save("v.pdf", kCosSaveFull, 1, 6).substr(0, 9), "%PDF-1.6\r");
+    CosDocMutableFileInfo(doc).minorVersion = 3;
+    EXPECT_EQ(Save("v.pdf").substr(0, 9), "%PDF-1.3\r");
+    // A JPEG 2000 image raises the header to 1.5, patched after the body.
+    CosObj img = CosNewStream(doc, CosNewNull(), Bytes("jp2"));
+    CosDictPutName(img, cosnames::Filter, false, ASAtomFromString("JPXDecode"));
+    CosDictPut(info, ASAtomFromString("Thumb"), img);
+    EXPECT_EQ(Save("v.pdf").substr(0, 9), "%PDF-1.5\r");
+}
+
+// Adds the object number to each byte, so tests can tell which number
+// encrypted what.
+class AddCrypt : public CosCryptFilter {
+public:
+    void Decrypt(ASUns32 n, ASUns16, std::vector<uint8_t>& d) override {
+        for (auto& b : d) b = static_cast<uint8_t>(b - n);
+    }
+    void Encrypt(ASUns32 n, ASUns16, std::vector<uint8_t>& d) override {
+        for (auto& b : d) b = static_cast<uint8_t>(b + n);
+    }
+};
+
+TEST_F(SaveTest, EncryptionUsesTheNewNumbersAndLeavesTheEncryptDictionaryPlain) {
+    doc = CosDocCreate();
+    CosDocMutableFileInfo(doc).minorVersion = 3;
+    pages = CosNewDict(doc, true);
+    CosObj stream = CosNewStream(doc, CosNewNull(), Bytes("ab"));
+    CosObj page = CosNewDict(doc, true);
+    CosDictPut(page, cosnames::Parent, pages);
+    CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+    CosDictPut(page, cosnames::Contents, stream);
+    CosObj kids = CosNewArray(doc, false);
+    CosArrayAppend(kids, page);
+    CosDictPutName(pages, cosnames::Type, false, cosnames::Pages);
+    CosDictPut(pages, cosnames::Kids, kids);
+    info = CosNewDict(doc, true);
+    CosDictPut(info, kTitle, CosNewString(doc, false, std::string_view("AB")));
+    catalog = CosNewDict(doc, true);
+    CosDictPut(catalog, cosnames::Pages, pages);
+    CosDictPut(CosDocGetTrailer(doc), cosnames::Root, catalog);
+    CosDictPut(CosDocGetTrailer(doc), cosnames::Info, info);
+    CosObj enc = CosNewDict(doc, false);
+    CosDictPutName(enc, cosnames::Filter, false, cosnames::Standard);
+    CosDictPut(enc, kV, CosNewInteger(doc, false, 2));
+    CosDictPut(enc, kR, CosNewInteger(doc, false, 3));
+    CosDictPut(enc, kO, CosNewString(doc, false, std::string_view("OK")));
+    CosDocSetWriteCrypt(doc, std::make_unique<AddCrypt>(), enc);
+
+    std::string out = Save("e.pdf");
+    EXPECT_EQ(out.substr(0, 9), "%PDF-1.4\r");  // 128-bit RC4 needs 1.4
+    // catalog 1, pages 2, page 3, content 4, info 5, encrypt 6
+    EXPECT_EQ(ObjectText(out, 4), "<<\r/Length 2\r>>\rstream\nef\rendstream");  // 'a'+4, 'b'+4
+    EXPECT_EQ(ObjectText(out, 5), "<<\r/Title (FG)\r>>");                      // 'A'+5, 'B'+5
+    EXPECT_EQ(ObjectText(out, 6), "<<\r/Filter /Standard\r/V 2\r/R 3\r/O (OK)\r>>");
+    EXPECT_NE(out.find("/Encrypt 6 0 R\r"), std::string::npos);
+    // Stored data unchanged.
+    EXPECT_EQ(CosStringBytes(CosDictGet(info, kTitle)), "AB");
+    EXPECT_EQ(CosStreamEncodedData(stream)[0], 'a');
+}
+
+}  // namespace

@@ -1,0 +1,286 @@
+// The standard handler on Cos objects: reading Encrypt dictionaries,
+// authenticating, and setting up encryption for saving.  Documents are made
+// in memory; the Encrypt values are those of small files encrypted by qpdf.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "pdfcore/CosInternal.h"
+#include "pdfcore/CosNames.h"
+#include "pdfcore/security/StandardSecurity.h"
+
+namespace {
+
+const ASAtom K_R = ASAtomFromString("R");
+const ASAtom K_V = ASAtomFromString("V");
+const ASAtom K_O = ASAtomFromString("O");
+const ASAtom K_U = ASAtomFromString("U");
+
+std::string Unhex(std::string_view hex) {
+    std::string out;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+        out += char(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
+    return out;
+}
+
+ASErrorCode CodeOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const CVellumError& e) {
+        return e.GetErrorCode();
+    }
+    return 0;
+}
+
+const ASErrorCode kNeedPassword = ErrBuildCode(4, 3, kErrNeedPassword);
+const ASErrorCode kRevisionNotImpl = ErrBuildCode(4, 3, kErrSecRevisionNotImpl);
+
+struct EncryptValues {
+    int r, v, length;  // length 0: no Length entry
+    long long p;
+    const char* o;
+    const char* u;
+};
+
+// qpdf --static-id --encrypt user owner 40, and ... 128 --use-aes=n
+const EncryptValues kRc4_40 = {2, 1, 40, -4,
+                               "94e8094419662a774442fb072e3d9f19e9d130ec09a4d0061e78fe920f7ab62f",
+                               "2aa12f26bcf1a217c0f1ee491745f646671475ae85bddf3e3c1a45a8457391cb"};
+const EncryptValues kRc4_128 = {3, 2, 128, -4,
+                                "0ba3835f88f90388e74e54584125ce142be0de24c6b0d37746e075b891756671",
+                                "763f954d16622015ee88b60b3eb8f7590122456a91bae5134273a6db134c87c4"};
+const char* kQpdfId = "31415926535897932384626433832795";
+// "Known title string", object 2 generation 0, encrypted in the 40-bit file.
+const char* kTitle40 = "b45d310261a0eda2717ab3705666814a3656";
+
+class SecurityHandlerTest : public ::testing::Test {
+protected:
+    void SetUp() override { doc = CosDocCreate(); }
+    void TearDown() override { CosDocClose(doc); }
+
+    CosObj Dict(const EncryptValues& e) {
+        CosObj d = CosNewDict(doc, false);
+        CosDictPutName(d, cosnames::Filter, false, cosnames::Standard);
+        CosDictPut(d, K_R, CosNewInteger(doc, false, e.r));
+        CosDictPut(d, K_V, CosNewInteger(doc, false, e.v));
+        if (e.length) CosDictPut(d, cosnames::Length, CosNewInteger(doc, false, e.length));
+        CosDictPut(d, cosnames::P, CosNewNumber(doc, false, double(e.p)));
+        CosDictPut(d, K_O, CosNewString(doc, false, Unhex(e.o)));
+        CosDictPut(d, K_U, CosNewString(doc, false, Unhex(e.u)));
+        return d;
+    }
+    CosObj Ids(const std::string& first) {
+        CosObj a = CosNewArray(doc, false);
+        CosArrayAppend(a, CosNewString(doc, false, first));
+        CosArrayAppend(a, CosNewString(doc, false, first));
+        return a;
+    }
+    // Opens with a dictionary and an ID array made for the call (freed after,
+    // whatever happens: direct objects without a container are the caller's).
+    CosSecurityOpenResult OpenDict(CosObj dict, const std::string& id, const std::string& password) {
+        CosObj ids = Ids(id);
+        try {
+            CosSecurityOpenResult r = StdSecOpen(dict, ids, password);
+            CosObjDestroy(ids);
+            CosObjDestroy(dict);
+            return r;
+        } catch (...) {
+            CosObjDestroy(ids);
+            CosObjDestroy(dict);
+            throw;
+        }
+    }
+    CosSecurityOpenResult Open(const EncryptValues& e, const std::string& id,
+                               const std::string& password) {
+        return OpenDict(Dict(e), id, password);
+    }
+    static std::string Decrypt(CosCryptFilter& f, ASUns32 num, const std::string& bytes) {
+        std::vector<uint8_t> data(bytes.begin(), bytes.end());
+        f.Decrypt(num, 0, data);
+        return std::string(data.begin(), data.end());
+    }
+
+    CosDoc doc = nullptr;
+};
+
+}  // namespace
+
+TEST_F(SecurityHandlerTest, ReadingTheEncryptDictionary) {
+    // R 4 (AES) and R 5 are refused; R must be a number.
+    for (int r : {1, 4, 5}) {
+        EncryptValues e = kRc4_128;
+        e.r = r;
+        EXPECT_EQ(CodeOf([&] { Open(e, Unhex(kQpdfId), "user"); }), kRevisionNotImpl)
+            << "R " << r;
+    }
+    CosObj named = Dict(kRc4_40);
+    CosDictPutName(named, K_R, false, cosnames::Standard);
+    EXPECT_EQ(ErrGetNumber(CodeOf([&] { OpenDict(named, Unhex(kQpdfId), "user"); })),
+              kErrExpectedNumber);
+    CosObj noP = Dict(kRc4_40);
+    CosDictRemove(noP, cosnames::P);
+    EXPECT_EQ(ErrGetNumber(CodeOf([&] { OpenDict(noP, Unhex(kQpdfId), "user"); })),
+              kErrExpectedNumber);
+    EXPECT_EQ(ErrGetNumber(CodeOf([&] { OpenDict(CosNewNull(), "", ""); })), kErrExpectedDict);
+
+    // Without Length the key is 40 bits.
+    EncryptValues noLength = kRc4_40;
+    noLength.length = 0;
+    StdSecParams params;
+    CosObj dict = Dict(noLength);
+    EXPECT_TRUE(StdSecReadEncryptDict(dict, &params));
+    CosObjDestroy(dict);
+    EXPECT_EQ(params.keyLengthBits, 40);
+    EXPECT_TRUE(Open(noLength, Unhex(kQpdfId), "user").crypt);
+
+    // A key length outside 40..128 stops the reading: no key can be made.
+    EncryptValues tooLong = kRc4_128;
+    tooLong.length = 256;
+    dict = Dict(tooLong);
+    EXPECT_FALSE(StdSecReadEncryptDict(dict, &params));
+    CosObjDestroy(dict);
+    EXPECT_EQ(CodeOf([&] { Open(tooLong, Unhex(kQpdfId), "user"); }),
+              ErrBuildCode(4, 3, kErrCannotDecrypt));
+
+    // P written unsigned still means -4.
+    EncryptValues unsignedP = kRc4_40;
+    unsignedP.p = 4294967292LL;
+    CosSecurityOpenResult r = Open(unsignedP, Unhex(kQpdfId), "user");
+    EXPECT_EQ(r.permissions, -4);
+}
+
+TEST_F(SecurityHandlerTest, SetupWritesEntriesThatOpenAgain) {
+    struct Case {
+        int bits, r, v;
+        size_t keyBytes;
+    };
+    for (Case c : {Case{40, 2, 1, 5}, Case{56, 3, 2, 7}, Case{128, 3, 2, 16}}) {
+        CosDoc d = CosDocCreate();
+        SetupStandardEncryption(d, "boss", "reader",
+                                kSecUserPasswordGiven | kSecOwnerPasswordGiven | kSecNoPrinting,
+                                c.bits);
+        CosCryptFilter* write = CosDocGetWriteCrypt(d);
+        CosObj dict = CosDocGetWriteEncryptDict(d);
+        ASSERT_TRUE(write);
+        ASSERT_EQ(CosObjGetType(dict), kCosDict);
+        EXPECT_EQ(CosDictGetName(dict, cosnames::Filter), cosnames::Standard);
+        EXPECT_EQ(CosDictGetInt(dict, K_R, 0), c.r);
+        EXPECT_EQ(CosDictGetInt(dict, K_V, 0), c.v);
+        EXPECT_EQ(CosDictGetInt(dict, cosnames::Length, 0), c.bits);
+        EXPECT_EQ(CosDictGetInt(dict, cosnames::P, 0),
+                  StdSecPermissionsFromWord(kSecNoPrinting, c.r));
+        std::string u = CosStringBytes(CosDictGet(dict, K_U));
+        ASSERT_EQ(u.size(), 32u);
+        if (c.r == 3) {
+            for (size_t i = 16; i < 32; ++i) EXPECT_EQ(uint8_t(u[i]), i) << "U byte " << i;
+        }
+
+        // The trailer got an identifier, and the entries open with it.
+        CosObj ids = CosDictGet(CosDocGetTrailer(d), cosnames::ID);
+        ASSERT_EQ(CosArrayLength(ids), 2);
+        EXPECT_EQ(CosStringBytes(CosArrayGet(ids, 0)).size(), 16u);
+        std::vector<uint8_t> data = {'h', 'e', 'l', 'l', 'o'};
+        write->Encrypt(9, 0, data);
+        EXPECT_NE(std::string(data.begin(), data.end()), "hello");
+
+        CosSecurityOpenResult user = StdSecOpen(dict, ids, "reader");
+        EXPECT_FALSE(user.ownerAuthenticated);
+        EXPECT_EQ(Decrypt(*user.crypt, 9, std::string(data.begin(), data.end())), "hello");
+        EXPECT_TRUE(StdSecOpen(dict, ids, "boss").ownerAuthenticated);
+        EXPECT_EQ(CodeOf([&] { StdSecOpen(dict, ids, ""); }), kNeedPassword);
+        CosDocClose(d);
+    }
+}
+
+TEST_F(SecurityHandlerTest, SetupRulesForPasswordsAndIdentifier) {
+    // No password-given bit: nothing would protect the document.
+    EXPECT_EQ(CodeOf([&] { SetupStandardEncryption(doc, "a", "b", kSecNoCopy, 40); }), kNeedPassword);
+    EXPECT_EQ(ErrGetNumber(CodeOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 64 + 4); })),
+              kErrBadParm);
+    EXPECT_EQ(ErrGetNumber(CodeOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 256); })),
+              kErrBadParm);
+
+    // An empty owner password becomes the user password.
+    CosDictPut(CosDocGetTrailer(doc), cosnames::ID, Ids("kept first id"));
+    SetupStandardEncryption(doc, "", "only", kSecUserPasswordGiven, 128);
+    CosObj ids = CosDictGet(CosDocGetTrailer(doc), cosnames::ID);
+    EXPECT_EQ(CosStringBytes(CosArrayGet(ids, 0)), "kept first id");
+    EXPECT_TRUE(StdSecOpen(CosDocGetWriteEncryptDict(doc), ids, "only").ownerAuthenticated);
+
+    // Only an owner password: the document opens without one.
+    SetupStandardEncryption(doc, "boss", "", kSecOwnerPasswordGiven | kSecNoEditing, 40);
+    CosSecurityOpenResult r = StdSecOpen(CosDocGetWriteEncryptDict(doc), ids, "");
+    EXPECT_FALSE(r.ownerAuthenticated);
+    EXPECT_FALSE(StdSecPermits(r.permissions, false, 0x408, 2));
+}
+
+TEST_F(SecurityHandlerTest, FreshIdentifierIsReproducibleWithSourceDateEpoch) {
+    auto idOf = [](CosDoc d) {
+        SetupStandardEncryption(d, "o", "u", 3, 40);
+        return CosStringBytes(CosArrayGet(CosDictGet(CosDocGetTrailer(d), cosnames::ID), 0));
+    };
+    const char* saved = std::getenv("SOURCE_DATE_EPOCH");
+    std::string savedValue = saved ? saved : "";
+    setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
+    CosDoc other = CosDocCreate();
+    std::string a = idOf(doc), b = idOf(other);
+    setenv("SOURCE_DATE_EPOCH", "1700000001", 1);
+    CosDoc third = CosDocCreate();
+    std::string c = idOf(third);
+    if (saved) setenv("SOURCE_DATE_EPOCH", savedValue.c_str(), 1);
+    else unsetenv("SOURCE_DATE_EPOCH");
+    EXPECT_EQ(a.size(), 16u);
+    EXPECT_EQ(a, b);
+    EXPECT_NE(a, c);
+    CosDocClose(other);
+    CosDocClose(third);
+}
+
+TEST_F(SecurityHandlerTest, InputEncryptionIsKeptUnlessTheOwnerOpenedIt) {
+    // A document as the parser leaves it: the read filter installed.
+    auto openAs = [&](const std::string& password) {
+        CosObj ids = Ids(Unhex(kQpdfId));
+        CosObj dict = Dict(kRc4_40);
+        CosSecurityOpenResult r = StdSecOpen(dict, ids, password);
+        CosObjDestroy(dict);
+        CosDocFileInfo& info = CosDocMutableFileInfo(doc);
+        info.encrypted = true;
+        info.ownerAuthenticated = r.ownerAuthenticated;
+        info.permissions = r.permissions;
+        CosDocSetReadCrypt(doc, std::move(r.crypt));
+        CosDictPut(CosDocGetTrailer(doc), cosnames::ID, ids);
+    };
+    EXPECT_FALSE(KeepInputEncryption(doc));  // not encrypted
+    EXPECT_FALSE(StdSecGetInputEncryption(doc, nullptr));
+    EXPECT_TRUE(StdSecDocPermits(doc, 0x2));
+
+    openAs("user");
+    StdSecDocInfo info;
+    ASSERT_TRUE(StdSecGetInputEncryption(doc, &info));
+    EXPECT_EQ(info.params.revision, 2);
+    EXPECT_FALSE(info.ownerAuthenticated);
+    EXPECT_TRUE(StdSecDocPermits(doc, 0x408));
+    EXPECT_FALSE(StdSecDocPermits(doc, 0x2));
+
+    // A new identifier must not break the kept key.
+    CosDictPut(CosDocGetTrailer(doc), cosnames::ID, Ids("changed"));
+    ASSERT_TRUE(KeepInputEncryption(doc));
+    CosObj dict = CosDocGetWriteEncryptDict(doc);
+    EXPECT_EQ(CosStringBytes(CosDictGet(dict, K_O)), Unhex(kRc4_40.o));
+    EXPECT_EQ(CosStringBytes(CosDictGet(dict, K_U)), Unhex(kRc4_40.u));
+    EXPECT_EQ(CosDictGetInt(dict, cosnames::P, 0), -4);
+    CosObj ids = CosDictGet(CosDocGetTrailer(doc), cosnames::ID);
+    EXPECT_EQ(CosStringBytes(CosArrayGet(ids, 0)), Unhex(kQpdfId));
+    std::string title = Unhex(kTitle40);
+    std::vector<uint8_t> plain = {'K', 'n', 'o', 'w', 'n'};
+    CosDocGetWriteCrypt(doc)->Encrypt(2, 0, plain);
+    EXPECT_EQ(std::string(plain.begin(), plain.end()), title.substr(0, 5));
+
+    CosDocSetWriteCrypt(doc, nullptr, CosNewNull());
+    openAs("owner");
+    EXPECT_FALSE(KeepInputEncryption(doc));
+    EXPECT_EQ(CosDocGetWriteCrypt(doc), nullptr);
+    EXPECT_TRUE(StdSecDocPermits(doc, 0x2));
+}

@@ -1,0 +1,346 @@
+// The exact bytes of written objects, numbers, strings, tables and dates.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "pdfcore/CosInfo.h"
+#include "pdfcore/CosInternal.h"
+#include "pdfcore/CosNames.h"
+#include "pdfcore/CosWriter.h"
+
+namespace {
+
+ASInt32 ErrorNumberOf(const std::function<void()>& f) {
+    try {
+        f();
+    } catch (const CVellumError& e) {
+        return ErrGetNumber(e.GetErrorCode());
+    }
+    return 0;
+}
+
+std::span<const uint8_t> Bytes(std::string_view s) {
+    return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
+}
+
+std::string Fixed(double v, int p) {
+    std::string out;
+    CosWriteFixed(out, v, p);
+    return out;
+}
+
+// Adds the low byte of the object number plus 0x80 to every byte, so the
+// output shows which number encrypted it and holds bytes above 127.
+class ShiftCrypt : public CosCryptFilter {
+public:
+    void Decrypt(ASUns32 n, ASUns16, std::vector<uint8_t>& d) override {
+        for (auto& b : d) b = static_cast<uint8_t>(b - 0x80 - n);
+    }
+    void Encrypt(ASUns32 n, ASUns16, std::vector<uint8_t>& d) override {
+        for (auto& b : d) b = static_cast<uint8_t>(b + 0x80 + n);
+    }
+};
+
+class WriterTest : public ::testing::Test {
+protected:
+    void SetUp() override { doc = CosDocCreate(); }
+    void TearDown() override {
+        for (CosObj o : owned) CosObjDestroy(o);
+        CosDocClose(doc);
+    }
+    // Top-level direct objects have no container to free them.
+    CosObj Own(CosObj o) {
+        owned.push_back(o);
+        return o;
+    }
+    std::string Body(CosObj obj, bool compact = false) {
+        CosObjWriter w(compact);
+        std::string out;
+        w.WriteBody(out, obj);
+        return out;
+    }
+    CosDoc doc = nullptr;
+    std::vector<CosObj> owned;
+};
+
+const ASAtom kA = ASAtomFromString("A");
+const ASAtom kB = ASAtomFromString("B");
+
+TEST(WriterNumbers, FixedPointExamplesAndRounding) {
+    EXPECT_EQ(Fixed(1.5, 5), "1.5");
+    EXPECT_EQ(Fixed(2.5, 5), "2.5");
+    EXPECT_EQ(Fixed(0.1234567, 5), "0.12346");
+    EXPECT_EQ(Fixed(-1.25, 5), "-1.25");
+    EXPECT_EQ(Fixed(0.0, 5), "0");
+    EXPECT_EQ(Fixed(2.5, 0), "3");
+    EXPECT_EQ(Fixed(0.05, 1), "0.1");
+    EXPECT_EQ(Fixed(0.000001, 9), "0.000001");
+    EXPECT_EQ(Fixed(612.0, 3), "612");
+    EXPECT_EQ(Fixed(5000000000.25, 2), "5000000000.25");
+    // The sign is taken before rounding.
+    EXPECT_EQ(Fixed(-0.000001, 5), "-0");
+    EXPECT_EQ(Fixed(-0.0, 5), "0");
+}
+
+TEST(WriterNumbers, PrecisionAboveNineIsRefusedByTheFormatterAndCutByTheWriter) {
+    EXPECT_EQ(ErrorNumberOf([] { Fixed(1.5, 10); }), kErrBadParm);
+    EXPECT_EQ(ErrorNumberOf([] { Fixed(1.5, -1); }), kErrBadParm);
+    CosDoc doc = CosDocCreate();
+    CosObjWriter w;
+    w.SetPrecision(12);
+    EXPECT_EQ(w.Precision(), 9);
+    std::string out;
+    CosObj num = CosNewFixed(doc, false, 0.123456789012);
+    w.WriteBody(out, num);
+    EXPECT_EQ(out, "0.123456789");
+    CosObjDestroy(num);
+    CosDocClose(doc);
+}
+
+TEST_F(WriterTest, NumbersThroughTheObjectModel) {
+    EXPECT_EQ(Body(Own(CosNewNumber(doc, false, 1.5))), "1.5");
+    EXPECT_EQ(Body(Own(CosNewNumber(doc, false, 100.0))), "100");
+    EXPECT_EQ(Body(Own(CosNewNumber(doc, false, -7))), "-7");
+    EXPECT_EQ(Body(Own(CosNewNumber(doc, false, 4294967296.0))), "4294967296");
+    CosObjWriter w;
+    w.SetPrecision(2);
+    std::string out;
+    w.WriteBody(out, Own(CosNewFixed(doc, false, 3.14159)));
+    EXPECT_EQ(out, "3.14");
+}
+
+TEST_F(WriterTest, EmptyAndFilledDictionariesInBothModes) {
+    CosObj empty = Own(CosNewDict(doc, false));
+    EXPECT_EQ(Body(empty), "<< >>");
+    EXPECT_EQ(Body(empty, true), "<<>>");
+
+    CosObj target = CosNewDict(doc, true);  // some indirect object
+    CosObj d = Own(CosNewDict(doc, false));
+    CosDictPutName(d, cosnames::Type, false, cosnames::Page);
+    CosDictPut(d, cosnames::Count, CosNewInteger(doc, false, 3));
+    CosDictPut(d, cosnames::Parent, target);
+    CosObj arr = CosNewArray(doc, false);
+    CosArrayAppend(arr, CosNewInteger(doc, false, 1));
+    CosArrayAppend(arr, CosNewInteger(doc, false, 2));
+    CosArrayAppend(arr, CosNewName(doc, false, kA));
+    CosArrayAppend(arr, CosNewString(doc, false, std::string_view("x")));
+    CosArrayAppend(arr, CosNewBoolean(doc, false, true));
+    CosArrayAppend(arr, target);
+    CosDictPut(d, cosnames::Kids, arr);
+    CosDictPut(d, kB, CosNewDict(doc, false));
+    const std::string ref = std::to_string(CosObjGetID(target)) + " 0 R";
+    EXPECT_EQ(Body(d), "<<\r/Type /Page\r/Count 3\r/Parent " + ref + "\r/Kids [1 2 /A (x) true " + ref +
+                           "]\r/B << >>\r>>");
+    // Compact: a blank only where the value would join the key or number.
+    EXPECT_EQ(Body(d, true), "<</Type/Page/Count 3/Parent " + ref + "/Kids[1 2/A(x)true " + ref + "]/B<<>>>>");
+}
+
+TEST_F(WriterTest, IndirectObjectFraming) {
+    CosObj d = Own(CosNewDict(doc, false));
+    CosDictPut(d, kA, CosNewNull());
+    CosObjWriter w;
+    std::string out;
+    w.WriteIndirect(out, 12, 0, d);
+    EXPECT_EQ(out, "12 0 obj\r<<\r/A null\r>>\rendobj\r");
+    EXPECT_EQ(ErrorNumberOf([&] { w.WriteIndirect(out, 1, 0, nullptr); }), kErrBadParm);
+}
+
+TEST_F(WriterTest, StreamBodiesSetLengthAndSeparateDataOnlyWhenNeeded) {
+    CosObj dict = CosNewDict(doc, false);
+    CosDictPut(dict, cosnames::Length, CosNewInteger(doc, false, 999));
+    CosObj s = CosNewStream(doc, dict, Bytes("abc"));
+    EXPECT_EQ(Body(s), "<<\r/Length 3\r>>\rstream\nabc\rendstream");
+    EXPECT_EQ(CosDictGetInt(s, cosnames::Length, 0), 3);
+
+    CosObj empty = CosNewStream(doc, CosNewNull(), {});
+    EXPECT_EQ(Body(empty, true), "<</Length 0>>\rstream\nendstream");
+    CosObj endsLF = CosNewStream(doc, CosNewNull(), Bytes("q\n"));
+    EXPECT_EQ(Body(endsLF, true), "<</Length 2>>\rstream\nq\nendstream");
+    CosObj endsCR = CosNewStream(doc, CosNewNull(), Bytes("Q\r"));
+    EXPECT_EQ(Body(endsCR, true), "<</Length 2>>\rstream\nQ\rendstream");
+
+    // An indirect Length is replaced by the number, even when it is right.
+    CosObj lenObj = CosNewInteger(doc, true, 3);
+    CosObj refDict = CosNewDict(doc, false);
+    CosDictPut(refDict, cosnames::Length, lenObj);
+    CosObj withRef = CosNewStream(doc, refDict, Bytes("abc"));
+    EXPECT_EQ(Body(withRef, true), "<</Length 3>>\rstream\nabc\rendstream");
+
+    // A stream met inside a container is a reference, never inlined.
+    CosObj holder = Own(CosNewArray(doc, false));
+    CosArrayAppend(holder, s);
+    EXPECT_EQ(Body(holder), "[" + std::to_string(CosObjGetID(s)) + " 0 R]");
+}
+
+TEST_F(WriterTest, LiteralStringEscapes) {
+    std::string out;
+    CosWriteLiteralString(out, Bytes(std::string_view("a\\b(c)\n\r\t\b\f\x01z", 13)), false);
+    EXPECT_EQ(out, std::string("(a\\\\b\\(c\\)\\n\\r\\t\\b\\f\x01z)"));
+    out.clear();
+    CosWriteLiteralString(out, Bytes("\xE9\x80\xFF"), false);
+    EXPECT_EQ(out, "(\\351\\200\\377)");
+    out.clear();
+    CosWriteLiteralString(out, Bytes("\xE9\x80("), true);
+    EXPECT_EQ(out, "(\xE9\x80\\()");
+    out.clear();
+    CosWriteHexString(out, Bytes("\x0A\xFF"));
+    EXPECT_EQ(out, "<0AFF>");
+}
+
+TEST_F(WriterTest, StringsAreEncryptedPerObjectAndThenEscapedWithoutOctal) {
+    ShiftCrypt crypt;
+    CosObj arr = Own(CosNewArray(doc, false));
+    CosArrayAppend(arr, CosNewString(doc, false, std::string_view("AB")));
+    CosObj hex = CosNewString(doc, false, std::string_view("\x01"));
+    CosStringSetHex(hex, true);
+    CosArrayAppend(arr, hex);
+    CosObjWriter w;
+    w.SetCrypt(&crypt, 3, 0);
+    std::string out;
+    w.WriteBody(out, arr);
+    // 'A'+0x83 = 0xC4, 'B'+0x83 = 0xC5, 0x01+0x83 = 0x84
+    EXPECT_EQ(out, "[(\xC4\xC5) <84>]");
+    // The stored bytes are not touched.
+    EXPECT_EQ(CosStringBytes(CosArrayGet(arr, 0)), "AB");
+
+    CosObj s = CosNewStream(doc, CosNewNull(), Bytes("xy"));
+    out.clear();
+    w.SetCrypt(&crypt, 1, 0);
+    w.WriteBody(out, s);
+    EXPECT_EQ(out, "<<\r/Length 2\r>>\rstream\n\xF9\xFA\rendstream");
+    EXPECT_EQ(CosStreamEncodedData(s)[0], 'x');
+}
+
+TEST_F(WriterTest, NamesEscapeDelimitersWhiteSpaceAndHash) {
+    std::string out;
+    CosWriteName(out, "A B#C/(D)\xE9");
+    EXPECT_EQ(out, "/A#20B#23C#2F#28D#29#E9");
+    EXPECT_EQ(Body(Own(CosNewName(doc, false, ASAtomFromString("Type")))), "/Type");
+}
+
+TEST_F(WriterTest, ReferencesFollowTheRenumberingAndMissingOnesBecomeNull) {
+    CosObj a = CosNewDict(doc, true);
+    CosObj b = CosNewDict(doc, true);
+    CosObj arr = Own(CosNewArray(doc, false));
+    CosArrayAppend(arr, a);
+    CosArrayAppend(arr, b);
+    CosArrayAppend(arr, CosNewRef(doc, 500, 0));  // no such object
+    CosArrayAppend(arr, CosNewRef(doc, CosObjGetID(a), 0));
+    EXPECT_EQ(Body(arr), "[" + std::to_string(CosObjGetID(a)) + " 0 R " + std::to_string(CosObjGetID(b)) +
+                             " 0 R null " + std::to_string(CosObjGetID(a)) + " 0 R]");
+    std::vector<ASInt32> map(600, 0);
+    map[size_t(CosObjGetID(a))] = 7;  // b is not written
+    CosObjWriter w;
+    w.SetRenumbering(&map);
+    std::string out;
+    w.WriteBody(out, arr);
+    EXPECT_EQ(out, "[7 0 R null null 7 0 R]");
+}
+
+TEST_F(WriterTest, VersionNeedsAreNoticedFromNames) {
+    CosObj d = Own(CosNewDict(doc, false));
+    CosDictPutName(d, cosnames::Filter, false, ASAtomFromString("JBIG2Decode"));
+    CosObjWriter w;
+    std::string out;
+    w.WriteBody(out, d);
+    EXPECT_EQ(w.RequiredMinorVersion(), 4);
+    CosDictPutName(d, cosnames::Filter, false, ASAtomFromString("JPXDecode"));
+    w.WriteBody(out, d);
+    EXPECT_EQ(w.RequiredMinorVersion(), 5);
+    CosObjWriter plain;
+    CosDictPutName(d, cosnames::Filter, false, cosnames::FlateDecode);
+    CosDictPutName(d, ASAtomFromString("SMask"), false, ASAtomFromString("None"));
+    plain.WriteBody(out, d);
+    EXPECT_EQ(plain.RequiredMinorVersion(), 0);
+}
+
+TEST(WriterXref, SubsectionsMergeAndTheFirstRunStartsAtZero) {
+    CosXrefTable t;
+    t.AddSubsection(7, 2);
+    t.AddSubsection(1, 3);
+    std::string out;
+    t.Write(out, true, [](ASInt32 n) { return CosXrefTable::Entry{n * 100, 0}; });
+    EXPECT_EQ(out,
+              "xref\r0 4 \r0000000000 65535 f\r\n"
+              "0000000100 00000 n\r\n0000000200 00000 n\r\n0000000300 00000 n\r\n"
+              "7 2 \r0000000700 00000 n\r\n0000000800 00000 n\r\n");
+
+    CosXrefTable adj;
+    adj.AddSubsection(1, 3);
+    adj.AddSubsection(4, 2);
+    adj.AddSubsection(5, 3);  // overlaps: one run 1..7
+    ASSERT_EQ(adj.Runs().size(), 1u);
+    EXPECT_EQ(adj.Runs()[0], (std::pair<ASInt32, ASInt32>{1, 7}));
+    out.clear();
+    adj.Write(out, false, [](ASInt32) { return CosXrefTable::Entry{17, 2}; });
+    EXPECT_EQ(out.substr(0, 10), "xref\r1 7 \r");
+    EXPECT_EQ(out.size(), 10u + 7 * 20);
+    EXPECT_EQ(out.substr(10, 20), "0000000017 00002 n\r\n");
+
+    CosXrefTable dup;
+    dup.AddSubsection(4, 1);
+    EXPECT_EQ(ErrorNumberOf([&] { dup.AddSubsection(4, 2); }), kErrBadParm);
+}
+
+TEST(WriterFileParts, TrailerAndEndMarker) {
+    std::string out;
+    CosWriteTrailer(out, "<</Size 3>>");
+    CosWriteEnd(out, 1234);
+    EXPECT_EQ(out, "trailer\r<</Size 3>>\rstartxref\r1234\r%%EOF\r");
+    out.clear();
+    CosWriteEnd(out, -1);
+    EXPECT_EQ(out, "\r%%EOF\r");
+}
+
+TEST(WriterSaveModes, FlagsMapToModes) {
+    bool lin = true;
+    EXPECT_EQ(CosSaveModeFromFlags(0x0, &lin), 0u);
+    EXPECT_FALSE(lin);
+    EXPECT_EQ(CosSaveModeFromFlags(0x1, nullptr), 2u);
+    EXPECT_EQ(CosSaveModeFromFlags(0x3, nullptr), 3u);
+    EXPECT_EQ(CosSaveModeFromFlags(0x9, nullptr), 2u | kCosSaveModeForceFull);
+    EXPECT_EQ(CosSaveModeFromFlags(0x8, nullptr), 0u);
+    EXPECT_EQ(CosSaveModeFromFlags(0x1003, nullptr), 3u | kCosSaveModeCompact);
+    CosSaveModeFromFlags(0x5, &lin);
+    EXPECT_TRUE(lin);
+}
+
+TEST(WriterInfo, DatesCarryTheOffsetSign) {
+    std::tm t{};
+    t.tm_year = 2004 - 1900;
+    t.tm_mon = 3;
+    t.tm_mday = 16;
+    t.tm_hour = 13;
+    t.tm_min = 5;
+    t.tm_sec = 9;
+    EXPECT_EQ(CosInfoFormatDate(t, 3600), "D:20040416130509+01'00'");
+    EXPECT_EQ(CosInfoFormatDate(t, 0), "D:20040416130509Z00'00'");
+    EXPECT_EQ(CosInfoFormatDate(t, -5 * 3600), "D:20040416130509-05'00'");
+    EXPECT_EQ(CosInfoFormatDate(t, 19800), "D:20040416130509+05'00'");
+}
+
+TEST(WriterInfo, SourceDateEpochFixesTheDateAndSetupFillsFourKeys) {
+    setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
+    EXPECT_TRUE(CosInfoReproducible());
+    EXPECT_EQ(CosInfoCurrentDate(), "D:20231114221320Z00'00'");
+    CosDoc doc = CosDocCreate();
+    CosObj info = CosDocSetupInfo(doc);
+    EXPECT_TRUE(CosObjIsIndirect(info));
+    EXPECT_EQ(CosDocGetInfo(doc), info);
+    EXPECT_EQ(CosStringBytes(CosDictGet(info, cosnames::CreationDate)), "D:20231114221320Z00'00'");
+    EXPECT_EQ(CosStringBytes(CosDictGet(info, cosnames::ModDate)), "D:20231114221320Z00'00'");
+    EXPECT_EQ(CosStringBytes(CosDictGet(info, cosnames::Producer)), "Vellum");
+    EXPECT_EQ(CosStringBytes(CosDictGet(info, cosnames::Creator)), "Vellum");
+    // An existing dictionary is left alone.
+    CosDictRemove(info, cosnames::Creator);
+    EXPECT_EQ(CosDocSetupInfo(doc), info);
+    EXPECT_FALSE(CosDictKnown(info, cosnames::Creator));
+    CosDocClose(doc);
+    setenv("SOURCE_DATE_EPOCH", "soon", 1);
+    EXPECT_FALSE(CosInfoReproducible());
+    unsetenv("SOURCE_DATE_EPOCH");
+}
+
+}  // namespace

@@ -1,0 +1,275 @@
+// The page-operation loop and the per-document run, with operations made
+// for the test.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "frontend/Log.h"
+#include "pdfcore/CosNames.h"
+#include "pipeline/Operations.h"
+#include "pipeline/Pipeline.h"
+#include "settings/TrimoraPreferences.h"
+
+namespace {
+
+using namespace pipeline;
+
+// A document of `n` empty letter pages.
+PDDoc MakeDoc(int n) {
+    PDDoc pd = PDDocCreate();
+    CosDoc doc = PDDocGetCosDoc(pd);
+    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
+    for (int i = 0; i < n; ++i) {
+        CosObj page = CosNewDict(doc, true);
+        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+        CosDictPut(page, cosnames::Parent, pages);
+        CosObj box = CosNewArray(doc, false);
+        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(doc, false, v));
+        CosDictPut(page, cosnames::MediaBox, box);
+        CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
+    }
+    CosDictPutInteger(pages, cosnames::Count, n);
+    PDDocPagesChanged(pd);
+    return pd;
+}
+
+// Captures what the log would print.
+struct CapturedLog {
+    CapturedLog() : out(tmpfile()), err(tmpfile()) {
+        log.SetConsoleStreams(out, err);
+        log.SetFileLoggingAllowed(false);
+        log.SetChannelOff(Log::kProgress, false);
+    }
+    ~CapturedLog() {
+        fclose(out);
+        fclose(err);
+    }
+    static std::string Read(FILE* f) {
+        fflush(f);
+        std::string s;
+        rewind(f);
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+        return s;
+    }
+    std::string Out() { return Read(out); }
+    std::string Err() { return Read(err); }
+    FILE* out;
+    FILE* err;
+    Log log;
+};
+
+// Counts the pages it saw; fails on one chosen page.
+class MarkPages : public PageOperation {
+public:
+    MarkPages(PagePhase phase, int failOn, bool enabled = true)
+        : m_phase(phase), m_failOn(failOn), m_enabled(enabled) {}
+    const char* Name() const override { return "marking"; }
+    PagePhase Phase() const override { return m_phase; }
+    bool Enabled(const CTrimoraPreferences&) const override { return m_enabled; }
+    std::string FailureMessage(ASInt32 page) const override {
+        return "Error while marking page " + std::to_string(page);
+    }
+    void Apply(CosObj page, RunContext& ctx) override {
+        if (ctx.pageNumber + 1 == m_failOn) ASRaiseErr(ErrSysCos, kErrBadOperation);
+        CosDictPutInteger(page, ASAtomFromString("Marked"), ctx.pageNumber + 1);
+        ctx.stats.Increment("Thumbs_Removed");
+    }
+
+private:
+    PagePhase m_phase;
+    int m_failOn;
+    bool m_enabled;
+};
+
+class CountAfter : public PageOperation {
+public:
+    const char* Name() const override { return "counting"; }
+    PagePhase Phase() const override { return PagePhase::PostLayout; }
+    bool Enabled(const CTrimoraPreferences&) const override { return true; }
+    void Apply(CosObj, RunContext& ctx) override { ctx.stats.Increment("Rotations_Removed"); }
+};
+
+class CleanupThatFails : public DocumentOperation {
+public:
+    const char* Name() const override { return "document clean-up"; }
+    DocumentPoint Point() const override { return DocumentPoint::DocumentCleanup; }
+    bool Enabled(const CTrimoraPreferences&) const override { return true; }
+    void Apply(RunContext&) override { ASRaiseErr(ErrSysGeneral, kErrInternal); }
+};
+
+class PipelineTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = std::filesystem::temp_directory_path() / ("tmpipe" + std::to_string(getpid()));
+        std::filesystem::create_directories(dir);
+        prefs.SetLog(&cap.log);
+        prefs.SetProducerText("Trimora 2.5 (Apr 16 2004)");
+        Statistics(prefs.StatisticsDict()).Reset();
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+    std::filesystem::path dir;
+    CapturedLog cap;
+    CTrimoraPreferences prefs;
+};
+
+TEST_F(PipelineTest, PageLoopAppliesEveryOperationAndSurvivesFailures) {
+    PDDoc pd = MakeDoc(3);
+    OperationRegistry reg;
+    reg.Add(std::make_unique<MarkPages>(PagePhase::PostLayout, 2));
+    reg.Add(std::make_unique<MarkPages>(PagePhase::PostLayout, 0, false));  // disabled: never runs
+    reg.Add(std::make_unique<CountAfter>());
+    auto ops = reg.PageOperations(PagePhase::PostLayout, prefs);
+    ASSERT_EQ(2u, ops.size());
+    EXPECT_TRUE(reg.PageOperations(PagePhase::PreLayout, prefs).empty());
+
+    RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), cap.log};
+    EXPECT_EQ(1, RunPageLoop(ops, ctx));
+    EXPECT_EQ(2, ctx.stats.Get("Thumbs_Removed"));     // pages 1 and 3
+    EXPECT_EQ(3, ctx.stats.Get("Rotations_Removed"));  // the failure did not stop page 2
+    EXPECT_EQ(1, CosDictGetInt(PDDocGetPageObj(pd, 0), ASAtomFromString("Marked"), 0));
+    EXPECT_EQ(0, CosDictGetInt(PDDocGetPageObj(pd, 1), ASAtomFromString("Marked"), 0));
+    EXPECT_EQ("Processing Page 1\nProcessing Page 2\nProcessing Page 3\n", cap.Out());
+    EXPECT_NE(std::string::npos, cap.Err().find("Error while marking page 2: '"));
+    PDDocClose(pd);
+}
+
+TEST_F(PipelineTest, RunGoesThroughThePhasesInOrderAndSaves) {
+    PDDoc pd = MakeDoc(2);
+    OperationRegistry reg;
+    reg.Add(std::make_unique<MarkPages>(PagePhase::PreLayout, 0));
+    reg.Add(std::make_unique<CleanupThatFails>());
+    const std::string out = (dir / "out.pdf").string();
+    prefs.Statistics().startingSize = 0;
+    EXPECT_EQ(0, pipeline::Run(pd, out, prefs, reg));
+    PDDocClose(pd);
+
+    const std::string progress = cap.Out();
+    const char* order[] = {"Processing Page 1\n", "Processing Page 2\n", "Starting File Reduction\n",
+                           "Completed File Reduction\n", "Setting Additional Settings (if any) \n",
+                           "Saving...\n", "File Saved!\n"};
+    size_t at = 0;
+    for (const char* line : order) {
+        size_t found = progress.find(line, at);
+        ASSERT_NE(std::string::npos, found) << line << " missing or out of order in:\n" << progress;
+        at = found;
+    }
+    EXPECT_EQ(std::string::npos, progress.find("Setting Info Fields"));  // no metadata configured
+    EXPECT_NE(std::string::npos, cap.Err().find("Error while performing document clean-up: '"));
+
+    const auto size = std::filesystem::file_size(out);
+    EXPECT_EQ(ASInt32(size), prefs.Statistics().endingSize);
+    EXPECT_EQ(0.0, prefs.Statistics().percent);  // starting size 0
+    EXPECT_GE(prefs.Statistics().endMillis, prefs.Statistics().startMillis);
+}
+
+TEST_F(PipelineTest, FinalisationWritesInfoAndViewerSettings) {
+    PDDoc pd = MakeDoc(3);
+    prefs.Metadata().entries["Title"] = "Caf\xC3\xA9";
+    prefs.Optimize().touchDates = true;
+    prefs.Viewing().pageMode = ASAtomFromString("Bookmarks");
+    prefs.Viewing().openPage = 7;  // past the end: the last page
+    prefs.Viewing().hideToolbar = true;
+    const std::string out = (dir / "final.pdf").string();
+    EXPECT_EQ(0, pipeline::Run(pd, out, prefs, OperationRegistry{}));
+
+    CosDoc doc = PDDocGetCosDoc(pd);
+    CosObj info = CosDocGetInfo(doc);
+    EXPECT_EQ(std::string("\xFE\xFF\x00" "C\x00" "a\x00" "f\x00\xE9", 10),
+              CosStringBytes(CosDictGet(info, ASAtomFromString("Title"))));
+    EXPECT_EQ("By Trimora 2.5 (Apr 16 2004)",
+              CosStringBytes(CosDictGet(info, ASAtomFromString("Enhanced"))));
+    const std::string date = CosStringBytes(CosDictGet(info, cosnames::ModDate));
+    EXPECT_EQ(0u, date.rfind("D:", 0));
+    EXPECT_EQ("-00'00'", date.substr(date.size() - 7));
+    CosObj catalog = CosDocGetRoot(doc);
+    EXPECT_STREQ("UseOutlines", ASAtomGetString(CosDictGetName(catalog, ASAtomFromString("PageMode"))));
+    CosObj open = CosDictGet(catalog, ASAtomFromString("OpenAction"));
+    ASSERT_EQ(kCosArray, CosObjGetType(open));
+    EXPECT_TRUE(CosObjEqual(PDDocGetPageObj(pd, 2), CosArrayGet(open, 0)));
+    EXPECT_TRUE(CosDictGetBool(CosDictGet(catalog, ASAtomFromString("ViewerPreferences")),
+                               ASAtomFromString("HideToolbar"), false));
+    EXPECT_NE(std::string::npos, cap.Out().find("Setting Info Fields\n"));
+    PDDocClose(pd);
+}
+
+TEST_F(PipelineTest, FailedSaveReturnsTheCodeAndLeavesNoFile) {
+    PDDoc pd = MakeDoc(1);
+    const std::string out = (dir / "never.pdf").string();
+    setenv(kFailSaveVariable, "1", 1);
+    const ASErrorCode code = pipeline::Run(pd, out, prefs, OperationRegistry{});
+    unsetenv(kFailSaveVariable);
+    EXPECT_EQ(kErrFileWrite, ErrGetNumber(code));
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_FALSE(std::filesystem::exists(out + ".tmfail"));
+    EXPECT_EQ(std::string::npos, cap.Out().find("File Saved!"));
+
+    // A folder that does not exist fails in the writer itself.
+    EXPECT_NE(0, pipeline::Run(pd, (dir / "no" / "such" / "x.pdf").string(), prefs, OperationRegistry{}));
+    PDDocClose(pd);
+}
+
+TEST(PipelinePercent, ShrunkGrownAndZero) {
+    EXPECT_DOUBLE_EQ(25.0, PercentShrunk(1000, 750));
+    EXPECT_DOUBLE_EQ(-50.0, PercentShrunk(1000, 1500));
+    EXPECT_DOUBLE_EQ(0.0, PercentShrunk(0, 1234));
+}
+
+}  // namespace
+
+#include <lcms2.h>
+
+namespace {
+
+std::vector<uint8_t> ProfileBytes(cmsHPROFILE h) {
+    cmsUInt32Number n = 0;
+    cmsSaveProfileToMem(h, nullptr, &n);
+    std::vector<uint8_t> bytes(n);
+    cmsSaveProfileToMem(h, bytes.data(), &n);
+    cmsCloseProfile(h);
+    return bytes;
+}
+
+void AddOutputIntent(PDDoc pd, const std::vector<uint8_t>& profile) {
+    CosDoc doc = PDDocGetCosDoc(pd);
+    CosObj intent = CosNewDict(doc, false);
+    CosDictPut(intent, ASAtomFromString("DestOutputProfile"), CosNewStream(doc, CosNewNull(), profile));
+    CosObj intents = CosNewArray(doc, false);
+    CosArrayAppend(intents, intent);
+    CosDictPut(CosDocGetRoot(doc), ASAtomFromString("OutputIntents"), intents);
+}
+
+TEST(OutputIntent, RgbProfileIsAdoptedOthersAreNot) {
+    CTrimoraPreferences prefs;
+    PDDoc plain = MakeDoc(1);
+    EXPECT_FALSE(AdoptOutputIntent(plain, prefs));
+    PDDocClose(plain);
+
+    PDDoc lab = MakeDoc(1);
+    AddOutputIntent(lab, ProfileBytes(cmsCreateLab4Profile(nullptr)));
+    EXPECT_FALSE(AdoptOutputIntent(lab, prefs));
+    EXPECT_TRUE(prefs.Colors().destinationProfile.empty());
+    PDDocClose(lab);
+
+    PDDoc rgb = MakeDoc(1);
+    const std::vector<uint8_t> srgb = ProfileBytes(cmsCreate_sRGBProfile());
+    AddOutputIntent(rgb, srgb);
+    EXPECT_TRUE(AdoptOutputIntent(rgb, prefs));
+    EXPECT_EQ(srgb, prefs.Colors().destinationProfile);
+    EXPECT_STREQ("RGB", ASAtomGetString(prefs.Colors().destinationSpace));
+    PDDocClose(rgb);
+
+    PDDoc junk = MakeDoc(1);
+    AddOutputIntent(junk, std::vector<uint8_t>(200, 0x41));
+    CTrimoraPreferences fresh;
+    EXPECT_FALSE(AdoptOutputIntent(junk, fresh));
+    PDDocClose(junk);
+}
+
+}  // namespace

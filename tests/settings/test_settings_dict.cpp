@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include "settings/SettingsFile.h"
+#include "tests/settings/SettingsTestUtil.h"
+
+namespace {
+ASAtom A(const char* s) { return ASAtomFromString(s); }
+}  // namespace
+
+TEST(SettingsDict, ReadsEveryGroup) {
+    ScratchDir dir;
+    CapturedLog log;
+    dir.Write("rgb.icc", "not really a profile");
+    std::string path = dir.Write("full.tms", R"(<<
+  /WebEnable true /TouchDates true /PDFMajorVersion 1 /PDFMinorVersion 6 /FixedPrecision 3
+  /Rotate 180 /OpenPage 2 /OpenZoom 150 /FlateLevel 7
+  /Info << /Title (Quarterly) /Author (Me) >>
+  /Encrypt << /KeyLength 128 /OwnerPassword (own) /UserPassword (usr) /NoPrinting true /NoCopying true
+              /AllowAssembly true /AllowHQPrint true >>
+  /PageMode /Thumbs /PageLayout /Continuous /HideToolbar true /CenterWindow true
+  /Optimizations << /NoXObjectCheck false /LeaveThumbnails true /RemoveTagging false /RemoveOutlineTree true
+                    /RemoveAnnotations /Flatten /RemoveThreads true /RemovePageLabels /RemoveUnused >>
+  /Images << /Default << /Filter /Flate >>
+             /Color << /Resolution 150 /DownsampleThreshold 1.5 /DownsampleType /Bicubic /Filter /JPEG
+                       /JPEGQuality /Medium >>
+             /Mono << /Filter /CCITTG4 >> /AllowQuantization true /MaxColorsToQuantize 64 >>
+  /Watermark << /FileSpec (logo.pdf) /Page 2 /Background true /HPosition /Left /VPosition 40 /Opacity 0.5
+                /MakeOCG true /Printable false >>
+  /Transition << /S /Dissolve /D 2 /Dur 5 >>
+  /ColorConversion << /Operation /RGB /RGBOutputProfile (rgb.icc) /RGBOutputIntent /Saturation /Content true >>
+  /Imposition << /Type /StepAndRepeat /Rows 2 /Columns 2 /Gutters [6 8] /Margins [1 2 3 4] /CropMarks true >>
+  /Boxes << /CropBox [10 20 300 400] >>
+>>)");
+    CTrimoraPreferences p;
+    ASSERT_TRUE(LoadSettingsFile(p, path, log.log)) << log.Text();
+    std::string text = log.Text();
+    EXPECT_NE(text.find("Reading settings from '" + path + "'... \n"), std::string::npos);
+    EXPECT_NE(text.find("Loading Color Profiles...\n"), std::string::npos);
+    EXPECT_EQ(text.find("Warning"), std::string::npos) << text;
+
+    EXPECT_TRUE(p.Optimize().linearize);
+    EXPECT_EQ(p.Target().pdfMinorVersion, 6);
+    EXPECT_EQ(p.Target().precision, 3);
+    EXPECT_EQ(p.Viewing().rotate, 180);
+    EXPECT_EQ(p.Viewing().openZoomFit, A("Custom"));
+    EXPECT_EQ(p.Optimize().flateLevel, 7);
+    EXPECT_EQ(p.Metadata().entries.at("Title"), "Quarterly");
+    const SecuritySettings& s = p.Security();
+    EXPECT_TRUE(s.encrypt);
+    EXPECT_EQ(s.keyLength, 128);
+    EXPECT_EQ(s.securityWord, kSecOwnerPasswordGiven | kSecUserPasswordGiven | kSecNoPrinting | kSecNoCopying |
+                                  kSecAllowAssembly | kSecAllowHQPrint);
+    EXPECT_EQ(p.Viewing().pageMode, A("Thumbs"));
+    EXPECT_TRUE(p.Optimize().dupXObjCheck);
+    EXPECT_FALSE(p.Optimize().removeThumbs);
+    EXPECT_FALSE(p.Optimize().removeTags);
+    EXPECT_EQ(p.Optimize().annotProcessing, A("Flatten"));
+    EXPECT_EQ(p.Optimize().removeThreads, A("Remove"));
+    EXPECT_EQ(p.Optimize().removePageLabels, A("RemoveUnused"));
+    EXPECT_EQ(p.Images().color.filter, A("JPEG"));
+    EXPECT_EQ(p.Images().grayscale.filter, A("Flate"));  // from Default
+    EXPECT_EQ(p.Images().mono.filter, A("CCITTG4"));
+    EXPECT_DOUBLE_EQ(p.Images().color.downsampleAbove, 225);
+    EXPECT_EQ(p.Images().maxColors, 64);
+    EXPECT_EQ(p.Stamp().inputDoc, "logo.pdf");
+    EXPECT_EQ(p.Stamp().position.xAlign, A("Left"));
+    EXPECT_EQ(p.Stamp().position.yAlign, A("Custom"));
+    EXPECT_FALSE(p.Stamp().ocgPrint);
+    EXPECT_EQ(p.Viewing().transition.name, A("Dissolve"));
+    EXPECT_EQ(p.Viewing().transition.pageDuration, 5);
+    EXPECT_EQ(p.Colors().content.type, A("RGB"));
+    EXPECT_EQ(p.Layout().type, A("StepAndRepeat"));
+    EXPECT_DOUBLE_EQ(p.Layout().margins.right, 4);
+    EXPECT_TRUE(p.PageBoxes().crop.IsSet());
+
+    // The finishing steps ran: the derived objects follow the settings.
+    EXPECT_TRUE(p.Image().color.downsample);
+    EXPECT_EQ(p.Image().color.resampleFilter, "triangle");
+    EXPECT_EQ(p.Image().color.jpegQuality, 65);
+    EXPECT_TRUE(p.Color().images.convert);
+    EXPECT_EQ(p.Color().images.outputProfile, "rgb.icc");
+}
+
+TEST(SettingsDict, MissingFileBadSyntaxAndBadValues) {
+    ScratchDir dir;
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        std::string path = dir.Path("none.tms");
+        EXPECT_FALSE(LoadSettingsFile(p, path, log.log));
+        EXPECT_NE(log.Text().find("Unable to locate configuration file '" + path + "'.\n"), std::string::npos);
+        EXPECT_FALSE(p.Image().color.downsample);
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        char before[512];
+        ASSERT_TRUE(getcwd(before, sizeof before));
+        EXPECT_FALSE(LoadSettingsFile(p, dir.Write("bad.tms", "<< /FlateLevel 3 /Info << /Title (x"), log.log));
+        EXPECT_NE(log.Text().find("occured while reading the preferences\n"), std::string::npos);
+        char after[512];
+        ASSERT_TRUE(getcwd(after, sizeof after));
+        EXPECT_STREQ(before, after);  // the current folder came back
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        EXPECT_FALSE(LoadSettingsFile(p, dir.Write("arr.tms", "[1 2 3]"), log.log));
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        ASSERT_TRUE(LoadSettingsFile(p,
+                                     dir.Write("vals.tms", "<< /FlateLevel -2 /Encrypt << /KeyLength 56 >> "
+                                                           "/PageMode /Sideways /WebEnable 1 >>"),
+                                     log.log));
+        EXPECT_EQ(p.Optimize().flateLevel, 9);
+        EXPECT_EQ(p.Security().keyLength, 40);
+        EXPECT_EQ(p.Viewing().pageMode, A("None"));
+        EXPECT_FALSE(p.Optimize().linearize);
+        std::string text = log.Text();
+        for (const char* key : {"'FlateLevel'", "'KeyLength'", "'PageMode'", "'WebEnable'"})
+            EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
+    }
+}
+
+TEST(SettingsDict, NameChoosesForm) {
+    ScratchDir dir;
+    CapturedLog log;
+    // Dictionary syntax in a name holding both extensions: read as the dictionary form.
+    CTrimoraPreferences p;
+    ASSERT_TRUE(LoadSettingsFile(p, dir.Write("x.tmc.tms.bak", "<< /FlateLevel 4 >>"), log.log)) << log.Text();
+    EXPECT_EQ(p.Optimize().flateLevel, 4);
+
+    CTrimoraPreferences q;
+    ASSERT_TRUE(LoadSettingsFile(q, dir.Write("y.tmc",
+                                              "<trimora><target><optimize><flate-level>2</flate-level></optimize>"
+                                              "</target></trimora>"),
+                                 log.log));
+    EXPECT_EQ(q.Optimize().flateLevel, 2);
+
+    // Neither: nothing is read, the finishing steps still run.
+    CTrimoraPreferences r;
+    r.Images().color.downsampleUsing = A("Average");
+    ASSERT_TRUE(LoadSettingsFile(r, dir.Write("z.txt", "<< /FlateLevel 1 >>"), log.log));
+    EXPECT_EQ(r.Optimize().flateLevel, 9);
+    EXPECT_EQ(r.Image().color.resampleFilter, "box");
+}

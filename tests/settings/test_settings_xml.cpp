@@ -1,0 +1,372 @@
+#include <gtest/gtest.h>
+
+#include "settings/SettingsFile.h"
+#include "tests/settings/SettingsTestUtil.h"
+
+namespace {
+
+ASAtom A(const char* s) { return ASAtomFromString(s); }
+
+std::string Target(const std::string& body, const std::string& attrs = "") {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<trimora><target name=\"T\"" + attrs + ">" + body +
+           "</target></trimora>\n";
+}
+
+// Every setting the writer emits, moved away from its default.
+void ChangeEverything(CTrimoraPreferences& p) {
+    TargetSettings& t = p.Target();
+    t.name = "Everything changed > defaults & <more>";
+    t.pdfMajorVersion = 2;
+    t.pdfMinorVersion = 0;
+    t.precision = 3;
+    t.evalUnits = A("Millimeters");
+
+    OptimizeSettings& o = p.Optimize();
+    o.flateLevel = 6;
+    for (bool* b : {&o.linearize, &o.touchDates, &o.dupXObjCheck, &o.removeThumbs, &o.removeExtraBoxes,
+                    &o.removeEditData, &o.removeMetadata, &o.removeJobTicket, &o.removeTags, &o.removeOPI,
+                    &o.removeAltImages, &o.removeOutlines, &o.removeEmbeddedFiles, &o.removeRIOperators,
+                    &o.removeOCGs, &o.removeTransparency, &o.flattenXObjects})
+        *b = !*b;
+    o.removeThreads = A("Remove");
+    o.removeNamedDests = A("Remove");
+    o.removePageLabels = A("RemoveUnused");
+    o.annotProcessing = A("Flatten");
+    o.acroformProcessing = A("Remove");
+
+    ViewingSettings& v = p.Viewing();
+    v.rotate = 90;
+    v.pageMode = A("Bookmarks");
+    v.pageLayout = A("ContinuousFacing");
+    v.openPage = 3;
+    v.openZoomFit = A("Custom");
+    v.openZoom = 125.5;
+    v.hideToolbar = v.hideMenubar = v.hideWindow = v.fitWindow = v.centerWindow = true;
+    v.transition = TransitionSettings();
+    v.transition.name = A("Blinds");
+    v.transition.dimension = A("V");
+    v.transition.motion = A("O");
+    v.transition.direction = 270;
+    v.transition.transDuration = 2;
+    v.transition.pageDuration = 7;
+
+    p.Metadata().entries = {{"Title", "A < B & C"}, {"Author", "Someone"}, {"Keywords", ""}};
+
+    SecuritySettings& s = p.Security();
+    s.encrypt = true;
+    s.keyLength = 128;
+    s.ownerPassword = "own&er";
+    s.userPassword = "us<er";
+    s.securityWord = kSecUserPasswordGiven | kSecOwnerPasswordGiven | kSecNoPrinting | kSecNoEditing |
+                     kSecNoCopying | kSecNoNotes | kSecAllowFill | kSecAllowAccess | kSecAllowAssembly |
+                     kSecAllowHQPrint;
+
+    ImageSettings& im = p.Images();
+    int k = 0;
+    for (ImageClassSettings* c : {&im.color, &im.grayscale, &im.mono}) {
+        ++k;
+        c->downsampleAbove = 200.5 + k;
+        c->resolution = 100 + k;
+        c->downsampleUsing = A(k == 1 ? "Bicubic" : k == 2 ? "Average" : "Subsample");
+        c->filter = A(k == 3 ? "CCITTG4" : "JPEG");
+        c->jpegQuality = A("Low");
+        c->flateLevel = 3;
+        c->flatePrediction = !c->flatePrediction;
+        c->rgbToYCbCr = !c->rgbToYCbCr;
+        c->jbig2Lossless = !c->jbig2Lossless;
+        c->interpolate = !c->interpolate;
+    }
+    im.allowPalettization = !im.allowPalettization;
+    im.allowQuantization = !im.allowQuantization;
+    im.maxColors = 16;
+    im.descreenMonochrome = !im.descreenMonochrome;
+    im.despeckle = !im.despeckle;
+
+    ColorSettings& c = p.Colors();
+    for (ColorConversionGroup* g : {&c.content, &c.rasterImages}) {
+        g->type = A(g == &c.content ? "CMYK" : "RGB");
+        g->gray.inputProfile = "gin.icc";
+        g->gray.outputProfile = "gout.icc";
+        g->rgb = {};
+        g->rgb.inputProfile = "rin.icc";
+        g->rgb.outputProfile = "rout.icc";
+        g->rgb.intent = A("Saturation");
+        g->cmyk.inputProfile = "cin.icc";
+        g->cmyk.outputProfile = "cout.icc";
+        g->cmyk.intent = A("AbsoluteColorimetric");
+    }
+    c.simulationProfile = "sim.icc";
+    c.simulationIntent = A("RelativeColorimetric");
+    c.grayReduction = A("DeviceGray");
+    c.protectSpotColors = !c.protectSpotColors;
+    c.useEmbeddedProfiles = !c.useEmbeddedProfiles;
+    c.overprintAware = !c.overprintAware;
+
+    LayoutSettings& l = p.Layout();
+    l.type = A("Booklet");
+    l.rows = 2;
+    l.columns = 3;
+    l.sheetSize = {842, 595};
+    l.gutter = {4.5, 6};
+    l.margins = {1, 2, 3, 4};
+    l.pageScaleFactor = {0.5, 0.75};
+    l.pageBox = A("TrimBox");
+    l.pageScaling = A("Shrink");
+    l.pageScalingPreserveAspect = false;
+    l.pagePosition = A("TopLeft");
+    l.stepAndRepeatCount = 4;
+    l.sheetsPerSaddle = 5;
+    l.marks = {1.5, 20, 0.25, 0.75, true, true, true};
+
+    StampSettings& st = p.Stamp();
+    st.background = true;
+    st.opacity = 0.4;
+    st.range = "1-3,7";
+    st.rangeType = A("odd");
+    st.position.xAlign = A("Custom");
+    st.position.x = 72.25;
+    st.position.yAlign = A("Top");
+    st.position.w = 100;
+    st.position.h = 50;
+    st.position.rotation = 45;
+    st.makeOCG = true;
+    st.ocgView = false;
+    st.ocgPrint = false;
+    st.inputDoc = "stamp source.pdf";
+    st.inputPage = 2;
+    st.text = "CONFIDENTIAL & <draft>";
+    st.font = "Times-Roman";
+    st.fontSize = 36;
+    st.startingPageNumber = 5;
+
+    PageScalerSettings& ps = p.PageScaler();
+    ps.sheetSize = {500, 700};
+    ps.sheetSizeScaleFactor = {2, 3};
+    ps.pageScaleFactor = {0.9, 0.8};
+    ps.pageScaling = A("Scale");
+    ps.pageScalingPreserveAspect = false;
+    ps.pagePosition = A("BottomRight");
+    ps.pageRotation = 180;
+
+    PageBoxSettings& pb = p.PageBoxes();
+    pb.art = {1, 2, 3, 4};
+    pb.bleed = {5, 6, 7, 8};
+    pb.crop = {-9, -10, 11, 12};
+    pb.trim = {13, 14, 15, 16.5};
+    pb.moveContents = true;
+    pb.moveContentsTo = A("ArtBox");
+    pb.resetPageBox = true;
+    pb.resetFrom = A("BleedBox");
+    pb.resetTo = A("TrimBox");
+
+    FontSettings& f = p.Fonts();
+    f.embed = !f.embed;
+    f.subset = !f.subset;
+    f.outline = !f.outline;
+}
+
+}  // namespace
+
+TEST(SettingsXml, RoundTripOfEverySettingChanged) {
+    ScratchDir dir;
+    CapturedLog log;
+    CTrimoraPreferences written;
+    ChangeEverything(written);
+    const CTrimoraPreferences defaults;
+    // Each section really differs from its defaults, so the comparison below means something.
+    EXPECT_FALSE(written.Target() == defaults.Target());
+    EXPECT_FALSE(written.Optimize() == defaults.Optimize());
+    EXPECT_FALSE(written.Viewing() == defaults.Viewing());
+    EXPECT_FALSE(written.Security() == defaults.Security());
+    EXPECT_FALSE(written.Images() == defaults.Images());
+    EXPECT_FALSE(written.Colors() == defaults.Colors());
+    EXPECT_FALSE(written.Layout() == defaults.Layout());
+    EXPECT_FALSE(written.Stamp() == defaults.Stamp());
+    EXPECT_FALSE(written.PageScaler() == defaults.PageScaler());
+    EXPECT_FALSE(written.PageBoxes() == defaults.PageBoxes());
+    EXPECT_FALSE(written.Fonts() == defaults.Fonts());
+
+    std::string path = dir.Path("all.tmc");
+    ASSERT_TRUE(WriteXmlSettings(written, path, log.log));
+    CTrimoraPreferences read;
+    ASSERT_TRUE(ReadXmlSettings(read, path, log.log)) << log.Text();
+    EXPECT_EQ(read.Target(), written.Target());
+    EXPECT_EQ(read.Optimize(), written.Optimize());
+    EXPECT_EQ(read.Viewing(), written.Viewing());
+    EXPECT_EQ(read.Metadata(), written.Metadata());
+    EXPECT_EQ(read.Security(), written.Security());
+    EXPECT_EQ(read.Images(), written.Images());
+    EXPECT_EQ(read.Colors(), written.Colors());
+    EXPECT_EQ(read.Layout(), written.Layout());
+    EXPECT_EQ(read.Stamp(), written.Stamp());
+    EXPECT_EQ(read.PageScaler(), written.PageScaler());
+    EXPECT_EQ(read.PageBoxes(), written.PageBoxes());
+    EXPECT_EQ(read.Fonts(), written.Fonts());
+    EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+}
+
+TEST(SettingsXml, WrittenShapeStartsWithDeclarationAndKeepsSectionOrder) {
+    CTrimoraPreferences p;
+    std::string s = BuildXmlSettings(p).to_string();
+    EXPECT_EQ(s.rfind("<?xml version = \"1.0\" encoding = \"UTF-8\"?>\n<trimora>", 0), 0u) << s;
+    size_t last = 0;
+    for (const char* sec : {"<optimize>", "<viewing>", "<metadata/>", "<security>", "<images>", "<colors>",
+                            "<layout ", "<stamp ", "<page-scaler>", "<page-boxes>", "<fonts>"}) {
+        size_t at = s.find(sec);
+        ASSERT_NE(at, std::string::npos) << sec;
+        EXPECT_GT(at, last) << sec;
+        last = at;
+    }
+    EXPECT_NE(s.find("<target eval-units=\"Points\" name=\"Untitled Target\""), std::string::npos) << s;
+}
+
+TEST(SettingsXml, StructuralChecksAndExactBooleans) {
+    ScratchDir dir;
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        std::string path = dir.Write("two.tmc", "<trimora><target pdfMinorVersion=\"6\"><optimize><linearize>true"
+                                                "</linearize></optimize></target><target pdfMinorVersion=\"3\">"
+                                                "<optimize><linearize>false</linearize></optimize></target></trimora>");
+        ASSERT_TRUE(ReadXmlSettings(p, path, log.log));
+        EXPECT_EQ(p.Target().pdfMinorVersion, 6);  // only the first target counts
+        EXPECT_TRUE(p.Optimize().linearize);
+        std::string text = log.Text();
+        EXPECT_NE(text.find("Reading settings from '" + path + "'... \n"), std::string::npos) << text;
+        EXPECT_NE(text.find("Initializing Settings...\n"), std::string::npos);
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        std::string path = dir.Write("first.tmc", "<trimora><other/><target pdfMinorVersion=\"6\"/></trimora>");
+        EXPECT_FALSE(ReadXmlSettings(p, path, log.log));
+        EXPECT_EQ(p.Target().pdfMinorVersion, 4);
+        EXPECT_NE(log.Text().find("occured while reading the preferences\n"), std::string::npos);
+        EXPECT_EQ(log.Text().find("Initializing Settings"), std::string::npos);
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        std::string path = dir.Write("root.tmc", "<other><target/></other>");
+        EXPECT_FALSE(ReadXmlSettings(p, path, log.log));
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        std::string path = dir.Write("true.tmc", Target("<optimize><linearize>True</linearize>"
+                                                        "<touch-dates> true </touch-dates></optimize>"));
+        ASSERT_TRUE(ReadXmlSettings(p, path, log.log));
+        EXPECT_FALSE(p.Optimize().linearize);
+        EXPECT_TRUE(p.Optimize().touchDates);  // the value is trimmed before the comparison
+    }
+}
+
+TEST(SettingsXml, EmptyOptimizeKeepsDefaultsAndWalkOrderLetsLaterWin) {
+    ScratchDir dir;
+    CapturedLog log;
+    CTrimoraPreferences p;
+    ASSERT_TRUE(ReadXmlSettings(p, dir.Write("e.tmc", Target("<optimize/>")), log.log));
+    EXPECT_EQ(p.Optimize(), OptimizeSettings());
+
+    CTrimoraPreferences q;
+    ASSERT_TRUE(ReadXmlSettings(q, dir.Write("d.tmc", Target("<optimize><flate-level>3</flate-level><unknown>x"
+                                                             "</unknown><remove-thumbs>false</remove-thumbs>"
+                                                             "<flate-level>5</flate-level></optimize>")),
+                                log.log));
+    EXPECT_EQ(q.Optimize().flateLevel, 5);
+    EXPECT_FALSE(q.Optimize().removeThumbs);
+    EXPECT_EQ(log.Text().find("Warning"), std::string::npos);
+}
+
+TEST(SettingsXml, BadValuesWarnOrFailWithoutCrashing) {
+    ScratchDir dir;
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        ASSERT_TRUE(ReadXmlSettings(
+            p,
+            dir.Write("w.tmc", Target("<optimize><flate-level>-1</flate-level><remove-threads>Keep</remove-threads>"
+                                      "</optimize><security><key-length>56</key-length></security>"
+                                      "<viewing><rotate>45</rotate><page-mode>Outlines</page-mode></viewing>",
+                                      " eval-units=\"Furlongs\"")),
+            log.log));
+        EXPECT_EQ(p.Optimize().flateLevel, 9);
+        EXPECT_EQ(p.Optimize().removeThreads, A("None"));
+        EXPECT_EQ(p.Security().keyLength, 40);
+        EXPECT_EQ(p.Viewing().rotate, 0);
+        EXPECT_EQ(p.Viewing().pageMode, A("None"));
+        EXPECT_EQ(p.Target().evalUnits, A("Points"));
+        std::string text = log.Text();
+        for (const char* name : {"'flate-level'", "'remove-threads'", "'key-length'", "'rotate'", "'page-mode'",
+                                 "'eval-units'"})
+            EXPECT_NE(text.find(name), std::string::npos) << name << " in " << text;
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        EXPECT_FALSE(ReadXmlSettings(p, dir.Write("n.tmc", Target("<optimize><flate-level>nine</flate-level>"
+                                                                  "</optimize>")),
+                                     log.log));
+        EXPECT_NE(log.Text().find("An error ('"), std::string::npos);
+        EXPECT_NE(log.Text().find("nine"), std::string::npos);
+    }
+    {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        EXPECT_FALSE(ReadXmlSettings(p, dir.Write("m.tmc", "<trimora><target>\n</trimora>"), log.log));
+        EXPECT_NE(log.Text().find("An error ('Parse error at line 2 --- mismatched tag') occured while reading "
+                                  "the preferences\n"),
+                  std::string::npos)
+            << log.Text();
+    }
+}
+
+TEST(SettingsXml, SecurityAndStampDetails) {
+    ScratchDir dir;
+    CapturedLog log;
+    CTrimoraPreferences p;
+    ASSERT_TRUE(ReadXmlSettings(
+        p,
+        dir.Write("s.tmc", Target("<security><owner-password>o</owner-password><permissions printing=\"false\" "
+                                  "copying=\"true\" assembly=\"true\" form-filling=\"no\"/></security>"
+                                  "<stamp><position x=\"12.5\" y=\"Fit\"/><text text-color=\"#FF8000\">Hi</text>"
+                                  "</stamp>")),
+        log.log));
+    const SecuritySettings& s = p.Security();
+    EXPECT_TRUE(s.encrypt);
+    EXPECT_EQ(s.securityWord, kSecOwnerPasswordGiven | kSecNoPrinting | kSecAllowAssembly);
+    EXPECT_EQ(p.Stamp().position.xAlign, A("Custom"));
+    EXPECT_DOUBLE_EQ(p.Stamp().position.x, 12.5);
+    EXPECT_EQ(p.Stamp().position.yAlign, A("Fit"));
+    EXPECT_DOUBLE_EQ(p.Stamp().textColor[0], 1.0);
+    EXPECT_NEAR(p.Stamp().textColor[1], 128 / 255.0, 1e-9);
+    EXPECT_TRUE(p.Stamp().Enabled());
+}
+
+TEST(SettingsXml, WriteToUnwritablePathReportsError) {
+    CapturedLog log;
+    CTrimoraPreferences p;
+    EXPECT_FALSE(WriteXmlSettings(p, "/nonexistent-dir/x.tmc", log.log));
+    EXPECT_NE(log.Text().find("occured while writing the preferences\n"), std::string::npos);
+}
+
+TEST(SettingsXml, EveryTruncationOfAFullFileEndsCleanly) {
+    CTrimoraPreferences full;
+    ChangeEverything(full);
+    const std::string text = BuildXmlSettings(full).to_string();
+    Log quiet;
+    quiet.SetConsoleQuiet(true);
+    int parsed = 0;
+    for (size_t len = 0; len <= text.size(); len += 5) {
+        try {
+            domLite::document d = domLite::parser().parse_buffer(text.data(), len);
+            CTrimoraPreferences p;
+            ApplyXmlSettings(p, d, quiet);
+            ++parsed;
+        } catch (const std::exception&) {
+            // A truncated document fails to parse; what matters is that it fails cleanly.
+        }
+    }
+    // Only the complete text (trailing newline aside) parses.
+    EXPECT_LE(parsed, 1);
+}
