@@ -376,7 +376,10 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     const CosDocFileInfo& fi = CosDocGetFileInfo(doc);
     int major = params.majorVersion > 0 ? params.majorVersion : fi.majorVersion;
     int minor = params.majorVersion > 0 ? params.minorVersion : fi.minorVersion;
-    if (major < 1) major = 1, minor = 4;
+    if (major < 1) {
+        major = 1;
+        minor = 4;
+    }
     if (minor < 0) minor = 0;
     if (minor > 9) minor = 9;
 

@@ -23,10 +23,17 @@ for stage in "$ROOT"/scripts/corpus/*.sh; do
   name="$(basename "$stage" .sh)"
   echo "== $name"
   mkdir -p "$work/$name"
-  bash "$stage" "$corpus" "$ROOT/build" "$work/$name" | while IFS= read -r line; do
+  status=0
+  bash "$stage" "$corpus" "$ROOT/build" "$work/$name" > "$work/$name.out" 2>&1 || status=$?
+  while IFS= read -r line; do
     echo "$line"
     case "$line" in PASS*|FAIL*|SKIP*) echo "$name $line" >> "$results" ;; esac
-  done
+  done < "$work/$name.out"
+  # A stage that stops early must not pass silently.
+  if [ "$status" -ne 0 ]; then
+    echo "FAIL $name: the stage itself exited with status $status"
+    echo "$name FAIL stage exited with status $status" >> "$results"
+  fi
 done
 passed=$(grep -c ' PASS' "$results" || true)
 failed=$(grep -c ' FAIL' "$results" || true)

@@ -181,7 +181,7 @@ public:
         const struct {
             const char* key;
             ASUns16 bit;
-        } bits[] = {{"NoPrinting", kSecNoPrinting}, {"NoEditing", kSecNoEditing},     {"NoCopying", kSecNoCopying},
+        } bits[] = {{"NoPrinting", kSecNoPrinting}, {"NoEditing", kSecNoEditing},     {"NoCopying", kSecNoCopy},
                     {"NoNotes", kSecNoNotes},       {"AllowFill", kSecAllowFill},     {"AllowAccess", kSecAllowAccess},
                     {"AllowAssembly", kSecAllowAssembly}, {"AllowHQPrint", kSecAllowHQPrint}};
         for (const auto& b : bits) {

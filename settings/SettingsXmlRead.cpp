@@ -175,7 +175,7 @@ public:
             };
             static const Perm perms[] = {
                 {"printing", kSecNoPrinting, false},          {"editing", kSecNoEditing, false},
-                {"copying", kSecNoCopying, false},            {"commenting", kSecNoNotes, false},
+                {"copying", kSecNoCopy, false},            {"commenting", kSecNoNotes, false},
                 {"form-filling", kSecAllowFill, true},        {"accessability", kSecAllowAccess, true},
                 {"assembly", kSecAllowAssembly, true},        {"high-quality-printing", kSecAllowHQPrint, true},
             };

@@ -80,7 +80,7 @@ void Security(const node_ptr& n, const SecuritySettings& s) {
     const ASUns16 w = s.securityWord;
     p->set_attribute("printing", (w & kSecNoPrinting) == 0);
     p->set_attribute("editing", (w & kSecNoEditing) == 0);
-    p->set_attribute("copying", (w & kSecNoCopying) == 0);
+    p->set_attribute("copying", (w & kSecNoCopy) == 0);
     p->set_attribute("commenting", (w & kSecNoNotes) == 0);
     p->set_attribute("form-filling", (w & kSecAllowFill) != 0);
     p->set_attribute("accessability", (w & kSecAllowAccess) != 0);

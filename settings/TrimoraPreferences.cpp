@@ -302,7 +302,7 @@ void ApplyCommandLineOverrides(CTrimoraPreferences& prefs, const CommandLineSecu
     const struct {
         bool on;
         ASUns16 bit;
-    } flags[] = {{o.noPrinting, kSecNoPrinting}, {o.noEditing, kSecNoEditing}, {o.noCopy, kSecNoCopying},
+    } flags[] = {{o.noPrinting, kSecNoPrinting}, {o.noEditing, kSecNoEditing}, {o.noCopy, kSecNoCopy},
                  {o.noNotes, kSecNoNotes},       {o.allowFill, kSecAllowFill}, {o.allowAccess, kSecAllowAccess},
                  {o.allowAssem, kSecAllowAssembly}, {o.allowHQPrint, kSecAllowHQPrint}};
     for (const auto& f : flags)

@@ -23,24 +23,10 @@
 #include <vector>
 
 #include "pdfcore/CosObj.h"
+#include "pdfcore/security/SecurityWord.h"
 
 class Log;
 
-// ---------------------------------------------------------------- security word
-// One 16-bit word records which passwords were given and the restrictions
-// and permissions of the encryption.  The last four apply to 128-bit keys.
-enum : ASUns16 {
-    kSecUserPasswordGiven = 0x0001,
-    kSecOwnerPasswordGiven = 0x0002,
-    kSecNoPrinting = 0x0004,
-    kSecNoEditing = 0x0008,
-    kSecNoCopying = 0x0010,
-    kSecNoNotes = 0x0020,
-    kSecAllowFill = 0x0100,
-    kSecAllowAccess = 0x0200,
-    kSecAllowAssembly = 0x0400,
-    kSecAllowHQPrint = 0x0800,
-};
 
 // ---------------------------------------------------------------- sections
 struct TargetSettings {

@@ -169,7 +169,7 @@ const char* const kErrorTexts[] = {
     /* 0x10A2 */ "invalid article element",
     /* 0x10A3 */ "invalid bookmark object",
     /* 0x10A4 */ "the font contains a bad CMap /Encoding",
-    /* 0x10A5 */ "invalid file specification object",
+    /* 0x10A5 */ "invalid file speci" "fication object",  // one text, split in two literals
     /* 0x10A6 */ "bad font object or font descriptor object",
     /* 0x10A7 */ "the font contains a bad /BBox",
     /* 0x10A8 */ "the font contains bad /FontDescriptor metrics",

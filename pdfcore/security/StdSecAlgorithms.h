@@ -4,6 +4,8 @@
 // documents, so the key arithmetic can be checked on its own.
 #pragma once
 
+#include "pdfcore/security/SecurityWord.h"
+
 #include <array>
 #include <cstdint>
 #include <string_view>
@@ -60,19 +62,6 @@ StdSecBlock StdSecRecoverUserPassword(std::string_view ownerPassword, const StdS
 // generation, cut to min(file key bytes + 5, 16).
 StdSecBytes StdSecObjectKey(const StdSecBytes& fileKey, ASUns32 objNum, ASUns16 gen);
 
-// Bits of the program's security word.
-enum : ASUns16 {
-    kSecUserPasswordGiven = 0x0001,
-    kSecOwnerPasswordGiven = 0x0002,
-    kSecNoPrinting = 0x0004,
-    kSecNoEditing = 0x0008,
-    kSecNoCopy = 0x0010,
-    kSecNoNotes = 0x0020,
-    kSecAllowFill = 0x0100,
-    kSecAllowAccess = 0x0200,
-    kSecAllowAssembly = 0x0400,
-    kSecAllowHQPrint = 0x0800,
-};
 
 // Bits of the P value.
 enum : ASUns32 {

@@ -132,9 +132,11 @@ res = subprocess.run([tool, "--all", "--batch", f"{d}/jobs.txt"], capture_output
 status = res.stdout.splitlines()
 bad = []
 counts = {"general": 0, "dct": 0, "image": 0}
+damaged = 0
 for i, (num, out, expect, kind, words) in enumerate(checks):
     s = status[i] if i < len(status) else "missing"
     counts[kind] += 1
+    damaged += s.startswith("corrupt")
     if expect is None:
         if s != "ok":
             bad.append(f"obj {num} [{words}]: {s}")
@@ -147,7 +149,7 @@ for i, (num, out, expect, kind, words) in enumerate(checks):
         continue
     if a != b and not (kind == "general" and s.startswith("corrupt") and b.startswith(a)):
         bad.append(f"obj {num} [{words}]: {s}, {len(a)} bytes vs qpdf {len(b)}")
-summary = f"{counts['general']} streams, {counts['dct']} jpeg, {counts['image']} other images"
+summary = f"{counts['general']} streams, {counts['dct']} jpeg, {counts['image']} other images, {damaged} damaged"
 if bad:
     print(f"FAIL {name}: {len(bad)} of {len(checks)} differ; " + "; ".join(bad[:3]))
 else:

@@ -237,7 +237,9 @@ TEST(Chain, PushInterfaceTakesAnyChunking) {
         EXPECT_EQ(dec.Status(), DecodeStatus::Ok);
         EXPECT_EQ(dec.FiltersApplied(), 2u);
         EXPECT_EQ(out, image);
-        if (chunk == 1) EXPECT_GT(calls, 1);
+        if (chunk == 1) {
+            EXPECT_GT(calls, 1);
+        }
     }
 }
 

@@ -151,6 +151,9 @@ TEST(CCITTFax, ByteAlignedRowsWithoutEndOfLine) {
     EXPECT_EQ(CCITTFaxDecode(aligned, p), rows);
     p.values.erase("Rows");
     EXPECT_EQ(CCITTFaxDecode(aligned, p), rows);
+    // K > 0 without end-of-line codes: only the tag bits mark 1-D (white 16)
+    // and 2-D rows.
+    EXPECT_EQ(CCITTFaxDecode(Bytes{0xD4, 0x36, 0x2D, 0xC0}, Fax(2, 16, 3, true)), rows);
 }
 
 TEST(CCITTFax, TruncatedAndDamagedData) {

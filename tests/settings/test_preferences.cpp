@@ -124,7 +124,7 @@ TEST(Preferences, CommandLineOverridesOnlySwitchOn) {
     EXPECT_EQ(p.Security().keyLength, 40);
     EXPECT_EQ(p.Security().ownerPassword, "owner");
     EXPECT_EQ(p.Security().userPassword, "");
-    EXPECT_EQ(p.Security().securityWord, kSecOwnerPasswordGiven | kSecNoPrinting | kSecNoEditing | kSecNoCopying |
+    EXPECT_EQ(p.Security().securityWord, kSecOwnerPasswordGiven | kSecNoPrinting | kSecNoEditing | kSecNoCopy |
                                              kSecNoNotes | kSecAllowFill | kSecAllowAccess | kSecAllowAssembly |
                                              kSecAllowHQPrint);
     CommandLineSecurity u;

@@ -50,7 +50,7 @@ TEST(SettingsDict, ReadsEveryGroup) {
     const SecuritySettings& s = p.Security();
     EXPECT_TRUE(s.encrypt);
     EXPECT_EQ(s.keyLength, 128);
-    EXPECT_EQ(s.securityWord, kSecOwnerPasswordGiven | kSecUserPasswordGiven | kSecNoPrinting | kSecNoCopying |
+    EXPECT_EQ(s.securityWord, kSecOwnerPasswordGiven | kSecUserPasswordGiven | kSecNoPrinting | kSecNoCopy |
                                   kSecAllowAssembly | kSecAllowHQPrint);
     EXPECT_EQ(p.Viewing().pageMode, A("Thumbs"));
     EXPECT_TRUE(p.Optimize().dupXObjCheck);

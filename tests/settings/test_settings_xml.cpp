@@ -58,7 +58,7 @@ void ChangeEverything(CTrimoraPreferences& p) {
     s.ownerPassword = "own&er";
     s.userPassword = "us<er";
     s.securityWord = kSecUserPasswordGiven | kSecOwnerPasswordGiven | kSecNoPrinting | kSecNoEditing |
-                     kSecNoCopying | kSecNoNotes | kSecAllowFill | kSecAllowAccess | kSecAllowAssembly |
+                     kSecNoCopy | kSecNoNotes | kSecAllowFill | kSecAllowAccess | kSecAllowAssembly |
                      kSecAllowHQPrint;
 
     ImageSettings& im = p.Images();
