@@ -112,7 +112,10 @@ CosObj CosDocGetObjByID(CosDoc doc, ASInt32 objNum) {
         e2.loadFailed = true;
         return CosNewNull();
     }
-    if (e2.obj) {  // installed by the loader itself
+    if (e2.obj) {
+        // Installed while loading (by the loader itself, or by a repair that
+        // the load set off): keep that one and drop a second reading.
+        if (obj != e2.obj && !(obj->flags & (kRecIndirect | kRecContained | kRecStatic))) CosFreeRec(obj);
         return e2.obj;
     }
     CosDocInstallObject(doc, objNum, e2.gen, obj);

@@ -262,14 +262,16 @@ CosObj CosParser::ReadIndirect(ASInt32& num, ASInt32& gen, const StreamOptions& 
     if (!ReadObjLabel(num, gen)) ASRaiseParse(kErrBadObjLabel);
     CosObj obj = ReadObject();
     if (CosObjGetType(obj) == kCosDict && opts.allowStreams) {
+        // Looking past the dictionary may fail too (an unterminated string).
+        PartialGuard guard(obj);
         CosToken t = m_lex.Peek();
         if (t.IsKeyword("stream")) {
             m_lex.Next();
-            PartialGuard guard(obj);
             CosObj s = ReadStreamBody(obj, opts);
             guard.Release();
             return s;
         }
+        guard.Release();
     }
     return obj;
 }

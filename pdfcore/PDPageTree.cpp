@@ -63,6 +63,89 @@ ASInt32 IndexInKids(CosObj kids, CosObj page) {
     return -1;
 }
 
+
+const ASAtom kDest = ASAtomFromString("Dest");
+const ASAtom kA = ASAtomFromString("A");
+const ASAtom kS = ASAtomFromString("S");
+const ASAtom kD = ASAtomFromString("D");
+const ASAtom kGoTo = ASAtomFromString("GoTo");
+const ASAtom kLimits = ASAtomFromString("Limits");
+
+// Looks `key` up in a name tree (sorted string keys), following Kids with
+// the Limits as guides but not trusting them blindly.
+CosObj NameTreeLookup(CosObj node, const std::string& key, int depth) {
+    if (depth > kMaxTreeDepth || CosObjGetType(node) != kCosDict) return CosNewNull();
+    CosObj names = CosDictGet(node, cosnames::Names);
+    ASInt32 count = CosObjGetType(names) == kCosArray ? CosArrayLength(names) : 0;
+    for (ASInt32 i = 0; i + 1 < count; i += 2) {
+        CosObj k = CosArrayGet(names, i);
+        if (CosObjGetType(k) == kCosString && CosStringBytes(k) == key) return CosArrayGet(names, i + 1);
+    }
+    CosObj kids = CosDictGet(node, cosnames::Kids);
+    if (CosObjGetType(kids) != kCosArray) return CosNewNull();
+    for (ASInt32 i = 0, n = CosArrayLength(kids); i < n; ++i) {
+        CosObj kid = CosArrayGet(kids, i);
+        CosObj limits = CosDictGet(kid, kLimits);
+        if (CosObjGetType(limits) == kCosArray && CosArrayLength(limits) == 2 &&
+            CosObjGetType(CosArrayGet(limits, 0)) == kCosString &&
+            CosObjGetType(CosArrayGet(limits, 1)) == kCosString &&
+            (key < CosStringBytes(CosArrayGet(limits, 0)) || key > CosStringBytes(CosArrayGet(limits, 1))))
+            continue;
+        CosObj v = NameTreeLookup(kid, key, depth + 1);
+        if (!CosObjIsNull(v)) return v;
+    }
+    return CosNewNull();
+}
+
+// The destination a name stands for in `doc`: the catalog's Dests
+// dictionary (names) or its Names/Dests tree (strings).  A dictionary value
+// holds the destination under D.
+CosObj LookupNamedDest(CosDoc doc, CosObj name) {
+    CosObj root = CosDocGetRoot(doc);
+    if (CosObjGetType(root) != kCosDict) return CosNewNull();
+    CosObj dest = CosNewNull();
+    if (CosObjGetType(name) == kCosName) {
+        CosObj dests = CosDictGet(root, cosnames::Dests);
+        if (CosObjGetType(dests) == kCosDict) dest = CosDictGet(dests, CosNameValue(name));
+    } else if (CosObjGetType(name) == kCosString) {
+        CosObj names = CosDictGet(root, cosnames::Names);
+        if (CosObjGetType(names) == kCosDict)
+            dest = NameTreeLookup(CosDictGet(names, cosnames::Dests), CosStringBytes(name), 0);
+        if (CosObjIsNull(dest)) {
+            // Old files key the Dests dictionary by the same text.
+            CosObj dests = CosDictGet(root, cosnames::Dests);
+            if (CosObjGetType(dests) == kCosDict)
+                dest = CosDictGet(dests, ASAtomFromString(CosStringBytes(name)));
+        }
+    }
+    if (CosObjGetType(dest) == kCosDict) dest = CosDictGet(dest, kD);
+    return CosObjGetType(dest) == kCosArray ? dest : CosNewNull();
+}
+
+// Links of copied pages that name their destination would look the name up
+// in the target's catalog, where it means something else or nothing: give
+// them the explicit destination from the source instead.
+void ResolveNamedLinks(CosObj copiedPage, CosDoc source, CosCopier& copier) {
+    CosObj annots = CosDictGet(copiedPage, cosnames::Annots);
+    ASInt32 count = CosObjGetType(annots) == kCosArray ? CosArrayLength(annots) : 0;
+    for (ASInt32 i = 0; i < count; ++i) {
+        CosObj annot = CosArrayGet(annots, i);
+        if (CosObjGetType(annot) != kCosDict) continue;
+        CosObj holder = annot;
+        ASAtom key = kDest;
+        CosObj action = CosDictGet(annot, kA);
+        if (CosObjGetType(action) == kCosDict && CosDictGetName(action, kS) == kGoTo) {
+            holder = action;
+            key = kD;
+        }
+        CosObj name = CosDictGet(holder, key);
+        CosType t = CosObjGetType(name);
+        if (t != kCosName && t != kCosString) continue;
+        CosObj dest = LookupNamedDest(source, name);
+        if (CosObjIsNull(dest)) continue;
+        CosDictPut(holder, key, copier.Copy(dest));
+    }
+}
 }  // namespace
 
 std::vector<CosObj> PDCollectPages(CosDoc doc) {
@@ -135,8 +218,10 @@ void PDInsertPageCopies(CosDoc target, ASInt32 afterPage, const std::vector<CosO
 
     static const ASAtom kInheritable[] = {cosnames::Resources, cosnames::MediaBox, cosnames::CropBox,
                                           cosnames::Rotate};
+    CosDoc source = CosObjGetDoc(srcPages.front());
     for (CosObj src : srcPages) {
         CosObj copy = copier.Copy(src);
+        if (source != target) ResolveNamedLinks(copy, source, copier);
         // The source's ancestors are not copied: bring down what they gave.
         for (ASAtom key : kInheritable) {
             if (CosDictKnown(copy, key)) continue;

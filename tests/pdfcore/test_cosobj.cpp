@@ -226,3 +226,52 @@ TEST_F(PageTreeTest, PagesStillHeldAtCloseAreReleased) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(PageTreeTest, MergedLinksByNameGetExplicitDestinations) {
+    CosDoc cos = PDDocGetCosDoc(pd);
+    const ASAtom kDest = ASAtomFromString("Dest"), kA = ASAtomFromString("A"), kS = ASAtomFromString("S"),
+                 kD = ASAtomFromString("D");
+    // Names/Dests: a tree with one kid holding "sec.1" -> page 3.
+    CosObj dest = CosNewArray(cos, false);
+    CosArrayAppend(dest, PDDocGetPageObj(pd, 2));
+    CosArrayAppend(dest, CosNewName(cos, false, ASAtomFromString("Fit")));
+    CosObj leaf = CosNewDict(cos, true);
+    CosObj pairs = CosNewArray(cos, false);
+    CosArrayAppend(pairs, CosNewString(cos, false, "sec.1"));
+    CosArrayAppend(pairs, dest);
+    CosDictPut(leaf, cosnames::Names, pairs);
+    CosObj tree = CosNewDict(cos, false);
+    CosObj kids = CosNewArray(cos, false);
+    CosArrayAppend(kids, leaf);
+    CosDictPut(tree, cosnames::Kids, kids);
+    CosObj names = CosNewDict(cos, false);
+    CosDictPut(names, cosnames::Dests, tree);
+    CosDictPut(CosDocGetRoot(cos), cosnames::Names, names);
+    // Page 1 links to it twice: by /Dest and by a GoTo action.
+    CosObj annots = CosNewArray(cos, false);
+    CosObj byDest = CosNewDict(cos, true);
+    CosDictPut(byDest, kDest, CosNewString(cos, false, "sec.1"));
+    CosObj byAction = CosNewDict(cos, true);
+    CosObj action = CosNewDict(cos, false);
+    CosDictPutName(action, kS, false, ASAtomFromString("GoTo"));
+    CosDictPut(action, kD, CosNewString(cos, false, "sec.1"));
+    CosDictPut(byAction, kA, action);
+    CosArrayAppend(annots, byDest);
+    CosArrayAppend(annots, byAction);
+    CosDictPut(PDDocGetPageObj(pd, 0), cosnames::Annots, annots);
+
+    PDDoc target = PDDocCreate();
+    PDDocInsertPages(target, -1, pd, 0, 3);
+    CosObj copiedAnnots = CosDictGet(PDDocGetPageObj(target, 0), cosnames::Annots);
+    CosObj d1 = CosDictGet(CosArrayGet(copiedAnnots, 0), kDest);
+    CosObj d2 = CosDictGet(CosDictGet(CosArrayGet(copiedAnnots, 1), kA), kD);
+    ASSERT_EQ(CosObjGetType(d1), kCosArray);
+    ASSERT_EQ(CosObjGetType(d2), kCosArray);
+    EXPECT_EQ(CosArrayGet(d1, 0), PDDocGetPageObj(target, 2));
+    EXPECT_EQ(CosArrayGet(d2, 0), PDDocGetPageObj(target, 2));
+    PDDocClose(target);
+}
+
+}  // namespace
