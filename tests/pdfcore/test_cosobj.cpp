@@ -4,17 +4,9 @@
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
 #include "pdfcore/PDDoc.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
-
-ASInt32 ErrorNumberOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const CVellumError& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
-}
 
 class CosObjTest : public ::testing::Test {
 protected:
@@ -77,12 +69,12 @@ TEST_F(CosObjTest, AtomsTrimBlanksButNotShortTexts) {
 
 TEST_F(CosObjTest, TypedGettersRaiseTheirOwnMessages) {
     CosObj n = CosNewInteger(doc, false, 1);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosNameValue(n); })), kErrExpectedName);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosDictGet(n, kA); })), kErrExpectedDict);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosArrayLength(n); })), kErrExpectedArray);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosStringValue(n, nullptr); })), kErrExpectedString);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosBooleanValue(n); })), kErrExpectedBoolean);
-    EXPECT_EQ(ErrGetSystem(ErrorNumberOf([&] { CosNameValue(n); })), ErrSysCos);
+    EXPECT_EQ(ErrorOf(([&] { CosNameValue(n); })), kErrExpectedName);
+    EXPECT_EQ(ErrorOf(([&] { CosDictGet(n, kA); })), kErrExpectedDict);
+    EXPECT_EQ(ErrorOf(([&] { CosArrayLength(n); })), kErrExpectedArray);
+    EXPECT_EQ(ErrorOf(([&] { CosStringValue(n, nullptr); })), kErrExpectedString);
+    EXPECT_EQ(ErrorOf(([&] { CosBooleanValue(n); })), kErrExpectedBoolean);
+    EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { CosNameValue(n); })), ErrSysCos);
     CosObjDestroy(n);
 }
 
@@ -91,10 +83,10 @@ TEST_F(CosObjTest, DirectObjectsHaveOneContainerAndOneDocument) {
     CosObj d2 = CosNewDict(doc, false);
     CosObj v = CosNewInteger(doc, false, 7);
     CosDictPut(d1, kA, v);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosDictPut(d2, kA, v); })), kErrAlreadyInContainer);
+    EXPECT_EQ(ErrorOf(([&] { CosDictPut(d2, kA, v); })), kErrAlreadyInContainer);
     CosDoc other = CosDocCreate();
     CosObj foreign = CosNewInteger(other, false, 1);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { CosDictPut(d1, kB, foreign); })), kErrBadOperation);
+    EXPECT_EQ(ErrorOf(([&] { CosDictPut(d1, kB, foreign); })), kErrBadOperation);
     CosDictPut(d1, kC, CosNewNull());  // the null object belongs to no document
     CosObjDestroy(foreign);
     CosDocClose(other);
@@ -116,16 +108,16 @@ TEST_F(CosObjTest, IndirectValuesAreSharedAndDestroyedOnesReadAsNull) {
 }
 
 TEST_F(CosObjTest, HandlesAreValidatedWithTheirSystems) {
-    ASErrorCode nullDoc = ErrorNumberOf([] { CosDocGetTrailer(nullptr); });
+    ASErrorCode nullDoc = ErrorCodeOf([] { CosDocGetTrailer(nullptr); });
     EXPECT_EQ(ErrGetNumber(nullDoc), kErrBadParm);
     EXPECT_EQ(ErrGetSystem(nullDoc), ErrSysGeneral);
     EXPECT_EQ(ErrGetSeverity(nullDoc), ErrSevNormal);
     CosDoc gone = CosDocCreate();
     CosDocClose(gone);
-    EXPECT_EQ(ErrGetSystem(ErrorNumberOf([&] { CosDocGetTrailer(gone); })), ErrSysCos);
+    EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { CosDocGetTrailer(gone); })), ErrSysCos);
     PDDoc pd = PDDocCreate();
     PDDocClose(pd);
-    EXPECT_EQ(ErrGetSystem(ErrorNumberOf([&] { PDDocGetNumPages(pd); })), ErrSysPDDoc);
+    EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { PDDocGetNumPages(pd); })), ErrSysPDDoc);
 }
 
 TEST_F(CosObjTest, CopyAcrossDocumentsKeepsSharingAndCycles) {
@@ -214,7 +206,7 @@ TEST_F(PageTreeTest, LoopsRaiseInsteadOfRecursing) {
     CosObj mid = CosArrayGet(CosDictGet(root, cosnames::Kids), 0);
     CosArrayAppend(CosDictGet(mid, cosnames::Kids), mid);
     PDDocPagesChanged(pd);
-    EXPECT_EQ(ErrGetNumber(ErrorNumberOf([&] { PDDocGetNumPages(pd); })), kErrBadPageTreeNode);
+    EXPECT_EQ(ErrorOf(([&] { PDDocGetNumPages(pd); })), kErrBadPageTreeNode);
 }
 
 TEST_F(PageTreeTest, PagesStillHeldAtCloseAreReleased) {

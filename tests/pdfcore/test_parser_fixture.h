@@ -2,6 +2,8 @@
 // correct offsets out, plus helpers to open bytes and read error numbers.
 #pragma once
 
+#include "tests/pdfcore/test_support.h"
+
 #include <functional>
 #include <map>
 #include <span>
@@ -12,6 +14,9 @@
 #include "pdfcore/PDDoc.h"
 
 namespace fixture {
+
+using ::ErrorOf;
+using ::Span;
 
 struct Built {
     std::string bytes;
@@ -69,20 +74,6 @@ inline Built MakePdf(const std::vector<std::string>& bodies, const std::string& 
     AddObjects(b, bodies);
     AddClassicXref(b, trailerExtra, prefix.size());
     return b;
-}
-
-inline std::span<const uint8_t> Span(const std::string& s) {
-    return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
-}
-
-// The error number raised by `f`, or 0.
-inline ASInt32 ErrorOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const CVellumError& e) {
-        return ErrGetNumber(e.GetErrorCode());
-    }
-    return 0;
 }
 
 // Opens bytes as a document; the caller closes it.

@@ -13,23 +13,11 @@
 
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
+#include "tests/pdfcore/test_support.h"
 #include "pdfcore/CosWriter.h"
 #include "pdfcore/PDDoc.h"
 
 namespace {
-
-ASInt32 ErrorNumberOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const CVellumError& e) {
-        return ErrGetNumber(e.GetErrorCode());
-    }
-    return 0;
-}
-
-std::span<const uint8_t> Bytes(std::string_view s) {
-    return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
-}
 
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -77,7 +65,7 @@ protected:
     }
 
     CosObj NewPage(CosObj parent, CosObj font, std::string_view content) {
-        CosObj stream = CosNewStream(doc, CosNewNull(), Bytes(content));
+        CosObj stream = CosNewStream(doc, CosNewNull(), Span(content));
         CosObj page = CosNewDict(doc, true);
         CosDictPutName(page, cosnames::Type, false, cosnames::Page);
         CosDictPut(page, cosnames::Parent, parent);
@@ -270,7 +258,7 @@ TEST_F(SaveTest, FailedWriteLeavesTheTargetAndNoTemporary) {
     std::string target = dir + "/keep.pdf";
     std::ofstream(target) << "old bytes";
     CosOutputFileSetFailAfterForTesting(200);
-    EXPECT_EQ(ErrorNumberOf([&] { Save("keep.pdf"); }), kErrFileWrite);
+    EXPECT_EQ(ErrorOf([&] { Save("keep.pdf"); }), kErrFileWrite);
     CosOutputFileSetFailAfterForTesting(-1);
     EXPECT_EQ(ReadFile(target), "old bytes");
     EXPECT_EQ(ListDir(dir), std::vector<std::string>{"keep.pdf"});
@@ -281,9 +269,9 @@ TEST_F(SaveTest, FailedWriteLeavesTheTargetAndNoTemporary) {
 
     CosSaveParams p;
     p.path = dir + "/no-such-folder/x.pdf";
-    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrCantOpenForWrite);
+    EXPECT_EQ(ErrorOf([&] { CosDocSave(doc, p); }), kErrCantOpenForWrite);
     p.path = dir;  // a folder: the rename must fail
-    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrCannotRename);
+    EXPECT_EQ(ErrorOf([&] { CosDocSave(doc, p); }), kErrCannotRename);
     EXPECT_EQ(ListDir(dir).size(), 1u);
 }
 
@@ -292,13 +280,13 @@ TEST_F(SaveTest, BadParametersAndMissingRoot) {
     CosSaveParams p;
     p.path = dir + "/x.pdf";
     p.size = 3;
-    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrBadParm);
+    EXPECT_EQ(ErrorOf([&] { CosDocSave(doc, p); }), kErrBadParm);
     p.size = sizeof(CosSaveParams);
     p.path.clear();
-    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(doc, p); }), kErrBadParm);
+    EXPECT_EQ(ErrorOf([&] { CosDocSave(doc, p); }), kErrBadParm);
     CosDoc empty = CosDocCreate();
     p.path = dir + "/x.pdf";
-    EXPECT_EQ(ErrorNumberOf([&] { CosDocSave(empty, p); }), kErrBadRoot);
+    EXPECT_EQ(ErrorOf([&] { CosDocSave(empty, p); }), kErrBadRoot);
     CosDocClose(empty);
     EXPECT_TRUE(ListDir(dir).empty());
 }
@@ -313,7 +301,7 @@ TEST_F(SaveTest, CompactModeAndHeaderVersions) {
     CosDocMutableFileInfo(doc).minorVersion = 3;
     EXPECT_EQ(Save("v.pdf").substr(0, 9), "%PDF-1.3\r");
     // A JPEG 2000 image raises the header to 1.5, patched after the body.
-    CosObj img = CosNewStream(doc, CosNewNull(), Bytes("jp2"));
+    CosObj img = CosNewStream(doc, CosNewNull(), Span("jp2"));
     CosDictPutName(img, cosnames::Filter, false, ASAtomFromString("JPXDecode"));
     CosDictPut(info, ASAtomFromString("Thumb"), img);
     EXPECT_EQ(Save("v.pdf").substr(0, 9), "%PDF-1.5\r");
@@ -335,7 +323,7 @@ TEST_F(SaveTest, EncryptionUsesTheNewNumbersAndLeavesTheEncryptDictionaryPlain) 
     doc = CosDocCreate();
     CosDocMutableFileInfo(doc).minorVersion = 3;
     pages = CosNewDict(doc, true);
-    CosObj stream = CosNewStream(doc, CosNewNull(), Bytes("ab"));
+    CosObj stream = CosNewStream(doc, CosNewNull(), Span("ab"));
     CosObj page = CosNewDict(doc, true);
     CosDictPut(page, cosnames::Parent, pages);
     CosDictPutName(page, cosnames::Type, false, cosnames::Page);

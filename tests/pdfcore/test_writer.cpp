@@ -8,22 +8,10 @@
 #include "pdfcore/CosInfo.h"
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
+#include "tests/pdfcore/test_support.h"
 #include "pdfcore/CosWriter.h"
 
 namespace {
-
-ASInt32 ErrorNumberOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const CVellumError& e) {
-        return ErrGetNumber(e.GetErrorCode());
-    }
-    return 0;
-}
-
-std::span<const uint8_t> Bytes(std::string_view s) {
-    return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
-}
 
 std::string Fixed(double v, int p) {
     std::string out;
@@ -85,8 +73,8 @@ TEST(WriterNumbers, FixedPointExamplesAndRounding) {
 }
 
 TEST(WriterNumbers, PrecisionAboveNineIsRefusedByTheFormatterAndCutByTheWriter) {
-    EXPECT_EQ(ErrorNumberOf([] { Fixed(1.5, 10); }), kErrBadParm);
-    EXPECT_EQ(ErrorNumberOf([] { Fixed(1.5, -1); }), kErrBadParm);
+    EXPECT_EQ(ErrorOf([] { Fixed(1.5, 10); }), kErrBadParm);
+    EXPECT_EQ(ErrorOf([] { Fixed(1.5, -1); }), kErrBadParm);
     CosDoc doc = CosDocCreate();
     CosObjWriter w;
     w.SetPrecision(12);
@@ -144,28 +132,28 @@ TEST_F(WriterTest, IndirectObjectFraming) {
     std::string out;
     w.WriteIndirect(out, 12, 0, d);
     EXPECT_EQ(out, "12 0 obj\r<<\r/A null\r>>\rendobj\r");
-    EXPECT_EQ(ErrorNumberOf([&] { w.WriteIndirect(out, 1, 0, nullptr); }), kErrBadParm);
+    EXPECT_EQ(ErrorOf([&] { w.WriteIndirect(out, 1, 0, nullptr); }), kErrBadParm);
 }
 
 TEST_F(WriterTest, StreamBodiesSetLengthAndSeparateDataOnlyWhenNeeded) {
     CosObj dict = CosNewDict(doc, false);
     CosDictPut(dict, cosnames::Length, CosNewInteger(doc, false, 999));
-    CosObj s = CosNewStream(doc, dict, Bytes("abc"));
+    CosObj s = CosNewStream(doc, dict, Span("abc"));
     EXPECT_EQ(Body(s), "<<\r/Length 3\r>>\rstream\nabc\rendstream");
     EXPECT_EQ(CosDictGetInt(s, cosnames::Length, 0), 3);
 
     CosObj empty = CosNewStream(doc, CosNewNull(), {});
     EXPECT_EQ(Body(empty, true), "<</Length 0>>\rstream\nendstream");
-    CosObj endsLF = CosNewStream(doc, CosNewNull(), Bytes("q\n"));
+    CosObj endsLF = CosNewStream(doc, CosNewNull(), Span("q\n"));
     EXPECT_EQ(Body(endsLF, true), "<</Length 2>>\rstream\nq\nendstream");
-    CosObj endsCR = CosNewStream(doc, CosNewNull(), Bytes("Q\r"));
+    CosObj endsCR = CosNewStream(doc, CosNewNull(), Span("Q\r"));
     EXPECT_EQ(Body(endsCR, true), "<</Length 2>>\rstream\nQ\rendstream");
 
     // An indirect Length is replaced by the number, even when it is right.
     CosObj lenObj = CosNewInteger(doc, true, 3);
     CosObj refDict = CosNewDict(doc, false);
     CosDictPut(refDict, cosnames::Length, lenObj);
-    CosObj withRef = CosNewStream(doc, refDict, Bytes("abc"));
+    CosObj withRef = CosNewStream(doc, refDict, Span("abc"));
     EXPECT_EQ(Body(withRef, true), "<</Length 3>>\rstream\nabc\rendstream");
 
     // A stream met inside a container is a reference, never inlined.
@@ -176,16 +164,16 @@ TEST_F(WriterTest, StreamBodiesSetLengthAndSeparateDataOnlyWhenNeeded) {
 
 TEST_F(WriterTest, LiteralStringEscapes) {
     std::string out;
-    CosWriteLiteralString(out, Bytes(std::string_view("a\\b(c)\n\r\t\b\f\x01z", 13)), false);
+    CosWriteLiteralString(out, Span(std::string_view("a\\b(c)\n\r\t\b\f\x01z", 13)), false);
     EXPECT_EQ(out, std::string("(a\\\\b\\(c\\)\\n\\r\\t\\b\\f\x01z)"));
     out.clear();
-    CosWriteLiteralString(out, Bytes("\xE9\x80\xFF"), false);
+    CosWriteLiteralString(out, Span("\xE9\x80\xFF"), false);
     EXPECT_EQ(out, "(\\351\\200\\377)");
     out.clear();
-    CosWriteLiteralString(out, Bytes("\xE9\x80("), true);
+    CosWriteLiteralString(out, Span("\xE9\x80("), true);
     EXPECT_EQ(out, "(\xE9\x80\\()");
     out.clear();
-    CosWriteHexString(out, Bytes("\x0A\xFF"));
+    CosWriteHexString(out, Span("\x0A\xFF"));
     EXPECT_EQ(out, "<0AFF>");
 }
 
@@ -205,7 +193,7 @@ TEST_F(WriterTest, StringsAreEncryptedPerObjectAndThenEscapedWithoutOctal) {
     // The stored bytes are not touched.
     EXPECT_EQ(CosStringBytes(CosArrayGet(arr, 0)), "AB");
 
-    CosObj s = CosNewStream(doc, CosNewNull(), Bytes("xy"));
+    CosObj s = CosNewStream(doc, CosNewNull(), Span("xy"));
     out.clear();
     w.SetCrypt(&crypt, 1, 0);
     w.WriteBody(out, s);
@@ -281,7 +269,7 @@ TEST(WriterXref, SubsectionsMergeAndTheFirstRunStartsAtZero) {
 
     CosXrefTable dup;
     dup.AddSubsection(4, 1);
-    EXPECT_EQ(ErrorNumberOf([&] { dup.AddSubsection(4, 2); }), kErrBadParm);
+    EXPECT_EQ(ErrorOf([&] { dup.AddSubsection(4, 2); }), kErrBadParm);
 }
 
 TEST(WriterFileParts, TrailerAndEndMarker) {
