@@ -13,7 +13,10 @@ CosStreamBody* StreamOf(CosObj obj) {
     return obj->u.stm;
 }
 
-CosObjRec* MakeStream(CosDoc doc, CosObj dict) {
+// Program-made streams are indirect at once; streams read from a file get
+// their number when the loader installs them, so reading never grows the
+// object table underneath the loader.
+CosObjRec* MakeStream(CosDoc doc, CosObj dict, bool indirect) {
     if (dict && !CosObjIsNull(dict)) {
         CosCheckType(dict, kCosDict);
         if (dict->doc != doc) ASRaiseErr(ErrSysCos, kErrBadOperation);
@@ -21,13 +24,18 @@ CosObjRec* MakeStream(CosDoc doc, CosObj dict) {
     } else {
         dict = CosNewDict(doc, false);
     }
-    CosObjRec* r = CosNewRec(doc, kCosStream, true);
+    CosObjRec* r = CosNewRec(doc, kCosStream, indirect);
     r->u.stm = new CosStreamBody();
     r->u.stm->dict = dict;
     dict->flags |= kRecContained;
     r->u.stm->cryptNum = r->objNum;
     return r;
 }
+
+// How many JBIG2Globals streams are being decoded inside each other: a
+// globals stream may name itself (or a ring of others) as its own globals.
+int g_globalsDepth = 0;
+constexpr int kMaxGlobalsDepth = 2;
 
 // One filter's parameters from a DecodeParms dictionary.
 filters::FilterParams ParamsFrom(CosObj parms) {
@@ -41,7 +49,16 @@ filters::FilterParams ParamsFrom(CosObj parms) {
             case kCosFixed: p.values[ASAtomGetString(key)] = CosFixedValue(v); break;
             case kCosBoolean: p.values[ASAtomGetString(key)] = CosBooleanValue(v) ? 1 : 0; break;
             case kCosStream:
-                if (key == cosnames::JBIG2Globals) p.jbig2Globals = CosStreamDecodedData(v);
+                if (key == cosnames::JBIG2Globals && g_globalsDepth < kMaxGlobalsDepth) {
+                    ++g_globalsDepth;
+                    try {
+                        p.jbig2Globals = CosStreamDecodedData(v);
+                    } catch (...) {
+                        --g_globalsDepth;
+                        throw;
+                    }
+                    --g_globalsDepth;
+                }
                 break;
             default: break;
         }
@@ -86,14 +103,14 @@ filters::FilterChain CosStreamFilterChain(CosObj stream) {
 }
 
 CosObj CosNewStream(CosDoc doc, CosObj dict, std::span<const uint8_t> encodedData) {
-    CosObjRec* r = MakeStream(doc, dict);
+    CosObjRec* r = MakeStream(doc, dict, true);
     r->u.stm->owned.assign(encodedData.begin(), encodedData.end());
     r->u.stm->changed = true;
     return r;
 }
 
 CosObj CosNewStreamFromFile(CosDoc doc, CosObj dict, uint64_t offset, uint64_t length, bool encrypted) {
-    CosObjRec* r = MakeStream(doc, dict);
+    CosObjRec* r = MakeStream(doc, dict, false);
     CosStreamBody* s = r->u.stm;
     s->inFile = true;
     s->offset = offset;
