@@ -52,6 +52,10 @@ ASErrorCode StartCoreAndRunJobs(const CommandLineOptions& opts, Log& log) {
         // Anything else escaping a job is a fault of ours, not of the input:
         // end the job as an internal error instead of terminating.
         return ErrBuildCode(ErrSevNormal, ErrSysGeneral, kErrInternal);
+    } catch (...) {
+        // Exceptions of no standard type (private ones of a subsystem that
+        // slipped past its own handler) end the job the same way.
+        return ErrBuildCode(ErrSevNormal, ErrSysGeneral, kErrInternal);
     }
 }
 

@@ -74,6 +74,19 @@ void AppendSelectedPages(PDDoc target, PDDoc source, const FileListEntry& entry)
     }
 }
 
+// Tells the log's progress sink that a job run starts, and that it ends
+// however it ends (a core error escaping the job included).
+class JobNotice {
+public:
+    explicit JobNotice(Log& log) : m_sink(log.Sink()) { m_sink.JobBegin(); }
+    ~JobNotice() { m_sink.JobEnd(); }
+    JobNotice(const JobNotice&) = delete;
+    JobNotice& operator=(const JobNotice&) = delete;
+
+private:
+    ProgressSink& m_sink;
+};
+
 bool IsWholeFile(const FileListEntry& e) {
     const bool allPages = e.ranges.size() == 1 && e.ranges[0].from <= 1 && e.ranges[0].to == -1;
     const ASAtom box = ASAtomFromString(e.box);
@@ -124,6 +137,7 @@ ASErrorCode OpenAndRunDocument(const std::string& input, const std::string& outp
 
 ASErrorCode RunCommandLineJob(const std::vector<std::string>& inputs, const JobOptions& options,
                               CTrimoraPreferences& master, Log& log) {
+    JobNotice notice(log);
     if (inputs.size() >= 2 && !options.output.empty() && !IsDirectory(options.output))
         return RunMergeJob(inputs, options, master, log);
     ASErrorCode result = 0;
@@ -165,6 +179,7 @@ ASErrorCode RunMergeJob(const std::vector<std::string>& inputs, const JobOptions
 
 ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimoraPreferences& master,
                        Log& log) {
+    JobNotice notice(log);
     std::string output = list.outputDir.empty() ? options.output : list.outputDir;
     if (output.empty() && list.merge)
         for (const FileListEntry& e : list.entries)
@@ -183,6 +198,7 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         ResetStatistics(master);
         DocHolder target(PDDocCreate());
         for (const FileListEntry& e : list.entries) {
+            log.Info("Merging input file: %s\n", e.src.c_str());
             DocHolder doc(OpenInput(e.src, passwordFor(e)));
             if (doc.Get()) AppendSelectedPages(target.Get(), doc.Get(), e);
         }

@@ -45,6 +45,15 @@ std::string Num(double v) {
     return s == "-0" ? "0" : s;
 }
 
+// The value as the content stream writes it, so box and content agree;
+// parsed back without the process locale.
+double Rounded(double v) {
+    const std::string text = Num(v);
+    double out = 0;
+    std::from_chars(text.data(), text.data() + text.size(), out);
+    return out;
+}
+
 // Points for `pixels` at `ppi`; 72 ppi when the file gives no usable one.
 double PagePoints(uint32_t pixels, double ppi) {
     if (!(ppi >= 1.0 && ppi <= 100000.0)) ppi = 72.0;
@@ -72,8 +81,8 @@ void AddImagePage(PDDoc pd, CosObj image, double wPt, double hPt) {
     CosObj box = CosNewArray(doc, false, 4);
     CosArrayAppend(box, CosNewInteger(doc, false, 0));
     CosArrayAppend(box, CosNewInteger(doc, false, 0));
-    CosArrayAppend(box, CosNewNumber(doc, false, std::stod(Num(wPt))));
-    CosArrayAppend(box, CosNewNumber(doc, false, std::stod(Num(hPt))));
+    CosArrayAppend(box, CosNewNumber(doc, false, Rounded(wPt)));
+    CosArrayAppend(box, CosNewNumber(doc, false, Rounded(hPt)));
     CosDictPut(page, cosnames::MediaBox, box);
 
     CosObj res = CosNewDict(doc, false, 2);
@@ -358,27 +367,22 @@ PDDoc ImportTiff(std::span<const uint8_t> tiff) {
     std::unique_ptr<MemoryTiff> mt = MemoryTiff::OpenRead(tiff);
     if (!mt) return nullptr;
     TIFF* t = mt->Handle();
+    // Only the first page (directory) is taken: an image input becomes a
+    // one-page document.
+    uint32_t w = 0, h = 0;
+    if (!TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &w) || !TIFFGetField(t, TIFFTAG_IMAGELENGTH, &h) ||
+        !SizeAcceptable(w, h, 4))
+        return nullptr;
     PDDoc pd = PDDocCreate();
     try {
         CosDoc doc = PDDocGetCosDoc(pd);
-        int pages = 0;
-        do {
-            uint32_t w = 0, h = 0;
-            if (!TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &w) || !TIFFGetField(t, TIFFTAG_IMAGELENGTH, &h) ||
-                !SizeAcceptable(w, h, 4))
-                break;
-            CosObj image = TiffPageImage(doc, t, w, h);
-            if (CosObjIsNull(image)) break;
-            AddImagePage(pd, image, PagePoints(w, TiffPpi(t, TIFFTAG_XRESOLUTION)),
-                         PagePoints(h, TiffPpi(t, TIFFTAG_YRESOLUTION)));
-            ++pages;
-        } while (pages < kMaxTiffPages && TIFFReadDirectory(t));
-        // A file whose first page cannot be read is no image; later pages that
-        // fail only end the document early.
-        if (pages == 0) {
+        CosObj image = TiffPageImage(doc, t, w, h);
+        if (CosObjIsNull(image)) {
             PDDocClose(pd);
             return nullptr;
         }
+        AddImagePage(pd, image, PagePoints(w, TiffPpi(t, TIFFTAG_XRESOLUTION)),
+                     PagePoints(h, TiffPpi(t, TIFFTAG_YRESOLUTION)));
     } catch (const CVellumError&) {
         PDDocClose(pd);
         return nullptr;

@@ -2,11 +2,11 @@
 //
 // A JPEG becomes a one-page document whose only content is the image; the
 // JPEG bytes are embedded unchanged (DCTDecode), so nothing is recompressed.
-// A TIFF becomes one page per TIFF page (directory), in file order: a
-// multi-page scan stays one document.  Bilevel pages are stored as CCITT
-// Group 4 (the strip is copied when the file already holds one G4 strip,
-// otherwise it is encoded), every other page as Flate.  Page sizes follow the
-// image resolution (72 ppi when the file gives none).
+// A TIFF becomes a one-page document too, made from the file's first page
+// (directory); later pages of a multi-page file are not taken.  A bilevel
+// image is stored as CCITT Group 4 (the strip is copied when the file
+// already holds one G4 strip, otherwise it is encoded), any other as Flate.
+// Page sizes follow the image resolution (72 ppi when the file gives none).
 //
 // Files that are not images of these kinds, or that libjpeg/libtiff cannot
 // read, are rejected with a null result; the caller decides what to say.
@@ -36,6 +36,5 @@ PDDoc ImportTiff(std::span<const uint8_t> tiff);
 // Limits that keep a hostile header from asking for unbounded memory.
 inline constexpr uint32_t kMaxImageSide = 65535;
 inline constexpr uint64_t kMaxImageBytes = uint64_t(1) << 30;  // decoded samples
-inline constexpr int kMaxTiffPages = 10000;
 
 }  // namespace images

@@ -33,8 +33,16 @@ CosObj CosCopier::CopyOf(CosObj source) {
 
 CosObj CosCopier::Copy(CosObj obj) {
     obj = CosResolve(obj);
-    if (CosObjIsIndirect(obj)) return CopyIndirect(obj, 0);
-    return CopyDirect(obj, 0);
+    CosObj result = CosObjIsIndirect(obj) ? CopyIndirect(obj, 0) : CopyDirect(obj, 0);
+    // Indirect objects met on the way were only given their numbers; copy
+    // them here, one at a time, so that a long chain of objects linked to
+    // each other never deepens the stack.
+    while (!m_pending.empty()) {
+        CosObj next = m_pending.back();
+        m_pending.pop_back();
+        CopyIndirect(next, 0);
+    }
+    return result;
 }
 
 CosObj CosCopier::CopyIndirect(CosObj src, int depth) {
@@ -64,7 +72,9 @@ CosObj CosCopier::CopyValue(CosObj raw, int depth) {
         auto it = m_map.find(CosObjGetID(v));
         if (it != m_map.end()) return CosNewRef(m_dest, it->second, 0);
         if (shouldCopy && !shouldCopy(v)) return CosNewNull();
-        return CopyIndirect(v, depth);
+        ASInt32 num = Reserve(v);
+        m_pending.push_back(v);
+        return CosNewRef(m_dest, num, 0);
     }
     return CopyDirect(v, depth);
 }

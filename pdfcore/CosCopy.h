@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <unordered_map>
+#include <vector>
 
 #include "pdfcore/CosObj.h"
 
@@ -38,5 +39,6 @@ private:
     CosDoc m_dest;
     std::unordered_map<ASInt32, ASInt32> m_map;  // source objNum -> dest objNum
     std::unordered_map<ASInt32, bool> m_done;
+    std::vector<CosObj> m_pending;  // reserved, still to be copied
     CosDoc m_srcDoc = nullptr;
 };

@@ -62,13 +62,14 @@ bool IsNumber(CosObj obj) { return obj && (obj->type == kCosInteger || obj->type
 // ---------------------------------------------------------------- helpers
 
 CosObjRec* CosNewRec(CosDoc doc, CosType type, bool indirect) {
-    if (doc) CosDocValidate(doc);
+    // Every object belongs to an open document; a null handle is refused
+    // like any other bad one.
+    CosDocValidate(doc);
     CosObjRec* r = new CosObjRec;
     r->doc = doc;
     r->type = type;
     ASUsageCreated(UsageKind(type));
     if (indirect) {
-        if (!doc) RaiseBadParm();
         ASInt32 num = CosNewObjNum(doc);
         CosXrefEntry& e = doc->xref[num];
         e.kind = CosXrefEntry::kNew;

@@ -367,8 +367,10 @@ std::vector<std::pair<ASInt32, ASInt32>> CosXrefTable::Runs() const {
             if (s.first <= cur.first) BadParm();
             const int64_t curEnd = int64_t(cur.first) + cur.second;
             if (s.first <= curEnd) {
-                const int64_t end = std::max<int64_t>(curEnd, int64_t(s.first) + s.second);
-                cur.second = static_cast<ASInt32>(end - cur.first);
+                // Merging adds the counts, overlap or not.
+                const int64_t merged = int64_t(cur.second) + s.second;
+                if (merged > INT32_MAX) BadParm();
+                cur.second = static_cast<ASInt32>(merged);
                 continue;
             }
         }

@@ -110,8 +110,10 @@ CosObj ReadClassicSection(CosParser& parser, std::vector<std::pair<int64_t, CosX
             if (off < 0) off = 0;
             e.offset = static_cast<uint64_t>(off);
             e.gen = static_cast<ASUns16>(gen < 0 || gen > 0xFFFF ? 0 : gen);
+            // Numbers come from the file: refuse huge ones before adding,
+            // so that the sum cannot overflow.
+            if (first >= kCosMaxObjNum || i >= kCosMaxObjNum - first) continue;
             int64_t num = static_cast<int64_t>(first) + i;
-            if (num >= kCosMaxObjNum) continue;
             // An in-use entry at offset 0 points nowhere: treat it as free.
             if (e.kind == CosXrefEntry::kInFile && off == 0) e.kind = CosXrefEntry::kFree;
             classic.emplace_back(num, e);
@@ -135,7 +137,7 @@ CosObj ReadXrefStream(CosDoc doc, std::span<const uint8_t> file, size_t pos, Tab
     try {
         // (Reading the keyword may raise too: the dictionary must not leak.)
         if (CosObjGetType(dict) != kCosDict || !parser.Lexer().Next().IsKeyword("stream"))
-            ASRaiseErr(ErrSysCos, kErrExpectedStream);
+            ASRaiseParse(kErrExpectedStream);
         size_t p = parser.Lexer().Pos();
         if (p < file.size() && file[p] == '\r') ++p;
         if (p < file.size() && file[p] == '\n') ++p;
@@ -321,7 +323,9 @@ CosXrefChain CosReadXrefChain(CosDoc doc, std::span<const uint8_t> file, size_t 
                     FreeDirect(trailer);
                     ASRaiseParse(kErrExpectedNumber);
                 }
-                next = CosInteger64Value(prev);
+                // The offset is the number truncated, not rounded.
+                double v = CosFixedValue(prev);
+                next = v >= 9.2e18 ? INT64_MAX : (v <= -9.2e18 ? INT64_MIN : static_cast<int64_t>(v));
             }
             if (!chain.trailer) {
                 chain.trailer = trailer;

@@ -33,18 +33,12 @@ void GuardedPhase(Log& log, const char* failureMessage, Body body) {
     }
 }
 
-// The header version: the target's, unless the document already needs a
-// newer one (writing 1.4 over a 1.7 file would misstate what it uses).
-void HeaderVersion(PDDoc doc, const CTrimoraPreferences& prefs, ASInt16& major, ASInt16& minor) {
-    const CosDocFileInfo& info = CosDocGetFileInfo(PDDocGetCosDoc(doc));
-    int tMajor = std::clamp(prefs.Target().pdfMajorVersion, 1, 9);
-    int tMinor = std::clamp(prefs.Target().pdfMinorVersion, 0, 9);
-    if (info.majorVersion > tMajor || (info.majorVersion == tMajor && info.minorVersion > tMinor)) {
-        tMajor = info.majorVersion;
-        tMinor = info.minorVersion;
-    }
-    major = ASInt16(tMajor);
-    minor = ASInt16(tMinor);
+// The header version is the target's as the settings give it, whatever the
+// input's own header said; out-of-range values are pulled into 1.0-9.9 so
+// the writer never falls back to the input's version.
+void HeaderVersion(const CTrimoraPreferences& prefs, ASInt16& major, ASInt16& minor) {
+    major = ASInt16(std::clamp(prefs.Target().pdfMajorVersion, 1, 9));
+    minor = ASInt16(std::clamp(prefs.Target().pdfMinorVersion, 0, 9));
 }
 
 void PrepareEncryption(PDDoc doc, const CTrimoraPreferences& prefs) {
@@ -62,7 +56,7 @@ int64_t Save(PDDoc doc, const std::string& path, const CTrimoraPreferences& pref
     const ASUns32 flags = prefs.Optimize().linearize ? (kCosSaveFull | kCosSaveCopy | kCosSaveLinearize)
                                                      : (kCosSaveFull | kCosSaveCopy);
     ASInt16 major = 0, minor = 0;
-    HeaderVersion(doc, prefs, major, minor);
+    HeaderVersion(prefs, major, minor);
     PrepareEncryption(doc, prefs);
     const char* hook = std::getenv(kFailSaveVariable);
     if (hook && std::strcmp(hook, "1") == 0) {
@@ -102,7 +96,9 @@ ASErrorCode Run(PDDoc doc, const std::string& outputPath, CTrimoraPreferences& p
     run.startMillis = NowMillis();
     ProgressSink& sink = log.Sink();
     sink.DocumentBegin(outputPath.c_str());
-    const bool imageWork = prefs.Image().Configured();
+    // Image reduction covers colour conversion of raster images as well as
+    // downsampling, recompression, quantisation and palettisation.
+    const bool imageWork = prefs.Image().Configured() || prefs.Color().images.convert;
     sink.DocumentShare(imageWork ? 0.4 : 1.0, int(PDDocGetNumPages(doc)));
 
     // 3: output intent; a profile that cannot be read is simply not adopted

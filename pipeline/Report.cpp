@@ -1,5 +1,9 @@
 #include "pipeline/Report.h"
 
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+
 #include "frontend/Log.h"
 #include "pipeline/ViewingPlan.h"
 #include "settings/TrimoraPreferences.h"
@@ -9,6 +13,11 @@ namespace {
 
 const char* Noun(ASInt32 count, const char* singular, const char* plural) {
     return count == 1 ? singular : plural;
+}
+
+// Counters saturate at the 32-bit limits; sums of two of them must too.
+ASInt32 ClampedSum(int64_t a, int64_t b) {
+    return static_cast<ASInt32>(std::clamp<int64_t>(a + b, INT32_MIN, INT32_MAX));
 }
 
 struct CountRow {
@@ -55,19 +64,19 @@ std::string BuildReport(const ReportInputs& in, const Statistics& st, const std:
             w.Line(1, "Optimized and Compressed %2% %1% out of %3% total\n",
                    Noun(n, r.singular, r.plural), n, get(r.total));
 
-    // 10: content streams.  With combining, the noun follows the streams
-    // combined away and "into" is what is left; without, the noun follows the
-    // streams compressed and nothing was merged.
-    {
-        const ASInt32 total = get("ContentStreams_Total");
+    // 10: content streams, written whenever streams were counted.  With
+    // combining, the noun follows the streams combined away and "into" is
+    // what is left; without, the noun follows the streams compressed and
+    // nothing was merged.
+    if (const ASInt32 total = get("ContentStreams_Total")) {
         const ASInt32 comp = get("ContentStreams_Compressed");
         const ASInt32 opt = get("ContentStreams_Optimized");
         const ASInt32 comb = get("ContentStreams_Combined");
         const char* fmt = "Combined %4% %1% into %3%, optimizing %5% & compressing %2%\n";
         if (comb != 0)
-            w.Line(1, fmt, Noun(comb, "Content Stream", "Content Streams"), comp, total - comb,
-                   total, opt);
-        else if (comp != 0)
+            w.Line(1, fmt, Noun(comb, "Content Stream", "Content Streams"), comp,
+                   ClampedSum(total, -int64_t(comb)), total, opt);
+        else
             w.Line(1, fmt, Noun(comp, "Content Stream", "Content Streams"), comp, total, total, opt);
     }
 
@@ -84,7 +93,7 @@ std::string BuildReport(const ReportInputs& in, const Statistics& st, const std:
         w.Line(1, "%1% %2% of %3% images\n", "Quantized", n, get("Images_Total"));
 
     // 16: annotations cleaned
-    if (ASInt32 n = get("Annots_Cleaned") + get("LinkAnnots_Cleaned"))
+    if (ASInt32 n = ClampedSum(get("Annots_Cleaned"), get("LinkAnnots_Cleaned")))
         w.Line(1, "Cleaned up %2% %1%\n", Noun(n, "Annotation", "Annotations"), n);
 
     // 17-27: removed (the two one-form nouns are spelt the same both ways)

@@ -2,6 +2,7 @@
 // by the core's object parser in a private document.
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <stdexcept>
 
@@ -48,7 +49,9 @@ public:
     void Int(CosObj d, const char* key, ASInt32& out, ASInt32 lo, ASInt32 hi) {
         double v;
         if (!Number(d, key, v)) return;
-        if (v != static_cast<double>(static_cast<int64_t>(v)) || v < lo || v > hi) {
+        // The range test comes first: casting a real beyond int64's range is
+        // undefined behaviour, and files may hold any real.
+        if (!(v >= lo && v <= hi) || v != std::floor(v)) {
             WarnValue(m_log, key, Text(Get(d, key)));
             return;
         }

@@ -1,4 +1,6 @@
 // Reading the XML form of a settings file into the settings.
+#include <cctype>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "frontend/Log.h"
@@ -333,14 +335,15 @@ public:
         double c[3];
         if (text.size() == 7 && text[0] == '#') {
             for (int i = 0; i < 3; ++i) {
-                std::string hex = text.substr(1 + 2 * i, 2);
-                char* end = nullptr;
-                long v = std::strtol(hex.c_str(), &end, 16);
-                if (*end) {
+                // Two hex digits exactly: strtol alone would also take a sign
+                // or a blank ("#-1-1-1") and give a negative component.
+                const char hi = text[1 + 2 * i];
+                const char lo = text[2 + 2 * i];
+                if (!std::isxdigit(static_cast<unsigned char>(hi)) || !std::isxdigit(static_cast<unsigned char>(lo))) {
                     WarnValue(m_log, "text-color", text);
                     return;
                 }
-                c[i] = v / 255.0;
+                c[i] = std::strtol(text.substr(1 + 2 * i, 2).c_str(), nullptr, 16) / 255.0;
             }
         } else {
             size_t pos = 0;

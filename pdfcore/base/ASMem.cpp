@@ -66,10 +66,12 @@ LinkedHeader* g_liveHead = nullptr;
 ASUns32 g_mallocs = 0;
 ASUns32 g_frees = 0;
 
+// Unsigned like the heap counters: a long batch run wraps them instead of
+// overflowing, and created - freed stays the number alive across a wrap.
 struct UsageRow {
-    ASInt32 created = 0;
-    ASInt32 freed = 0;
-    ASInt32 highWater = 0;
+    ASUns32 created = 0;
+    ASUns32 freed = 0;
+    ASUns32 highWater = 0;
 };
 UsageRow g_usage[kUsageKindCount];
 
@@ -166,8 +168,9 @@ void UsageReport() {
     for (int k = 0; k < kUsageKindCount; ++k) {
         const UsageRow& r = g_usage[k];
         if (r.created == 0) continue;
-        VellumStatusPrintf("%32s%20d%20d%20d%20d\n", kUsageNames[k], r.created, r.freed, r.created - r.freed,
-                           r.highWater);
+        VellumStatusPrintf("%32s%20d%20d%20d%20d\n", kUsageNames[k], static_cast<ASInt32>(r.created),
+                           static_cast<ASInt32>(r.freed), static_cast<ASInt32>(r.created - r.freed),
+                           static_cast<ASInt32>(r.highWater));
     }
 }
 
@@ -292,7 +295,10 @@ void ASUsageCreated(ASInt32 kind) {
     if (!g_control || !g_control->trackObjUsage || kind < 0 || kind >= kUsageKindCount) return;
     UsageRow& r = g_usage[kind];
     ++r.created;
-    if (r.created - r.freed > r.highWater) r.highWater = r.created - r.freed;
+    // Compared signed, so that more frees than creations (objects made
+    // while tracking was off) never look like a huge number alive.
+    const ASInt32 alive = static_cast<ASInt32>(r.created - r.freed);
+    if (alive > static_cast<ASInt32>(r.highWater)) r.highWater = static_cast<ASUns32>(alive);
 }
 
 void ASUsageFreed(ASInt32 kind) {

@@ -153,6 +153,8 @@ run -l merge.tml -o listmerged.pdf
 check_pdf listmerged.pdf 2 "list merge"
 [ "$(page_text listmerged.pdf 2)" = "Page 2" ] || fail "list merge: page 2 should be b's page 2"
 has err.txt "Saving to output file: listmerged.pdf" "list merge"
+has err.txt "Merging input file: in/a.pdf" "list merge"
+has err.txt "Merging input file: in/b.pdf" "list merge"
 hasnt err.txt "starting size" "0-byte starting size"
 hasnt err.txt "percent" "0-byte starting size"
 has err.txt "   elapsed time   : " "0-byte starting size"

@@ -184,31 +184,43 @@ TEST(ImageImport, RejectsWhatIsNoImage) {
 
 TEST(ImageImport, BilevelTiffBecomesG4ThatDecodesToThePixels) {
     const uint32_t w = 37, h = 20;  // a width that is no multiple of 8
-    Bytes tiff = MakeTiff({{w, h, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_NONE, 200},
-                           {w, h, 1, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_CCITTFAX4, 300}});
-    PDDoc pd = images::ImportTiff(tiff);
-    ASSERT_NE(nullptr, pd);
-    ASSERT_EQ(2, PDDocGetNumPages(pd));  // one page per TIFF page
-    EXPECT_NEAR(w * 72.0 / 200, MediaBox(pd, 0)[2], 0.001);
-    EXPECT_NEAR(h * 72.0 / 300, MediaBox(pd, 1)[3], 0.001);
+    // Uncompressed MinIsWhite (encoded here) and MinIsBlack G4 (copied).
+    const TiffPage kinds[] = {{w, h, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_NONE, 200},
+                              {w, h, 1, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_CCITTFAX4, 300}};
 
-    // Decoded through the CCITT filter, both pages give the pattern with
+    // Decoded through the CCITT filter, both give the pattern with
     // 0 = black (DeviceGray, one bit).
     Bytes expected = Checker(w, h);
     for (auto& b : expected) b = uint8_t(~b);
     const size_t stride = (w + 7) / 8;
-    for (int page = 0; page < 2; ++page) {
-        CosObj img = PageImage(pd, page);
+    for (const TiffPage& kind : kinds) {
+        PDDoc pd = images::ImportTiff(MakeTiff({kind}));
+        ASSERT_NE(nullptr, pd);
+        ASSERT_EQ(1, PDDocGetNumPages(pd));
+        EXPECT_NEAR(w * 72.0 / kind.dpi, MediaBox(pd, 0)[2], 0.001);
+        EXPECT_NEAR(h * 72.0 / kind.dpi, MediaBox(pd, 0)[3], 0.001);
+        CosObj img = PageImage(pd, 0);
         EXPECT_EQ("CCITTFaxDecode", NameOf(img, "Filter"));
         Bytes got = CosStreamDecodedData(img);
-        ASSERT_EQ(expected.size(), got.size()) << "page " << page;
+        ASSERT_EQ(expected.size(), got.size()) << "photometric " << kind.photometric;
         for (uint32_t y = 0; y < h; ++y)
             for (uint32_t x = 0; x < w; ++x) {
                 const int bit = 0x80 >> (x % 8);
                 ASSERT_EQ(expected[y * stride + x / 8] & bit, got[y * stride + x / 8] & bit)
-                    << "page " << page << " x " << x << " y " << y;
+                    << "photometric " << kind.photometric << " x " << x << " y " << y;
             }
+        PDDocClose(pd);
     }
+}
+
+TEST(ImageImport, MultiPageTiffGivesOnePageFromTheFirst) {
+    Bytes tiff = MakeTiff({{16, 8, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_NONE, 144},
+                           {5, 4, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 72}});
+    PDDoc pd = images::ImportTiff(tiff);
+    ASSERT_NE(nullptr, pd);
+    EXPECT_EQ(1, PDDocGetNumPages(pd));
+    EXPECT_EQ((std::vector<double>{0, 0, 8, 4}), MediaBox(pd, 0));  // the first page at 144 ppi
+    EXPECT_EQ("CCITTFaxDecode", NameOf(PageImage(pd, 0), "Filter"));
     PDDocClose(pd);
 }
 

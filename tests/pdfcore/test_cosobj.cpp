@@ -115,6 +115,9 @@ TEST_F(CosObjTest, HandlesAreValidatedWithTheirSystems) {
     CosDoc gone = CosDocCreate();
     CosDocClose(gone);
     EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { CosDocGetTrailer(gone); })), ErrSysCos);
+    // Making an object checks its document the same way.
+    EXPECT_EQ(ErrorCodeOf([] { CosNewDict(nullptr, false); }), nullDoc);
+    EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { CosNewInteger(gone, false, 1); })), ErrSysCos);
     PDDoc pd = PDDocCreate();
     PDDocClose(pd);
     EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { PDDocGetNumPages(pd); })), ErrSysPDDoc);
@@ -136,6 +139,32 @@ TEST_F(CosObjTest, CopyAcrossDocumentsKeepsSharingAndCycles) {
     CosDocClose(dest);
 }
 
+TEST_F(CosObjTest, CopyFollowsLongChainsOfIndirectObjects) {
+    // Article beads, reply chains and outline items link indirect objects
+    // one after another; a chain far longer than any nesting of direct
+    // objects still copies whole.
+    const int kLength = 2000;
+    CosObj first = CosNewDict(doc, true);
+    CosObj cur = first;
+    for (int i = 1; i < kLength; ++i) {
+        CosObj next = CosNewDict(doc, true);
+        CosDictPutInteger(next, kC, i);
+        CosDictPut(cur, kA, next);
+        cur = next;
+    }
+    CosDictPut(cur, kA, first);  // and back to the start
+    CosDoc dest = CosDocCreate();
+    CosObj copy = CosObjCopy(first, dest);
+    CosObj walk = copy;
+    for (int i = 1; i < kLength; ++i) {
+        walk = CosDictGet(walk, kA);
+        ASSERT_EQ(CosObjGetDoc(walk), dest);
+        ASSERT_EQ(CosDictGetInt(walk, kC, -1), i);
+    }
+    EXPECT_EQ(CosDictGet(walk, kA), copy);
+    CosDocClose(dest);
+}
+
 TEST_F(CosObjTest, StreamDataRoundTripsThroughFlate) {
     std::string text = "BT /F1 12 Tf (Hello) Tj ET";
     CosObj s = CosNewStream(doc, CosNewNull(), {});
@@ -143,6 +172,38 @@ TEST_F(CosObjTest, StreamDataRoundTripsThroughFlate) {
     EXPECT_EQ(CosDictGetName(s, cosnames::Filter), cosnames::FlateDecode);
     std::vector<uint8_t> back = CosStreamDecodedData(s);
     EXPECT_EQ(std::string(back.begin(), back.end()), text);
+}
+
+TEST_F(CosObjTest, GlobalsStreamsThatNameThemselvesDoNotRecurseForever) {
+    // JBIG2 globals are decoded while the filter chain is built; a globals
+    // stream that names itself, or a ring of two, must end rather than
+    // exhaust the stack.
+    const ASAtom jbig2 = ASAtomFromString("JBIG2Decode");
+    const std::string junk = "not jbig2 data";
+    auto make = [&] {
+        CosObj dict = CosNewDict(doc, false);
+        CosDictPutName(dict, cosnames::Filter, false, jbig2);
+        return CosNewStream(doc, dict, {reinterpret_cast<const uint8_t*>(junk.data()), junk.size()});
+    };
+    auto globals = [&](CosObj stream, CosObj g) {
+        CosObj parms = CosNewDict(doc, false);
+        CosDictPut(parms, cosnames::JBIG2Globals, g);
+        CosDictPut(CosStreamDict(stream), cosnames::DecodeParms, parms);
+    };
+    CosObj self = make();
+    globals(self, self);
+    CosObj a = make(), b = make();
+    globals(a, b);
+    globals(b, a);
+    for (CosObj s : {self, a}) {
+        bool complete = true;
+        try {
+            CosStreamDecodedData(s, {}, &complete);
+        } catch (const CVellumError&) {
+            complete = false;  // refusing the data is as good as a partial result
+        }
+        EXPECT_FALSE(complete);
+    }
 }
 
 // A page tree built in memory: two levels, inherited MediaBox and Rotate.

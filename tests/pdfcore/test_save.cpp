@@ -275,6 +275,25 @@ TEST_F(SaveTest, FailedWriteLeavesTheTargetAndNoTemporary) {
     EXPECT_EQ(ListDir(dir).size(), 1u);
 }
 
+TEST_F(SaveTest, PatchedFieldsArePaddedToTheWidthOfTheirNumber) {
+    const std::string path = dir + "/patch.pdf";
+    {
+        CosOutputFile out(path);
+        out.Write("%PDF-1.4\r%tail");
+        // Three characters wide, the width of 777: "1.0" fills it exactly.
+        out.PatchField(5, 777, "1.0");
+        // A shorter text is padded with blanks; the position is kept.
+        out.PatchField(10, 1234, "ta");
+        EXPECT_EQ(out.Tell(), 14);
+        out.Write("!");
+        // Wider than the number allows, or past what was written: refused.
+        EXPECT_EQ(ErrorOf([&] { out.PatchField(5, 7, "1.0"); }), kErrBadParm);
+        EXPECT_EQ(ErrorOf([&] { out.PatchField(14, 777, "x"); }), kErrBadParm);
+        out.Commit();
+    }
+    EXPECT_EQ(ReadFile(path), "%PDF-1.0\r%ta  !");
+}
+
 TEST_F(SaveTest, BadParametersAndMissingRoot) {
     BuildDocument();
     CosSaveParams p;

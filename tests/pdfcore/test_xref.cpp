@@ -224,4 +224,54 @@ TEST(CosOpenStreams, IndirectLengthAndWrongLengthRecovered) {
     PDDocClose(pd);
 }
 
+TEST(CosOpenXref, HugeSubsectionNumbersAreSkippedAndPrevIsTruncated) {
+    // A subsection whose first number is the largest the header can state:
+    // its rows are read and dropped, and counting on from it must not wrap.
+    Built b = MakePdf(PageTree(1));
+    std::string huge = b.bytes;
+    huge.insert(huge.find("trailer"),
+                "9223372036854775807 2\n" + Entry(b.offsets[1], 0, 'n') + Entry(b.offsets[2], 0, 'n'));
+    std::vector<CosXrefEntry> table;
+    CosDoc doc = CosDocCreate();
+    CosXrefChain chain = CosReadXrefChain(doc, Span(huge), 0, static_cast<int64_t>(b.xrefPos), table);
+    EXPECT_EQ(table.size(), 4u);
+    CosObjDestroy(chain.trailer);
+    CosDocClose(doc);
+    PDDoc pd = Open(huge);
+    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).repaired);
+    EXPECT_EQ(PDDocGetNumPages(pd), 1);
+    PDDocClose(pd);
+
+    // A Prev written as a real is cut to its whole part, never rounded up
+    // (rounding would land one byte into "xref" and force a repair).
+    Built upd = WithUpdate(1);
+    size_t p = upd.bytes.rfind("/Prev ");
+    size_t e = upd.bytes.find(' ', p + 6);
+    std::string real = upd.bytes;
+    real.insert(e, ".9");
+    PDDoc r = Open(real);
+    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(r)).repaired);
+    EXPECT_EQ(CosDocGetFileInfo(PDDocGetCosDoc(r)).xrefSections, 2);
+    EXPECT_EQ(PDDocGetNumPages(r), 1);
+    PDDocClose(r);
+}
+
+TEST(CosOpenXref, ChainFailuresAreParserErrors) {
+    // Whatever goes wrong in the chain is raised with the parser's severity
+    // and system, including a section that is an object but not a stream.
+    Built b = MakePdf(PageTree(1));
+    CosDoc doc = CosDocCreate();
+    std::vector<CosXrefEntry> table;
+    const ASErrorCode notStream = ErrorCodeOf(
+        [&] { CosReadXrefChain(doc, Span(b.bytes), 0, static_cast<int64_t>(b.offsets[1]), table); });
+    EXPECT_EQ(notStream, ErrBuildCode(ErrSevParse, ErrSysParse, kErrExpectedStream));
+    std::string prevName = b.bytes;
+    prevName.insert(prevName.find("/Size"), "/Prev /Nowhere ");
+    EXPECT_EQ(ErrorCodeOf([&] { CosReadXrefChain(doc, Span(prevName), 0, static_cast<int64_t>(b.xrefPos), table); }),
+              ErrBuildCode(ErrSevParse, ErrSysParse, kErrExpectedNumber));
+    EXPECT_EQ(ErrorCodeOf([&] { CosReadXrefChain(doc, Span(b.bytes), 0, static_cast<int64_t>(b.bytes.size()), table); }),
+              ErrBuildCode(ErrSevParse, ErrSysParse, kErrMissingXref));
+    CosDocClose(doc);
+}
+
 }  // namespace

@@ -215,6 +215,54 @@ TEST_F(PipelineTest, FailedSaveReturnsTheCodeAndLeavesNoFile) {
     PDDocClose(pd);
 }
 
+class ImageStep : public DocumentOperation {
+public:
+    const char* Name() const override { return "image step"; }
+    DocumentPoint Point() const override { return DocumentPoint::ImageReduction; }
+    bool Enabled(const CTrimoraPreferences&) const override { return true; }
+    void Apply(RunContext& ctx) override { ctx.stats.Increment("Images_Colored"); }
+};
+
+TEST_F(PipelineTest, ImageColourConversionCountsAsImageReduction) {
+    PDDoc pd = MakeDoc(1);
+    OperationRegistry reg;
+    reg.Add(std::make_unique<ImageStep>());
+    const std::string out = (dir / "img.pdf").string();
+    ASSERT_EQ(0, pipeline::Run(pd, out, prefs, reg));  // defaults: no image work
+    EXPECT_EQ(0, Statistics(prefs.StatisticsDict()).Get("Images_Colored"));
+    EXPECT_EQ(std::string::npos, cap.Out().find("Performing image reduction...\n"));
+
+    prefs.Colors().rasterImages.type = ASAtomFromString("CMYK");
+    prefs.RunFinishingSteps();
+    ASSERT_TRUE(prefs.Color().images.convert);
+    ASSERT_FALSE(prefs.Image().Configured());
+    ASSERT_EQ(0, pipeline::Run(pd, out, prefs, reg));
+    EXPECT_EQ(1, Statistics(prefs.StatisticsDict()).Get("Images_Colored"));
+    EXPECT_NE(std::string::npos, cap.Out().find("Performing image reduction...\n"));
+    PDDocClose(pd);
+}
+
+TEST_F(PipelineTest, HeaderVersionIsTheTargetsEvenBelowTheInputs) {
+    PDDoc pd = MakeDoc(1);  // a new document says 1.4
+    auto header = [](const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::string line(8, '\0');
+        in.read(line.data(), 8);
+        return line;
+    };
+    prefs.Target().pdfMajorVersion = 1;
+    prefs.Target().pdfMinorVersion = 3;
+    const std::string older = (dir / "older.pdf").string();
+    ASSERT_EQ(0, pipeline::Run(pd, older, prefs, OperationRegistry{}));
+    EXPECT_EQ("%PDF-1.3", header(older));
+
+    prefs.Target().pdfMinorVersion = 6;
+    const std::string newer = (dir / "newer.pdf").string();
+    ASSERT_EQ(0, pipeline::Run(pd, newer, prefs, OperationRegistry{}));
+    EXPECT_EQ("%PDF-1.6", header(newer));
+    PDDocClose(pd);
+}
+
 TEST(PipelinePercent, ShrunkGrownAndZero) {
     EXPECT_DOUBLE_EQ(25.0, PercentShrunk(1000, 750));
     EXPECT_DOUBLE_EQ(-50.0, PercentShrunk(1000, 1500));

@@ -83,7 +83,10 @@ TEST_F(StatsTest, SetKeepsKindsAndIgnoresUnknownKeys) {
 TEST_F(StatsTest, NothingDoneGivesNoLines) {
     stats.Set("Images_Total", 12);  // totals alone are not things done
     stats.Set("Fonts_Total", 3);
-    stats.Set("ContentStreams_Total", 5);
+    stats.Set("Shadings_Total", 2);
+    stats.Set("Annots_Total", 4);
+    stats.Set("Annots_Removed", 1);  // the row waits for its first counter
+    stats.Set("MarkedContent_Total", 6);
     EXPECT_EQ("", Report());
 }
 
@@ -124,12 +127,29 @@ TEST_F(StatsTest, OneFormNounsAndMisspellingsStand) {
 }
 
 TEST_F(StatsTest, ContentStreamVariants) {
+    // Counted streams are reported even when none was compressed or combined.
+    stats.Set("ContentStreams_Total", 3);
+    stats.Set("ContentStreams_Optimized", 3);
+    EXPECT_EQ("   Combined 3 Content Streams into 3, optimizing 3 & compressing 0\n", Report());
+
     stats.Set("ContentStreams_Total", 6);
     stats.Set("ContentStreams_Compressed", 1);
     stats.Set("ContentStreams_Optimized", 2);
     EXPECT_EQ("   Combined 6 Content Stream into 6, optimizing 2 & compressing 1\n", Report());
     stats.Set("ContentStreams_Combined", 4);
     EXPECT_EQ("   Combined 6 Content Streams into 2, optimizing 2 & compressing 1\n", Report());
+    stats.Set("ContentStreams_Combined", 1);
+    EXPECT_EQ("   Combined 6 Content Stream into 5, optimizing 2 & compressing 1\n", Report());
+
+    // Without streams counted there is nothing to report.
+    stats.Set("ContentStreams_Total", 0);
+    EXPECT_EQ("", Report());
+}
+
+TEST_F(StatsTest, SumsOfSaturatedCountersStayInRange) {
+    stats.Set("Annots_Cleaned", 0x7fffffff);
+    stats.Set("LinkAnnots_Cleaned", 0x7fffffff);
+    EXPECT_EQ("   Cleaned up 2147483647 Annotations\n", Report());
 }
 
 TEST_F(StatsTest, FlagsAndOperatorRowsInOrder) {

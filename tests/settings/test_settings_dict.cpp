@@ -148,3 +148,27 @@ TEST(SettingsDict, NameChoosesForm) {
     EXPECT_EQ(r.Optimize().flateLevel, 9);
     EXPECT_EQ(r.Image().color.resampleFilter, "box");
 }
+
+TEST(SettingsDict, IntegerKeysRefuseFractionsAndHugeReals) {
+    ScratchDir dir;
+    CapturedLog log;
+    CTrimoraPreferences p;
+    p.Layout().rows = 3;
+    ASSERT_TRUE(LoadSettingsFile(p,
+                                 dir.Write("big.tms", "<< /FlateLevel 1000000000000000000000000000000000.0 "
+                                                      "/Rotate 99999999999999999999 /OpenPage -3.0 "
+                                                      "/Encrypt << /KeyLength 128.0 >> "
+                                                      "/Imposition << /Rows 2.5 /Columns 4.0 >> >>"),
+                                 log.log))
+        << log.Text();
+    EXPECT_EQ(p.Optimize().flateLevel, 9);
+    EXPECT_EQ(p.Viewing().rotate, 0);
+    EXPECT_EQ(p.Viewing().openPage, 0);
+    EXPECT_EQ(p.Layout().rows, 3);
+    // A real with no fraction is a whole number.
+    EXPECT_EQ(p.Layout().columns, 4);
+    EXPECT_EQ(p.Security().keyLength, 128);
+    std::string text = log.Text();
+    for (const char* key : {"'FlateLevel'", "'Rotate'", "'OpenPage'", "'Rows'"})
+        EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
+}

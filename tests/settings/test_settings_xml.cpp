@@ -370,3 +370,30 @@ TEST(SettingsXml, EveryTruncationOfAFullFileEndsCleanly) {
     // Only the complete text (trailing newline aside) parses.
     EXPECT_LE(parsed, 1);
 }
+
+TEST(SettingsXml, TextColorTakesOnlyHexDigitsOrUnitComponents) {
+    ScratchDir dir;
+    auto colour = [&](const std::string& value, CapturedLog& log) {
+        CTrimoraPreferences p;
+        p.Stamp().textColor[0] = p.Stamp().textColor[1] = p.Stamp().textColor[2] = 0.5;
+        EXPECT_TRUE(ReadXmlSettings(
+            p, dir.Write("c.tmc", Target("<stamp><text text-color=\"" + value + "\">x</text></stamp>")), log.log))
+            << log.Text();
+        return std::vector<double>(std::begin(p.Stamp().textColor), std::end(p.Stamp().textColor));
+    };
+    // A sign or a blank where a hex digit belongs keeps the colour (and warns)
+    // instead of giving negative components.
+    for (const char* bad : {"#-1-1-1", "# 1 1 1", "#+F+F+F", "#GG0000"}) {
+        CapturedLog log;
+        EXPECT_EQ(colour(bad, log), std::vector<double>({0.5, 0.5, 0.5})) << bad;
+        EXPECT_NE(log.Text().find("for setting 'text-color'"), std::string::npos) << bad;
+    }
+    CapturedLog log;
+    std::vector<double> c = colour("#00ff80", log);
+    EXPECT_DOUBLE_EQ(c[0], 0);
+    EXPECT_DOUBLE_EQ(c[1], 1);
+    EXPECT_NEAR(c[2], 128 / 255.0, 1e-12);
+    c = colour("0.25 1 0", log);
+    EXPECT_EQ(c, std::vector<double>({0.25, 1, 0}));
+    EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+}
