@@ -4,6 +4,7 @@
 // in DeviceGray reads 0 as black.  The decoded page is therefore inverted,
 // as other PDF readers do, so the samples can be used like any other 1-bit
 // image.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -78,7 +79,10 @@ public:
 protected:
     void DoWrite(const uint8_t* data, size_t size) override { in_.insert(in_.end(), data, data + size); }
     void DoFinish() override {
-        BudgetAllocator alloc{{BudgetAlloc, BudgetFree, BudgetRealloc}, Limit() * 2 + (64u << 20), 0};
+        // A bilevel page of 256 MiB is some 45000 x 45000 pixels, far past any
+        // scanner; a forged page size must not cost more than that.
+        const uint64_t pageBudget = std::min<uint64_t>(Limit(), uint64_t(256) << 20);
+        BudgetAllocator alloc{{BudgetAlloc, BudgetFree, BudgetRealloc}, pageBudget * 2 + (64u << 20), 0};
         ErrorState err;
         Jbig2Allocator* a = &alloc.base;
         Jbig2GlobalCtx* gctx = nullptr;

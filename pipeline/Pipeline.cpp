@@ -34,9 +34,14 @@ void GuardedPhase(Log& log, const char* failureMessage, Body body) {
 }
 
 // The header version is the target's as the settings give it, whatever the
-// input's own header said; out-of-range values are pulled into 1.0-9.9 so
-// the writer never falls back to the input's version.
+// input's own header said; a major version of 0 (the default) passes 0 on,
+// so the writer keeps the input's version.  Out-of-range values are pulled
+// into 1.0-9.9.
 void HeaderVersion(const CTrimoraPreferences& prefs, ASInt16& major, ASInt16& minor) {
+    if (prefs.Target().pdfMajorVersion <= 0) {
+        major = minor = 0;
+        return;
+    }
     major = ASInt16(std::clamp(prefs.Target().pdfMajorVersion, 1, 9));
     minor = ASInt16(std::clamp(prefs.Target().pdfMinorVersion, 0, 9));
 }

@@ -122,7 +122,7 @@ public:
         ViewingSettings& vw = p.Viewing();
         Bool(top, "WebEnable", op.linearize);
         Bool(top, "TouchDates", op.touchDates);
-        Int(top, "PDFMajorVersion", tg.pdfMajorVersion, 1, 2);
+        Int(top, "PDFMajorVersion", tg.pdfMajorVersion, 0, 2);
         Int(top, "PDFMinorVersion", tg.pdfMinorVersion, 0, 9);
         Int(top, "FixedPrecision", tg.precision, 0, 10);
         ASInt32 rot = vw.rotate;

@@ -59,7 +59,7 @@ public:
 
     void Target(const node_ptr& t, TargetSettings& s) {
         TextAttr(t, "name", s.name);
-        IntAttr(t, "pdfMajorVersion", s.pdfMajorVersion, 1, 2);
+        IntAttr(t, "pdfMajorVersion", s.pdfMajorVersion, 0, 2);
         IntAttr(t, "pdfMinorVersion", s.pdfMinorVersion, 0, 9);
         IntAttr(t, "precision", s.precision, 0, 10);
         WordAttr(t, "eval-units", s.evalUnits, L::EvalUnits);

@@ -31,8 +31,9 @@ class Log;
 // ---------------------------------------------------------------- sections
 struct TargetSettings {
     std::string name = "Untitled Target";
-    ASInt32 pdfMajorVersion = 1;  // lowest header version the output gets
-    ASInt32 pdfMinorVersion = 4;
+    // Header version of the output; a major version of 0 keeps the input's.
+    ASInt32 pdfMajorVersion = 0;
+    ASInt32 pdfMinorVersion = 0;
     ASInt32 precision = 5;        // decimal places of numbers the program writes
     ASAtom evalUnits;             // Points (default), Inches, Millimeters, Centimeters
     TargetSettings();

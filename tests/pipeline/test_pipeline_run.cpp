@@ -1,5 +1,6 @@
 // The page-operation loop and the per-document run, with operations made
 // for the test.
+#include "pdfcore/CosInternal.h"
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -243,23 +244,29 @@ TEST_F(PipelineTest, ImageColourConversionCountsAsImageReduction) {
 }
 
 TEST_F(PipelineTest, HeaderVersionIsTheTargetsEvenBelowTheInputs) {
-    PDDoc pd = MakeDoc(1);  // a new document says 1.4
+    PDDoc pd = MakeDoc(1);
+    CosDocMutableFileInfo(PDDocGetCosDoc(pd)).minorVersion = 6;  // as if read from a 1.6 file
     auto header = [](const std::string& path) {
         std::ifstream in(path, std::ios::binary);
         std::string line(8, '\0');
         in.read(line.data(), 8);
         return line;
     };
+    // By default the input's own version stands.
+    const std::string kept = (dir / "kept.pdf").string();
+    ASSERT_EQ(0, pipeline::Run(pd, kept, prefs, OperationRegistry{}));
+    EXPECT_EQ("%PDF-1.6", header(kept));
+
     prefs.Target().pdfMajorVersion = 1;
     prefs.Target().pdfMinorVersion = 3;
     const std::string older = (dir / "older.pdf").string();
     ASSERT_EQ(0, pipeline::Run(pd, older, prefs, OperationRegistry{}));
     EXPECT_EQ("%PDF-1.3", header(older));
 
-    prefs.Target().pdfMinorVersion = 6;
+    prefs.Target().pdfMinorVersion = 7;
     const std::string newer = (dir / "newer.pdf").string();
     ASSERT_EQ(0, pipeline::Run(pd, newer, prefs, OperationRegistry{}));
-    EXPECT_EQ("%PDF-1.6", header(newer));
+    EXPECT_EQ("%PDF-1.7", header(newer));
     PDDocClose(pd);
 }
 

@@ -240,7 +240,7 @@ TEST(SettingsXml, StructuralChecksAndExactBooleans) {
         CTrimoraPreferences p;
         std::string path = dir.Write("first.tmc", "<trimora><other/><target pdfMinorVersion=\"6\"/></trimora>");
         EXPECT_FALSE(ReadXmlSettings(p, path, log.log));
-        EXPECT_EQ(p.Target().pdfMinorVersion, 4);
+        EXPECT_EQ(p.Target().pdfMinorVersion, TargetSettings().pdfMinorVersion);
         EXPECT_NE(log.Text().find("occured while reading the preferences\n"), std::string::npos);
         EXPECT_EQ(log.Text().find("Initializing Settings"), std::string::npos);
     }
