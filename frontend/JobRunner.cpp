@@ -62,11 +62,12 @@ void AppendAllPages(PDDoc target, PDDoc source) {
 void AppendSelectedPages(PDDoc target, PDDoc source, const FileListEntry& entry) {
     const ASInt32 n = PDDocGetNumPages(source);
     const std::vector<ASInt32> pages = SelectPages(entry.ranges, entry.rangeType, n);
+    if (pages.empty()) return;
+    const ASInt32 first = PDDocGetNumPages(target);
+    PDDocInsertPageList(target, first - 1, source, pages);
     const ASAtom box = ASAtomFromString(entry.box);
-    for (ASInt32 p : pages) {
-        const ASInt32 at = PDDocGetNumPages(target);
-        PDDocInsertPages(target, at - 1, source, p, 1);
-        if (box == ASAtomNull || box == cosnames::MediaBox) continue;
+    if (box == ASAtomNull || box == cosnames::MediaBox) return;
+    for (ASInt32 at = first; at < PDDocGetNumPages(target); ++at) {
         CosObj copy = PDDocGetPageObj(target, at);
         CosObj extent = PDPageGetInheritedAttr(copy, box);
         if (CosObjGetType(extent) == kCosArray && CosArrayLength(extent) == 4)

@@ -158,16 +158,39 @@ PDDoc PDPageGetDoc(PDPage page) {
 }
 
 void PDDocInsertPages(PDDoc target, ASInt32 afterPage, PDDoc source, ASInt32 firstPage, ASInt32 count) {
+    PDDocValidate(source);
+    EnsurePages(source);
+    if (firstPage < 0 || count < 0 || firstPage > source->numPages - count)
+        ASRaiseErr(ErrSysGeneral, kErrBadParm);
+    std::vector<ASInt32> pages(static_cast<size_t>(count));
+    for (ASInt32 i = 0; i < count; ++i) pages[static_cast<size_t>(i)] = firstPage + i;
+    PDDocInsertPageList(target, afterPage, source, pages);
+}
+
+void PDDocInsertPageList(PDDoc target, ASInt32 afterPage, PDDoc source,
+                         const std::vector<ASInt32>& pageNums) {
     PDDocValidate(target);
     PDDocValidate(source);
     EnsurePages(source);
     EnsurePages(target);
-    if (firstPage < 0 || count < 0 || firstPage + count > source->numPages)
-        ASRaiseErr(ErrSysGeneral, kErrBadParm);
     if (afterPage < -1 || afterPage >= target->numPages) ASRaiseErr(ErrSysGeneral, kErrBadParm);
-    std::vector<CosObj> srcPages(source->pages.begin() + firstPage,
-                                 source->pages.begin() + firstPage + count);
-    PDInsertPageCopies(target->cos, afterPage, srcPages);
+    // A page may be asked for more than once; each batch holds a page once,
+    // since one copy cannot stand in the tree twice.
+    std::vector<std::vector<CosObj>> batches(1);
+    std::unordered_set<ASInt32> inBatch;
+    for (ASInt32 n : pageNums) {
+        if (n < 0 || n >= source->numPages) ASRaiseErr(ErrSysGeneral, kErrBadParm);
+        if (!inBatch.insert(n).second) {
+            batches.emplace_back();
+            inBatch = {n};
+        }
+        batches.back().push_back(source->pages[static_cast<size_t>(n)]);
+    }
+    ASInt32 after = afterPage;
+    for (const auto& batch : batches) {
+        PDInsertPageCopies(target->cos, after, batch);
+        after += static_cast<ASInt32>(batch.size());
+    }
     PDDocPagesChanged(target);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "pdfcore/CosDoc.h"
 
@@ -47,6 +48,11 @@ CosObj PDPageGetInheritedAttr(CosObj pageDict, ASAtom key);
 // resources, annotations and the links between copied pages intact.
 void PDDocInsertPages(PDDoc target, ASInt32 afterPage, PDDoc source, ASInt32 firstPage,
                       ASInt32 count);
+// The same for any list of source pages (0-based, in the order wanted).
+// Pages copied in one call share the copies of the resources they share,
+// so selecting many pages of a document copies its fonts once.
+void PDDocInsertPageList(PDDoc target, ASInt32 afterPage, PDDoc source,
+                         const std::vector<ASInt32>& pageNums);
 // Deletes pages [firstPage, lastPage] from the page tree.
 void PDDocDeletePages(PDDoc doc, ASInt32 firstPage, ASInt32 lastPage);
 

@@ -328,3 +328,33 @@ TEST_F(PageTreeTest, MergedLinksByNameGetExplicitDestinations) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(PageTreeTest, PageListsShareCopiedResourcesAndMayRepeatPages) {
+    CosDoc cos = PDDocGetCosDoc(pd);
+    CosObj font = CosNewDict(cos, true);
+    for (int i = 0; i < 3; ++i) {
+        CosObj res = CosNewDict(cos, false);
+        CosDictPut(res, ASAtomFromString("F1"), font);
+        CosDictPut(PDDocGetPageObj(pd, i), cosnames::Resources, res);
+    }
+    PDDoc target = PDDocCreate();
+    PDDocInsertPageList(target, -1, pd, {2, 0, 2});
+    ASSERT_EQ(PDDocGetNumPages(target), 3);
+    const ASAtom tag = ASAtomFromString("Tag");
+    EXPECT_EQ(CosDictGetInt(PDDocGetPageObj(target, 0), tag, -1), 2);
+    EXPECT_EQ(CosDictGetInt(PDDocGetPageObj(target, 1), tag, -1), 0);
+    EXPECT_EQ(CosDictGetInt(PDDocGetPageObj(target, 2), tag, -1), 2);
+    // The repeated page is a page of its own, not the same object twice.
+    EXPECT_NE(PDDocGetPageObj(target, 0), PDDocGetPageObj(target, 2));
+    auto fontOf = [&](ASInt32 n) {
+        return CosDictGet(CosDictGet(PDDocGetPageObj(target, n), cosnames::Resources), ASAtomFromString("F1"));
+    };
+    // Pages copied together share one copy of their font.
+    EXPECT_EQ(fontOf(0), fontOf(1));
+    EXPECT_TRUE(CosObjIsIndirect(fontOf(0)));
+    PDDocClose(target);
+}
+
+}  // namespace
