@@ -13,7 +13,6 @@ constexpr int kMaxDepth = 256;
 ASInt32 CosCopier::Reserve(CosObj source) {
     source = CosResolve(source);
     if (!CosObjIsIndirect(source)) ASRaiseErr(ErrSysGeneral, kErrBadParm);
-    if (!m_srcDoc) m_srcDoc = CosObjGetDoc(source);
     auto it = m_map.find(CosObjGetID(source));
     if (it != m_map.end()) return it->second;
     // The row keeps the number free until the copy is installed there.
@@ -46,7 +45,6 @@ CosObj CosCopier::Copy(CosObj obj) {
 }
 
 CosObj CosCopier::CopyIndirect(CosObj src, int depth) {
-    if (!m_srcDoc) m_srcDoc = CosObjGetDoc(src);
     ASInt32 num = Reserve(src);
     if (m_done[CosObjGetID(src)]) return CosDocGetObjByID(m_dest, num);
     m_done[CosObjGetID(src)] = true;

@@ -40,5 +40,4 @@ private:
     std::unordered_map<ASInt32, ASInt32> m_map;  // source objNum -> dest objNum
     std::unordered_map<ASInt32, bool> m_done;
     std::vector<CosObj> m_pending;  // reserved, still to be copied
-    CosDoc m_srcDoc = nullptr;
 };

@@ -6,7 +6,7 @@
 
 namespace {
 
-void Append(std::string& out, CosObj raw, int depth) {
+void Append(std::string& out, CosObj raw, int depth, int maxDepth) {
     char buf[64];
     // Values inside containers that are indirect objects show as references.
     if (raw && CosObjGetType(raw) != kCosNull && CosObjIsIndirect(CosResolve(raw)) && depth > 0) {
@@ -40,24 +40,24 @@ void Append(std::string& out, CosObj raw, int depth) {
             break;
         }
         case kCosArray: {
-            if (depth > 8) { out += "[...]"; break; }
+            if (depth > maxDepth) { out += "[...]"; break; }
             out += '[';
             for (ASInt32 i = 0, n = CosArrayLength(obj); i < n; ++i) {
                 if (i) out += ' ';
-                Append(out, CosArrayGetRaw(obj, i), depth + 1);
+                Append(out, CosArrayGetRaw(obj, i), depth + 1, maxDepth);
             }
             out += ']';
             break;
         }
         case kCosDict:
         case kCosStream: {
-            if (depth > 8) { out += "<<...>>"; break; }
+            if (depth > maxDepth) { out += "<<...>>"; break; }
             out += "<<";
             for (ASInt32 i = 0, n = CosDictCount(obj); i < n; ++i) {
                 out += " /";
                 out += ASAtomGetString(CosDictKeyAt(obj, i));
                 out += ' ';
-                Append(out, CosDictValueAtRaw(obj, i), depth + 1);
+                Append(out, CosDictValueAtRaw(obj, i), depth + 1, maxDepth);
             }
             out += " >>";
             if (CosObjGetType(obj) == kCosStream) {
@@ -73,8 +73,7 @@ void Append(std::string& out, CosObj raw, int depth) {
 }  // namespace
 
 std::string CosObjToDebugString(CosObj obj, int maxDepth) {
-    (void)maxDepth;
     std::string out;
-    Append(out, obj, 0);
+    Append(out, obj, 0, maxDepth);
     return out;
 }

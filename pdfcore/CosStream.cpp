@@ -76,9 +76,7 @@ filters::FilterStep StepFor(CosObj name, CosObj parms) {
 
 }  // namespace
 
-filters::FilterChain CosStreamFilterChain(CosObj stream);
-
-filters::FilterChain CosStreamFilterChain(CosObj stream) {
+static filters::FilterChain CosStreamFilterChain(CosObj stream) {
     CosObj dict = CosStreamDict(stream);
     CosObj filter = CosDictGet(dict, cosnames::Filter);
     CosObj parms = CosDictGet(dict, cosnames::DecodeParms);
