@@ -21,7 +21,7 @@ cmake --build "$build" --target tm_filters -j2 >/dev/null
 # change to the top-level build.
 bench="$build/filters_bench"
 g++ -std=c++20 -O2 -I"$ROOT" "$ROOT/bench/filters_bench.cpp" -o "$bench" \
-  "$build/filters/libtm_filters.a" "$build/pdfcore/base/libtm_vellum_base.a" \
+  "$build/filters/libtm_filters.a" "$build/base/libtm_vellum_base.a" \
   -lz -ljpeg -ltiff -ljbig2dec
 
 # Flate: every Flate stream of a few text-heavy files, as stored.

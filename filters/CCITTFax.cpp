@@ -10,7 +10,7 @@
 
 #include "filters/CCITTCodes.h"
 #include "filters/FilterStage.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace filters::detail {
 namespace {

@@ -10,7 +10,7 @@
 #include <jpeglib.h>
 
 #include "filters/FilterStage.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace filters {
 namespace {

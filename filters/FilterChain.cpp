@@ -6,7 +6,7 @@
 
 #include "filters/FilterStage.h"
 #include "filters/Filters.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace filters {
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "filters/FilterStage.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 // Last: the header is C and brings its own linkage block.
 #include <jbig2.h>

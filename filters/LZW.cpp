@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "filters/FilterStage.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace filters {
 namespace {

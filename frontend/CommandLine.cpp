@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "pdfcore/base/ASMem.h"
+#include "base/ASMem.h"
 
 namespace {
 

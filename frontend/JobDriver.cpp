@@ -11,7 +11,7 @@
 
 #include "filters/Filters.h"
 #include "pdfcore/CosDoc.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASMem.h"
 
 namespace {
 

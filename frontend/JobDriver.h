@@ -4,8 +4,8 @@
 #pragma once
 
 #include "frontend/CommandLine.h"
-#include "frontend/Log.h"
-#include "pdfcore/base/ASError.h"
+#include "base/Log.h"
+#include "base/ASError.h"
 
 // Runs the whole program; returns the process exit status (1 only when the
 // usage was printed, 0 otherwise).

@@ -1,7 +1,7 @@
 #include "frontend/JobRunner.h"
 
 #include "frontend/JobSupport.h"
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "images/ImageImport.h"
 #include "pdfcore/CosNames.h"
 #include "pipeline/Pipeline.h"

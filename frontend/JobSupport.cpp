@@ -5,7 +5,7 @@
 #include <climits>
 #include <cmath>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "pipeline/Report.h"
 #include "pipeline/Statistics.h"
 #include "settings/TrimoraPreferences.h"

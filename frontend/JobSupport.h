@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "frontend/Formatters.h"
-#include "pdfcore/base/ASError.h"
+#include "base/Formatters.h"
+#include "base/ASError.h"
 
 class CTrimoraPreferences;
 class Log;

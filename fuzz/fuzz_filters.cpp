@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "filters/Filters.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 using namespace filters;
 

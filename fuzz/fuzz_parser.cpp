@@ -4,7 +4,7 @@
 
 #include "pdfcore/CosDoc.h"
 #include "pdfcore/PDDoc.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASMem.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static bool started = [] {

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "settings/FileList.h"
 #include "settings/SettingsFile.h"
 #include "settings/domLite/domLite.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace images {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "pdfcore/CosNames.h"
 #include "pdfcore/CosObjImpl.h"
-#include "pdfcore/base/ASUsage.h"
+#include "base/ASUsage.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <span>
 #include <string>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 enum class CosTokType : uint8_t {
     Eof,

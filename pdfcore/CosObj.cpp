@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "pdfcore/CosObjImpl.h"
-#include "pdfcore/base/ASUsage.h"
+#include "base/ASUsage.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 // ---------------------------------------------------------------- atoms
 typedef ASUns32 ASAtom;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "pdfcore/CosInternal.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASMem.h"
 
 struct CosDictBody {
     std::vector<std::pair<ASAtom, CosObjRec*>> entries;

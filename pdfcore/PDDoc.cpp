@@ -8,8 +8,8 @@
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
 #include "pdfcore/PDPageTree.h"
-#include "pdfcore/base/ASMem.h"
-#include "pdfcore/base/ASUsage.h"
+#include "base/ASMem.h"
+#include "base/ASUsage.h"
 #include "pdfcore/security/StandardSecurity.h"
 
 namespace {

@@ -2,8 +2,8 @@
 
 #include <boost/format.hpp>
 
-#include "frontend/Formatters.h"
-#include "frontend/Log.h"
+#include "base/Formatters.h"
+#include "base/Log.h"
 #include "pdfcore/CosNames.h"
 #include "pipeline/ViewingPlan.h"
 #include "settings/TrimoraPreferences.h"

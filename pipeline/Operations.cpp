@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 
 namespace pipeline {
 

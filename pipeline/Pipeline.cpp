@@ -6,8 +6,8 @@
 #include <cstring>
 #include <ctime>
 
-#include "frontend/Formatters.h"
-#include "frontend/Log.h"
+#include "base/Formatters.h"
+#include "base/Log.h"
 #include "pdfcore/CosDoc.h"
 #include "pipeline/Encryption.h"
 #include "pipeline/Finalisation.h"

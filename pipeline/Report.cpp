@@ -4,7 +4,7 @@
 #include <climits>
 #include <cstdint>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "pipeline/ViewingPlan.h"
 #include "settings/TrimoraPreferences.h"
 

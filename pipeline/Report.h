@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 #include "pipeline/Statistics.h"
 
 class CTrimoraPreferences;

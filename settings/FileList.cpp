@@ -4,7 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 
 namespace {
 

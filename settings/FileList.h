@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 #include "settings/domLite/domLite.h"
 
 class Log;

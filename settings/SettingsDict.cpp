@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "pdfcore/CosDoc.h"
 #include "settings/SettingsFile.h"
 #include "settings/SettingsValues.h"

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 
 namespace settingsvalues {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "settings/SettingsFile.h"
 #include "settings/SettingsValues.h"
 

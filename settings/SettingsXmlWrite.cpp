@@ -1,5 +1,5 @@
 // Writing a whole target in the XML form of a settings file.
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "settings/SettingsFile.h"
 
 using domLite::node;

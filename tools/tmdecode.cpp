@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "filters/Filters.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace {
 

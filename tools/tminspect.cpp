@@ -12,7 +12,7 @@
 
 #include "pdfcore/CosDoc.h"
 #include "pdfcore/PDDoc.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASMem.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 RC4::RC4(std::span<const uint8_t> key) {
     if (key.empty() || key.size() > 256) ASRaiseErr(ErrSysGeneral, kErrBadParm);

@@ -4,7 +4,7 @@
 // only mean something for 128-bit keys.
 #pragma once
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 enum : ASUns16 {
     kSecUserPasswordGiven = 0x0001,

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 using StdSecBytes = std::vector<uint8_t>;
 using StdSecBlock = std::array<uint8_t, 32>;

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "pdfcore/base/ASError.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASError.h"
+#include "base/ASMem.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "pdfcore/base/ASMem.h"
-#include "pdfcore/base/ASUsage.h"
+#include "base/ASMem.h"
+#include "base/ASUsage.h"
 
 namespace {
 

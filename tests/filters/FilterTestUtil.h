@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "filters/Filters.h"
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace filters::testing {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "frontend/CommandLine.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASMem.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "frontend/JobRunner.h"
 #include "frontend/JobSupport.h"
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "settings/FileList.h"
 #include "settings/TrimoraPreferences.h"
 

@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 // The full error code raised by `f`, or 0.
 inline ASErrorCode ErrorCodeOf(const std::function<void()>& f) {

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 #include "pdfcore/CosNames.h"
 #include "pipeline/Operations.h"
 #include "pipeline/Pipeline.h"

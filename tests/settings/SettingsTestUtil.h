@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 
 struct CapturedLog {
     Log log;

@@ -14,8 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "pdfcore/base/ASMem.h"
-#include "pdfcore/base/ASUsage.h"
+#include "base/ASMem.h"
+#include "base/ASUsage.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // The message log: channels, destinations, the lazily opened log file.
-#include "frontend/Log.h"
+#include "base/Log.h"
 
 #include <cstdarg>
 #include <ctime>
 #include <string>
 
-#include "frontend/Formatters.h"
+#include "base/Formatters.h"
 
 namespace {
 

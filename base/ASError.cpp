@@ -1,8 +1,8 @@
 // Error texts and raising of core errors.
 #include <cstring>
 
-#include "pdfcore/base/ASError.h"
-#include "pdfcore/base/ASMem.h"
+#include "base/ASError.h"
+#include "base/ASMem.h"
 
 namespace vellum_detail {
 extern const char* const kErrorTexts[];

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string>
 
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 // Destination bits of a channel.
 enum LogDestination : int {

@@ -8,7 +8,7 @@
 #include <regex>
 #include <string>
 
-#include "frontend/Log.h"
+#include "base/Log.h"
 
 namespace fs = std::filesystem;
 

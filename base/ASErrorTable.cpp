@@ -1,6 +1,6 @@
 // Message texts of the core, indexed by error number minus 0x1001.
 // Several numbers share a text; "no error" rows separate the groups.
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 namespace vellum_detail {
 extern const char* const kErrorTexts[];

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "frontend/Formatters.h"
+#include "base/Formatters.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include "pdfcore/base/ASError.h"
+#include "base/ASError.h"
 
 // Allocation kinds passed to the core allocator (informational only).
 enum : ASInt32 { kASAllocDefault = 2 };

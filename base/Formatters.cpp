@@ -1,5 +1,5 @@
 // Text formatters for sizes, durations, dates and bytes.
-#include "frontend/Formatters.h"
+#include "base/Formatters.h"
 
 #include <locale.h>
 
