@@ -47,8 +47,8 @@ struct JpegRun {
     int colorTransform;  // -1 when absent
     uint64_t maxOutput;
     int width, height, components;
-    bool adobe;
-    int adobeTransform;
+    bool app14;
+    int app14Transform;
     uint8_t* samples;
     size_t rowsDone;
     char message[JMSG_LENGTH_MAX];
@@ -73,9 +73,9 @@ JpegOutcome RunJpeg(JpegRun* r) {
     jpeg_create_decompress(&cinfo);
     jpeg_mem_src(&cinfo, const_cast<unsigned char*>(r->data), static_cast<unsigned long>(r->size));
     jpeg_read_header(&cinfo, TRUE);
-    r->adobe = cinfo.saw_Adobe_marker;
-    r->adobeTransform = cinfo.saw_Adobe_marker ? cinfo.Adobe_transform : -1;
-    // Without an Adobe marker the ColorTransform parameter decides whether
+    r->app14 = cinfo.saw_Adobe_marker;
+    r->app14Transform = cinfo.saw_Adobe_marker ? cinfo.Adobe_transform : -1;
+    // Without an APP14 marker the ColorTransform parameter decides whether
     // three or four components were colour-transformed when encoding.
     if (!cinfo.saw_Adobe_marker && r->colorTransform >= 0) {
         if (cinfo.num_components == 3) cinfo.jpeg_color_space = r->colorTransform ? JCS_YCbCr : JCS_RGB;
@@ -136,9 +136,9 @@ std::string DecodeJpegInto(ByteSpan in, int colorTransform, uint64_t maxOutput, 
     img.width = r.width;
     img.height = r.height;
     img.components = r.components;
-    img.adobeMarker = r.adobe;
-    img.adobeTransform = r.adobeTransform;
-    img.invertedCMYK = r.adobe && r.components == 4;
+    img.app14Marker = r.app14;
+    img.app14Transform = r.app14Transform;
+    img.invertedCMYK = r.app14 && r.components == 4;
     if (r.samples) {
         img.samples.assign(r.samples, r.samples + size_t(r.width) * size_t(r.height) * size_t(r.components));
         std::free(r.samples);

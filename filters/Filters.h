@@ -121,9 +121,9 @@ Bytes CCITTFaxDecode(ByteSpan in, const FilterParams& params);
 Bytes JBIG2Decode(ByteSpan in, const FilterParams& params = {});
 
 // JPEG to samples, for the image work: interleaved 8-bit samples, rows top
-// to bottom.  Colour conversion follows the JPEG's Adobe marker when there
+// to bottom.  Colour conversion follows the JPEG's APP14 marker when there
 // is one, else the ColorTransform parameter (default: YCbCr for three
-// components, none for four).  Samples are returned as stored: an Adobe
+// components, none for four).  Samples are returned as stored: an APP14
 // CMYK JPEG keeps its inverted values (`invertedCMYK` tells the caller),
 // which is what a PDF reader draws unless a Decode array says otherwise.
 // Damaged data raises "error in JPEG data filter" when strict, else gives a
@@ -132,8 +132,8 @@ struct DCTImage {
     int width = 0;
     int height = 0;
     int components = 0;
-    bool adobeMarker = false;
-    int adobeTransform = -1;  // 0 none, 1 YCbCr, 2 YCCK; -1 without marker
+    bool app14Marker = false;
+    int app14Transform = -1;  // 0 none, 1 YCbCr, 2 YCCK; -1 without marker
     bool invertedCMYK = false;
     bool corrupt = false;
     Bytes samples;

@@ -117,7 +117,7 @@ void JpegSilent(j_common_ptr, int) {}
 struct JpegInfo {
     uint32_t width = 0, height = 0;
     int components = 0;
-    bool adobe = false;
+    bool app14 = false;
     double xppi = 0, yppi = 0;
 };
 
@@ -144,7 +144,7 @@ bool ReadJpegHeader(std::span<const uint8_t> bytes, JpegInfo& info) {
     info.width = cinfo.image_width;
     info.height = cinfo.image_height;
     info.components = cinfo.num_components;
-    info.adobe = cinfo.saw_Adobe_marker;
+    info.app14 = cinfo.saw_Adobe_marker;
     const bool precision8 = cinfo.data_precision == 8;
     if (cinfo.saw_JFIF_marker && cinfo.X_density > 0 && cinfo.Y_density > 0) {
         double scale = cinfo.density_unit == 1 ? 1.0 : cinfo.density_unit == 2 ? 2.54 : 0.0;
@@ -345,8 +345,8 @@ PDDoc ImportJpeg(std::span<const uint8_t> jpeg) {
                                                  : K_DeviceCMYK;
         CosObj dict = NewImageDict(doc, info.width, info.height, 8, cs);
         CosDictPutName(dict, cosnames::Filter, false, K_DCTDecode);
-        if (info.components == 4 && info.adobe) {
-            // Adobe writes CMYK JPEGs inverted.
+        if (info.components == 4 && info.app14) {
+            // CMYK JPEGs that carry an APP14 marker are stored inverted.
             CosObj decode = CosNewArray(doc, false, 8);
             for (int i = 0; i < 4; ++i) {
                 CosArrayAppend(decode, CosNewInteger(doc, false, 1));

@@ -217,7 +217,7 @@ int MaxDiff(const Bytes& a, const Bytes& b) {
 
 }  // namespace
 
-TEST(DCT, GrayRgbAndAdobeCMYK) {
+TEST(DCT, GrayRgbAndApp14CMYK) {
     const int w = 48, h = 32;
     Bytes gray(w * h), rgb(w * h * 3), cmyk(w * h * 4);
     for (int i = 0; i < w * h; ++i) {
@@ -231,16 +231,16 @@ TEST(DCT, GrayRgbAndAdobeCMYK) {
     DCTImage g = DecodeDCT(EncodeJpeg(w, h, 1, JCS_GRAYSCALE, gray, 100));
     EXPECT_EQ(g.components, 1);
     EXPECT_LE(MaxDiff(g.samples, gray), 3);
-    EXPECT_FALSE(g.adobeMarker);
+    EXPECT_FALSE(g.app14Marker);
     DCTImage c = DecodeDCT(EncodeJpeg(w, h, 3, JCS_RGB, rgb, 100));
     EXPECT_EQ(c.width, w);
     EXPECT_EQ(c.height, h);
     EXPECT_LE(MaxDiff(c.samples, rgb), 6);
-    // libjpeg writes CMYK with an Adobe marker: flagged, samples as stored.
+    // libjpeg writes CMYK with an APP14 marker: flagged, samples as stored.
     DCTImage k = DecodeDCT(EncodeJpeg(w, h, 4, JCS_CMYK, cmyk, 100));
-    EXPECT_TRUE(k.adobeMarker);
+    EXPECT_TRUE(k.app14Marker);
     EXPECT_TRUE(k.invertedCMYK);
-    EXPECT_EQ(k.adobeTransform, 0);
+    EXPECT_EQ(k.app14Transform, 0);
     EXPECT_LE(MaxDiff(k.samples, cmyk), 6);
     // Through the chain the samples come out the same way.
     EXPECT_EQ(DecodeChain(EncodeJpeg(w, h, 1, JCS_GRAYSCALE, gray, 90), {{"DCT", {}}}).data.size(), gray.size());

@@ -20,7 +20,7 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 // A small JPEG with a JFIF density (unit 1 = dots per inch, 2 = per cm).
-Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool adobe = false) {
+Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool app14 = false) {
     jpeg_compress_struct c;
     jpeg_error_mgr err;
     c.err = jpeg_std_error(&err);
@@ -34,7 +34,7 @@ Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool 
     c.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 3 ? JCS_RGB : JCS_CMYK;
     jpeg_set_defaults(&c);
     c.write_JFIF_header = TRUE;
-    c.write_Adobe_marker = adobe ? TRUE : FALSE;
+    c.write_Adobe_marker = app14 ? TRUE : FALSE;
     c.density_unit = UINT8(densityUnit);
     c.X_density = UINT16(density);
     c.Y_density = UINT16(density);

@@ -93,7 +93,7 @@ TEST(DomLite, WritesDeclarationEscapesAndTypedNodes) {
 
 TEST(DomLite, XmpPacketWrapperReplacesDeclaration) {
     auto root = std::make_shared<node>("x:xmpmeta");
-    root->set_attribute("xmlns:x", "adobe:ns:meta/");
+    root->set_attribute("xmlns:x", "urn:example:xmp-meta/");
     document d(root);
     d.set_xmp_packet(true);
     d.set_version("");
