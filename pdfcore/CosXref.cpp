@@ -56,7 +56,9 @@ int64_t DictInt(CosObj dict, ASAtom key, int64_t dflt) {
 }
 
 void FreeDirect(CosObj obj) {
-    if (obj && CosObjGetType(obj) != kCosNull && !CosObjIsIndirect(obj)) CosObjDestroy(obj);
+    // The raw kind: a reference that names nothing resolves to null but its
+    // record still has to be freed.
+    if (obj && CosRawType(obj) != kCosNull && !CosObjIsIndirect(obj)) CosObjDestroy(obj);
 }
 
 // Reads a classic section at the lexer's position (just past "xref").
