@@ -209,11 +209,15 @@ int RunPacking(PDDoc pd, const Options& o) {
         if (loc.where == CosObjLocation::kInObjStm) streams[long(loc.offset)].push_back(n);
     }
     // An object on its own spans from its offset to the next object's; the
-    // last one ends where the cross-reference data begins.
+    // last one ends where the cross-reference data begins (offsets are
+    // relative to the header).
     std::sort(inFile.begin(), inFile.end());
-    const uint64_t end = StartXref(o.file, uint64_t(fi.fileLength)) + uint64_t(fi.headerOffset);
+    const uint64_t end = StartXref(o.file, uint64_t(fi.fileLength));
     for (size_t i = 0; i < inFile.size(); ++i) {
-        uint64_t next = i + 1 < inFile.size() ? inFile[i + 1].first : std::max(end, inFile[i].first);
+        // The cross-reference stream itself starts where "startxref" points
+        // and runs to the end of the file.
+        const uint64_t last = end > inFile[i].first ? end : uint64_t(fi.fileLength);
+        uint64_t next = i + 1 < inFile.size() ? inFile[i + 1].first : std::max(last, inFile[i].first);
         Tally& t = own[KindOf(CosDocGetObjByID(cos, ASInt32(inFile[i].second)))];
         ++t.count;
         t.bytes += next - inFile[i].first;
