@@ -203,6 +203,17 @@ public:
         ASInt32 id = CosObjGetID(obj);
         return id > 0 && static_cast<size_t>(id) < m_newNum.size() ? m_newNum[size_t(id)] : 0;
     }
+    // The number of the object at position i of `order` (i + 1 unless
+    // renumbered below).
+    ASInt32 NumberAt(size_t i) const { return m_newNum[size_t(CosObjGetID(order[i]))]; }
+    // Numbers the objects marked in `first` from 1 in order, then the others
+    // after them, still in order (the write order does not change).
+    void NumberMarkedFirst(const std::vector<uint8_t>& first) {
+        ASInt32 next = 1;
+        for (int pass = 1; pass >= 0; --pass)
+            for (size_t i = 0; i < order.size(); ++i)
+                if ((first[i] != 0) == (pass == 1)) m_newNum[size_t(CosObjGetID(order[i]))] = next++;
+    }
 
 private:
     void Grow(ASInt32 id) {
@@ -349,32 +360,25 @@ std::string VersionText(int major, int minor) {
 }
 
 // The body of the compact form.  Objects are written in plan order; those
-// that may be packed go into object streams (cut where the stream plan says,
+// marked packable go into object streams (cut where the stream plan says,
 // or where a stream would outgrow its byte limit), the others are written
 // as they come.  An object stream is written when it is complete, numbered
 // after every object of the plan.  Strings inside an object stream are not
 // encrypted on their own: the whole stream is.  Fills `rows` with every
 // object written and returns the highest number used.
 template <typename Emit, typename Write>
-ASInt32 WriteCompactBody(const SavePlan& plan, const CosSaveParams& params, bool linearizing, CosObj root,
+ASInt32 WriteCompactBody(const SavePlan& plan, const std::vector<uint8_t>& packable, const CosSaveParams& params,
                          CosObj encryptDict, ASInt32 encryptNum, ASInt32 count, CosObjWriter& writer,
                          CosCryptFilter* crypt, Emit& emit, Write& write, const std::vector<int64_t>& offsets,
                          std::vector<CosXrefStreamRow>& rows) {
     CosObjStmLimits limits;
     if (params.objectsPerStream > 0) limits.maxObjects = size_t(params.objectsPerStream);
     const size_t n = plan.order.size();
-    std::vector<uint8_t> packable(n, 0);
     std::vector<size_t> groupSizes;
     for (size_t g = 0; g < plan.groupStarts.size(); ++g) {
         const size_t end = g + 1 < plan.groupStarts.size() ? plan.groupStarts[g + 1] : n;
         size_t inGroup = 0;
-        for (size_t i = plan.groupStarts[g]; i < end && i < n; ++i) {
-            CosObj o = plan.order[i];
-            if (CosMayPackInObjStm(o, 0, o == encryptDict, o == root, linearizing)) {
-                packable[i] = 1;
-                ++inGroup;
-            }
-        }
+        for (size_t i = plan.groupStarts[g]; i < end && i < n; ++i) inGroup += packable[i];
         groupSizes.push_back(inGroup);
     }
     const std::vector<bool> breaks = CosPlanObjStmBreaks(groupSizes, limits.maxObjects);
@@ -415,7 +419,7 @@ ASInt32 WriteCompactBody(const SavePlan& plan, const CosSaveParams& params, bool
 
     size_t k = 0;
     for (size_t i = 0; i < n; ++i) {
-        const ASInt32 num = static_cast<ASInt32>(i) + 1;
+        const ASInt32 num = plan.NumberAt(i);
         CosObj obj = plan.order[i];
         if (!packable[i]) {
             plain(num, obj, crypt != nullptr && num != encryptNum);
@@ -469,6 +473,21 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
 
     SavePlan plan(doc);
     plan.Build(root, info, encryptDict, CosNewNull());
+    // In the compact form the packed objects take the numbers 1..P and the
+    // others follow: the cross-reference stream then holds one run of
+    // packed entries whose rows differ only in their index, and one run of
+    // offsets that only grow, which its predictor turns into near zeros.
+    const bool objStms = (mode & kCosSaveModeObjectStreams) != 0;
+    std::vector<uint8_t> packable;
+    if (objStms) {
+        const bool linearizing = linearize || (params.flags & kCosSaveLinearize) != 0;
+        packable.assign(plan.order.size(), 0);
+        for (size_t i = 0; i < plan.order.size(); ++i) {
+            CosObj o = plan.order[i];
+            packable[i] = CosMayPackInObjStm(o, 0, o == encryptDict, o == root, linearizing);
+        }
+        plan.NumberMarkedFirst(packable);
+    }
     ASInt32 count = static_cast<ASInt32>(plan.order.size());
     ASInt32 encryptNum = 0;
     if (crypt) encryptNum = CosObjIsIndirect(encryptDict) ? plan.NewNumber(encryptDict) : ++count;
@@ -495,7 +514,6 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     buf += "\r%\xE2\xE3\xCF\xD3\r";
     file.Write(buf);
 
-    const bool objStms = (mode & kCosSaveModeObjectStreams) != 0;
     CosObjWriter writer((mode & kCosSaveModeCompact) != 0);
     writer.SetPrecision(CosDocGetPrecision(doc));
     writer.SetRenumbering(&plan.NewNumbers());
@@ -530,8 +548,8 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
         }
         if (crypt && !CosObjIsIndirect(encryptDict)) emit(encryptNum, encryptDict, false);
     } else {
-        lastNum = WriteCompactBody(plan, params, linearize || (params.flags & kCosSaveLinearize) != 0, root,
-                                   encryptDict, encryptNum, count, writer, crypt, emit, write, offsets, rows);
+        lastNum = WriteCompactBody(plan, packable, params, encryptDict, encryptNum, count, writer, crypt, emit, write,
+                                   offsets, rows);
     }
 
     // Header version raised for what the body turned out to use.

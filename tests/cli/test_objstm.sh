@@ -18,7 +18,8 @@ fails=0
 fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
 # make_pdf FILE PAGES: a classic PDF with an outline and a link per page, so
-# there are dictionaries to pack beside the content streams.
+# there are dictionaries to pack beside the content streams.  The font is
+# object 3 generation 2 (it becomes generation 0 when written).
 make_pdf() {
     python3 - "$1" "$2" <<'PY'
 import sys
@@ -33,18 +34,18 @@ for i in range(n):
     objs.append("<< /Type /Annot /Subtype /Link /Rect [72 690 200 720] /Border [0 0 0] "
                 "/A << /S /URI /URI (https://example.org/%d) >> >>" % (i + 1))
     objs.append("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Contents %d 0 R "
-                "/Annots [%d 0 R] /Resources << /Font << /F1 3 0 R >> >> >>" % (len(objs) - 1, len(objs)))
+                "/Annots [%d 0 R] /Resources << /Font << /F1 3 2 R >> >> >>" % (len(objs) - 1, len(objs)))
     kids.append("%d 0 R" % len(objs))
 objs[1] = "<< /Type /Pages /Kids [%s] /Count %d >>" % (" ".join(kids), n)
 out = b"%PDF-1.4\n"
 offsets = []
 for i, o in enumerate(objs):
     offsets.append(len(out))
-    out += ("%d 0 obj\n%s\nendobj\n" % (i + 1, o)).encode()
+    out += ("%d %d obj\n%s\nendobj\n" % (i + 1, 2 if i == 2 else 0, o)).encode()
 xref = len(out)
 out += ("xref\n0 %d\n0000000000 65535 f \n" % (len(objs) + 1)).encode()
-for off in offsets:
-    out += ("%010d 00000 n \n" % off).encode()
+for i, off in enumerate(offsets):
+    out += ("%010d %05d n \n" % (off, 2 if i == 2 else 0)).encode()
 out += ("trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objs) + 1, xref)).encode()
 open(path, "wb").write(out)
 PY

@@ -409,19 +409,25 @@ TEST_F(SaveTest, CompactFormPacksAllButStreamsAndReadsBack) {
     EXPECT_EQ(out.find("\rxref\r"), std::string::npos);
     EXPECT_EQ(out.find("/Catalog"), std::string::npos);  // packed, so compressed
     EXPECT_EQ(out.find("ORPHAN-MARK"), std::string::npos);
-    // Streams stay on their own, with compact dictionaries.
-    EXPECT_NE(out.find("5 0 obj\r<</Length 24>>\rstream\nBT /F1 9 Tf (one) Tj ET\nendstream\rendobj\r"),
+    // The nine packed objects are numbered first, in write order: catalog 1,
+    // page tree 2, page 1 3, its font 4 and annotation 5, page 2 6, the
+    // outlines 7 and 8, the information dictionary 9.  The content streams
+    // follow (10, 11) and stay on their own, with compact dictionaries.
+    EXPECT_NE(out.find("10 0 obj\r<</Length 24>>\rstream\nBT /F1 9 Tf (one) Tj ET\nendstream\rendobj\r"),
               std::string::npos);
-    // Nine dictionaries in one object stream (12), then the cross-reference
-    // stream (13), which "startxref" names.
+    EXPECT_LT(out.find("10 0 obj\r"), out.find("11 0 obj\r"));
+    // One object stream (12), then the cross-reference stream (13), which
+    // "startxref" names.
     EXPECT_NE(out.find("12 0 obj\r<</Type/ObjStm/N 9/First "), std::string::npos);
     size_t xref = StartXref(out);
     ASSERT_LT(xref, out.size());
     EXPECT_EQ(out.substr(xref, 34), "13 0 obj\r<</Type/XRef/Size 14/W[1 ");
     EXPECT_EQ(out.substr(out.size() - 7), "\r%%EOF\r");
     std::string packed = Inflate(StreamBytesAt(out, out.find("12 0 obj\r")));
-    EXPECT_NE(packed.find("<</Type/Catalog/Pages 2 0 R/Outlines 9 0 R/Dangling null>>"), std::string::npos)
+    EXPECT_EQ(packed.substr(0, 6), "1 0 2 ");
+    EXPECT_NE(packed.find("<</Type/Catalog/Pages 2 0 R/Outlines 7 0 R/Dangling null>>"), std::string::npos)
         << packed;
+    EXPECT_NE(packed.find("/Contents 10 0 R/Annots[5 0 R]"), std::string::npos) << packed;
 
     CosOpenParams op;
     op.path = dir + "/o.pdf";
@@ -430,12 +436,12 @@ TEST_F(SaveTest, CompactFormPacksAllButStreamsAndReadsBack) {
     EXPECT_TRUE(CosDocGetFileInfo(back).objectStreams);
     EXPECT_EQ(CosDocGetFileInfo(back).minorVersion, 5);
     ASSERT_EQ(PDDocGetNumPages(pd), 2);
-    for (ASInt32 n : {1, 2, 3, 4, 6, 7, 9, 10, 11}) {
+    for (ASInt32 n = 1; n <= 9; ++n) {
         EXPECT_EQ(CosDocGetObjLocation(back, n).where, CosObjLocation::kInObjStm) << n;
         EXPECT_EQ(CosDocGetObjLocation(back, n).offset, 12u) << n;
+        EXPECT_EQ(CosDocGetObjLocation(back, n).index, ASUns32(n - 1)) << n;
     }
-    EXPECT_EQ(CosDocGetObjLocation(back, 5).where, CosObjLocation::kInFile);
-    EXPECT_EQ(CosDocGetObjLocation(back, 8).where, CosObjLocation::kInFile);
+    for (ASInt32 n : {10, 11, 12, 13}) EXPECT_EQ(CosDocGetObjLocation(back, n).where, CosObjLocation::kInFile) << n;
     CosObj page2 = PDDocGetPageObj(pd, 1);
     auto data = CosStreamEncodedData(CosDictGet(page2, cosnames::Contents));
     EXPECT_EQ(std::string(data.begin(), data.end()), "BT /F1 9 Tf (two) Tj ET");
@@ -469,29 +475,29 @@ TEST_F(SaveTest, CompactFormCutsStreamsByPageAndSize) {
         CosObjLocation l = CosDocGetObjLocation(back, n);
         return l.where == CosObjLocation::kInObjStm ? long(l.offset) : -1L;
     };
-    // Groups of packable objects: catalog and tree (1 2), page 1 (3 4 6),
-    // page 2 (7), the rest (9 10 11).  Page 1's three fill a stream of
-    // their own rather than straddle two.
+    // Groups of packed objects: catalog and tree (1 2), page 1 with its
+    // font and annotation (3 4 5), page 2 (6), the rest (7 8 9).  Page 1's
+    // three fill a stream of their own rather than straddle two.
     EXPECT_EQ(stm(1), stm(2));
     EXPECT_NE(stm(3), stm(2));
     EXPECT_EQ(stm(3), stm(4));
-    EXPECT_EQ(stm(3), stm(6));
+    EXPECT_EQ(stm(3), stm(5));
+    EXPECT_NE(stm(6), stm(5));
     EXPECT_NE(stm(7), stm(6));
-    EXPECT_NE(stm(9), stm(7));
-    EXPECT_EQ(stm(9), stm(11));
-    for (ASInt32 n : {1, 3, 7, 9}) EXPECT_GT(stm(n), 0) << n;
+    EXPECT_EQ(stm(7), stm(9));
+    for (ASInt32 n : {1, 3, 6, 7}) EXPECT_GT(stm(n), 0) << n;
     CosDocClose(back);
 
     // A big array, too big to share a stream, hangs off the information
-    // dictionary (it becomes object 12) and is written on its own.
+    // dictionary (it becomes object 10) and is written on its own.
     CosObj big = CosNewArray(doc, true);
     for (int i = 0; i < 70000; ++i) CosArrayAppend(big, CosNewInteger(doc, false, 12345));
     CosDictPut(info, ASAtomFromString("Big"), big);
     p.objectsPerStream = 0;
     CosDocSave(doc, p);
     back = CosDocOpen(op);
-    EXPECT_EQ(CosDocGetObjLocation(back, 12).where, CosObjLocation::kInFile);
-    EXPECT_GT(stm(11), 0);
+    EXPECT_EQ(CosDocGetObjLocation(back, 10).where, CosObjLocation::kInFile);
+    EXPECT_GT(stm(9), 0);
     CosObj bigBack = CosDictGet(CosDocGetInfo(back), ASAtomFromString("Big"));
     EXPECT_EQ(CosArrayLength(bigBack), 70000);
     EXPECT_EQ(CosIntegerValue(CosArrayGet(bigBack, 69999)), 12345);
@@ -512,9 +518,11 @@ TEST_F(SaveTest, CompactFormVersionsCatalogWhenLinearisingAndReproducibleBytes) 
     CosOpenParams op;
     op.path = dir + "/l.pdf";
     CosDoc back = CosDocOpen(op);
-    EXPECT_EQ(CosDocGetObjLocation(back, 1).where, CosObjLocation::kInFile);
-    EXPECT_EQ(CosDocGetObjLocation(back, 2).where, CosObjLocation::kInObjStm);
-    EXPECT_EQ(CosDocGetObjLocation(back, 1).offset, ReadFile(op.path).find("\r1 0 obj\r") + 1);
+    const ASInt32 cat = CosObjGetID(CosDocGetRoot(back));
+    EXPECT_EQ(cat, 9);  // after the eight packed objects
+    EXPECT_EQ(CosDocGetObjLocation(back, cat).where, CosObjLocation::kInFile);
+    EXPECT_EQ(CosDocGetObjLocation(back, cat).offset, ReadFile(op.path).find("\r9 0 obj\r<</Type/Catalog") + 1);
+    EXPECT_EQ(CosDocGetObjLocation(back, 1).where, CosObjLocation::kInObjStm);
     CosDocClose(back);
 }
 
@@ -544,9 +552,9 @@ TEST_F(SaveTest, CompactFormEncryptsObjectStreamsWholeAndLeavesTheXrefStreamPlai
     CosDocSetWriteCrypt(doc, std::make_unique<AddCrypt>(), enc);
 
     std::string out = Save("e.pdf", kCompact);
-    // catalog 1, pages 2, page 3, content 4, info 5, encrypt 6, object
-    // stream 7, cross-reference stream 8
-    EXPECT_NE(out.find("4 0 obj\r<</Length 2>>\rstream\nef\rendstream"), std::string::npos);  // 'a'+4, 'b'+4
+    // catalog 1, pages 2, page 3, info 4 (packed), content 5, encrypt 6,
+    // object stream 7, cross-reference stream 8
+    EXPECT_NE(out.find("5 0 obj\r<</Length 2>>\rstream\nfg\rendstream"), std::string::npos);  // 'a'+5, 'b'+5
     EXPECT_NE(out.find("6 0 obj\r<</Filter/Standard/V 1/R 2/O(OK)>>\rendobj\r"), std::string::npos);
     size_t objstm = out.find("7 0 obj\r<</Type/ObjStm/N 4/");
     ASSERT_NE(objstm, std::string::npos);
