@@ -5,7 +5,8 @@
 # from one run: total output bytes and total time of each tool, trimora's
 # ratios against the other two, and the ten files where trimora's output is
 # largest against the smaller of the other two.  Files a tool fails on count
-# with their input size for that tool, so no tool gains by failing.
+# with their input size for that tool, so no tool gains by failing; an
+# output without pages (as qpdf counts them) is a failure too.
 #
 #   bench/e2e.sh [CORPUS_DIR] [BUILD_DIR]
 # Defaults: /work/shared/corpus and build/ (a Release build is best).  Set
@@ -52,13 +53,15 @@ for in in "$corpus"/*.pdf; do
     out="$work/$t.pdf"; rm -f "$out"
     command -v "$t" > /dev/null 2>&1 || [ "$t" = trimora ] || { row+=$(printf ' %10s' -); continue; }
     t0=$(date +%s.%N)
-    if timeout -k 5 600 bash -c "$(declare -f run_tool); bin='$bin'; work='$work'; preset='$preset'; run_tool \"\$@\"" _ "$t" "$in" "$out" "$pw" \
-       && [ -s "$out" ]; then
+    timeout -k 5 600 bash -c "$(declare -f run_tool); bin='$bin'; work='$work'; preset='$preset'; run_tool \"\$@\"" _ "$t" "$in" "$out" "$pw"
+    ok=$?
+    t1=$(date +%s.%N)
+    npages=$(qpdf ${pw:+--password="$pw"} --show-npages "$out" 2> /dev/null | head -n 1)
+    if [ $ok -eq 0 ] && [ -s "$out" ] && [ "${npages:-0}" -gt 0 ] 2> /dev/null; then
       got=$(stat -c %s "$out")
     else
       got=$size; fails[$t]=$((fails[$t] + 1))
     fi
-    t1=$(date +%s.%N)
     secs[$t]=$(awk -v a="${secs[$t]}" -v b="$t0" -v c="$t1" 'BEGIN{printf "%.2f", a + c - b}')
     bytes[$t]=$((bytes[$t] + got))
     row+=$(printf ' %10d' "$got")
