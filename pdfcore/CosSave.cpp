@@ -453,8 +453,8 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     bool linearize = false;
     const ASUns32 mode = CosSaveModeFromFlags(params.flags, &linearize);
     // Incremental and linearised layouts are not written by this writer: every
-    // save is a full save in plain object order (see docs/writer.md).
-    (void)linearize;
+    // save is a full save in plain object order (see docs/writer.md).  A
+    // linearise request only keeps the catalog out of object streams.
 
     CosObj trailer = CosDocGetTrailer(doc);
     CosObj root = CosDocGetRoot(doc);
