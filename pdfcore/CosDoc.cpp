@@ -165,6 +165,22 @@ ASInt32 CosDocLoadAllObjects(CosDoc doc) {
     return loaded;
 }
 
+CosObjLocation CosDocGetObjLocation(CosDoc doc, ASInt32 objNum) {
+    CosDocValidate(doc);
+    CosObjLocation loc;
+    if (objNum <= 0 || static_cast<size_t>(objNum) >= doc->xref.size()) return loc;
+    const CosXrefEntry& e = doc->xref[static_cast<size_t>(objNum)];
+    switch (e.kind) {
+        case CosXrefEntry::kInFile: loc.where = CosObjLocation::kInFile; break;
+        case CosXrefEntry::kInObjStm: loc.where = CosObjLocation::kInObjStm; break;
+        case CosXrefEntry::kNew: loc.where = CosObjLocation::kNew; break;
+        default: return loc;
+    }
+    loc.offset = e.offset;
+    loc.index = e.index;
+    return loc;
+}
+
 void CosDocSetPrecision(CosDoc doc, ASInt16 precision) {
     CosDocValidate(doc);
     doc->precision = precision < 0 ? 0 : precision;

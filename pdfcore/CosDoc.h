@@ -30,6 +30,16 @@ CosObj CosDocGetObjByID(CosDoc doc, ASInt32 objNum);
 ASInt32 CosDocGetObjTableSize(CosDoc doc);
 // Loads every object of the table (for checks); returns how many loaded.
 ASInt32 CosDocLoadAllObjects(CosDoc doc);
+// Where an object of an opened file is stored, as its table says (for the
+// inspection tools): at a file offset (relative to the header), or as
+// element `index` of the object stream whose number is in `offset`.
+struct CosObjLocation {
+    enum Where { kFree, kInFile, kInObjStm, kNew };
+    Where where = kFree;
+    uint64_t offset = 0;
+    ASUns32 index = 0;
+};
+CosObjLocation CosDocGetObjLocation(CosDoc doc, ASInt32 objNum);
 
 // Real-number precision used when writing fixed numbers (default 5, at most 9).
 void CosDocSetPrecision(CosDoc doc, ASInt16 precision);
@@ -45,6 +55,9 @@ struct CosDocFileInfo {
     bool linearized = false;
     bool repaired = false;     // the object table was rebuilt by scanning
     bool encrypted = false;
+    // Some objects were stored in object streams (for a document made by
+    // merging, in any of its sources).
+    bool objectStreams = false;
     bool ownerAuthenticated = false;  // opened with the owner password (or unencrypted)
     ASInt32 permissions = -1;         // P of the encryption dictionary (-1: all)
     std::string path;
@@ -108,6 +121,10 @@ enum : ASUns32 {
     kCosSaveCopy = 0x02,
     kCosSaveLinearize = 0x08,   // document-level flag 8: linearised output
     kCosSaveCompact = 0x1000,   // no optional white space in dictionaries
+    // The compact form: objects packed into object streams and a
+    // cross-reference stream instead of the table (PDF 1.5; implies
+    // kCosSaveCompact).
+    kCosSaveObjectStreams = 0x2000,
 };
 struct CosSaveParams {
     ASUns32 size = sizeof(CosSaveParams);
@@ -115,6 +132,8 @@ struct CosSaveParams {
     std::string path;           // written atomically (temporary file + rename)
     ASInt16 majorVersion = 0;   // 0: keep the document's version
     ASInt16 minorVersion = 0;
+    // Objects per object stream in the compact form; 0: the writer's choice.
+    ASInt32 objectsPerStream = 0;
 };
 // Writes the document.  Returns the number of bytes written.
 int64_t CosDocSave(CosDoc doc, const CosSaveParams& params);

@@ -188,6 +188,11 @@ CosDoc OpenSource(std::unique_ptr<CosFileSource> source, const std::string& pass
         rep->AddObjectStreamMembers(loader.objStms);
         rep->EnsureRoot(CosDocGetTrailer(doc));
     }
+    for (const CosXrefEntry& e : CosDocXref(doc))
+        if (e.kind == CosXrefEntry::kInObjStm) {
+            info.objectStreams = true;
+            break;
+        }
     guard.doc = nullptr;
     return doc;
 }

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "filters/Filters.h"
+#include "pdfcore/CosCompact.h"
 #include "pdfcore/CosInfo.h"
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
@@ -172,6 +174,7 @@ ASUns32 CosSaveModeFromFlags(ASUns32 flags, bool* linearize) {
     if (flags & 0x1) mode = (flags & 0x2) ? 3 : 2;
     if ((flags & 0x1) && (flags & 0x8)) mode |= kCosSaveModeForceFull;
     if (flags & 0x1000) mode |= kCosSaveModeCompact;
+    if (flags & 0x2000) mode |= kCosSaveModeObjectStreams | kCosSaveModeCompact;
     if (linearize) *linearize = (flags & 0x4) != 0;
     return mode;
 }
@@ -192,10 +195,24 @@ public:
     void Build(CosObj root, CosObj info, CosObj encrypt, CosObj id);
 
     std::vector<CosObj> order;
+    // Positions in `order` where a group begins: the catalog with the page
+    // tree, each page with what it is the first to use, then the rest.
+    std::vector<size_t> groupStarts;
     const std::vector<ASInt32>& NewNumbers() const { return m_newNum; }
     ASInt32 NewNumber(CosObj obj) const {
         ASInt32 id = CosObjGetID(obj);
         return id > 0 && static_cast<size_t>(id) < m_newNum.size() ? m_newNum[size_t(id)] : 0;
+    }
+    // The number of the object at position i of `order` (i + 1 unless
+    // renumbered below).
+    ASInt32 NumberAt(size_t i) const { return m_newNum[size_t(CosObjGetID(order[i]))]; }
+    // Numbers the objects marked in `first` from 1 in order, then the others
+    // after them, still in order (the write order does not change).
+    void NumberMarkedFirst(const std::vector<uint8_t>& first) {
+        ASInt32 next = 1;
+        for (int pass = 1; pass >= 0; --pass)
+            for (size_t i = 0; i < order.size(); ++i)
+                if ((first[i] != 0) == (pass == 1)) m_newNum[size_t(CosObjGetID(order[i]))] = next++;
     }
 
 private:
@@ -313,10 +330,15 @@ void SavePlan::Build(CosObj root, CosObj info, CosObj encrypt, CosObj id) {
     // objects it is the first page to use: a reader that shows page 1 finds
     // what it needs near the start, and shared resources sit with the first
     // page that uses them.  Everything else reachable follows.
+    groupStarts.push_back(0);
     Assign(root);
     if (CosObjGetType(root) == kCosDict) WalkPageTree(CosDictGet(root, cosnames::Pages));
-    for (CosObj page : m_pages) Visit(page);
+    for (CosObj page : m_pages) {
+        groupStarts.push_back(order.size());
+        Visit(page);
+    }
     std::fill(m_stop.begin(), m_stop.end(), 0);
+    groupStarts.push_back(order.size());
     for (CosObj node : m_treeNodes) Visit(node);
     for (CosObj top : {root, info, encrypt, id}) {
         if (top == nullptr || CosObjIsNull(top)) continue;
@@ -337,6 +359,90 @@ std::string VersionText(int major, int minor) {
     return buf;
 }
 
+// The body of the compact form.  Objects are written in plan order; those
+// marked packable go into object streams (cut where the stream plan says,
+// or where a stream would outgrow its byte limit), the others are written
+// as they come.  An object stream is written when it is complete, numbered
+// after every object of the plan.  Strings inside an object stream are not
+// encrypted on their own: the whole stream is.  Fills `rows` with every
+// object written and returns the highest number used.
+template <typename Emit, typename Write>
+ASInt32 WriteCompactBody(const SavePlan& plan, const std::vector<uint8_t>& packable, const CosSaveParams& params,
+                         CosObj encryptDict, ASInt32 encryptNum, ASInt32 count, CosObjWriter& writer,
+                         CosCryptFilter* crypt, Emit& emit, Write& write, const std::vector<int64_t>& offsets,
+                         std::vector<CosXrefStreamRow>& rows) {
+    CosObjStmLimits limits;
+    if (params.objectsPerStream > 0) limits.maxObjects = size_t(params.objectsPerStream);
+    const size_t n = plan.order.size();
+    std::vector<size_t> groupSizes;
+    for (size_t g = 0; g < plan.groupStarts.size(); ++g) {
+        const size_t end = g + 1 < plan.groupStarts.size() ? plan.groupStarts[g + 1] : n;
+        size_t inGroup = 0;
+        for (size_t i = plan.groupStarts[g]; i < end && i < n; ++i) inGroup += packable[i];
+        groupSizes.push_back(inGroup);
+    }
+    const std::vector<bool> breaks = CosPlanObjStmBreaks(groupSizes, limits.maxObjects);
+
+    CosObjStmBuilder stm;
+    ASInt32 nextNum = count + 1;
+    std::string text, body;
+    auto flush = [&] {
+        if (stm.Count() == 0) return;
+        const ASInt32 num = nextNum++;
+        size_t first = 0;
+        const std::string data = stm.Build(&first);
+        const std::span<const uint8_t> raw(reinterpret_cast<const uint8_t*>(data.data()), data.size());
+        std::vector<uint8_t> bytes = filters::FlateEncode(raw, 9);
+        const bool flate = bytes.size() < raw.size();
+        if (!flate) bytes.assign(raw.begin(), raw.end());
+        if (crypt) crypt->Encrypt(static_cast<ASUns32>(num), 0, bytes);
+        std::string dict = "<</Type/ObjStm/N ";
+        CosWriteInteger(dict, static_cast<int64_t>(stm.Count()));
+        dict += "/First ";
+        CosWriteInteger(dict, static_cast<int64_t>(first));
+        if (flate) dict += "/Filter/FlateDecode";
+        dict += "/Length ";
+        CosWriteInteger(dict, static_cast<int64_t>(bytes.size()));
+        dict += ">>";
+        for (size_t k = 0; k < stm.Members().size(); ++k)
+            rows.push_back({stm.Members()[k], 2, static_cast<uint64_t>(num), k});
+        rows.push_back({num, 1, 0, 0});
+        text.clear();
+        CosWriteStreamObject(text, num, dict, bytes);
+        rows.back().field2 = static_cast<uint64_t>(write(text));
+        stm.Clear();
+    };
+    auto plain = [&](ASInt32 num, CosObj obj, bool encrypt) {
+        emit(num, obj, encrypt);
+        rows.push_back({num, 1, static_cast<uint64_t>(offsets[size_t(num)]), 0});
+    };
+
+    size_t k = 0;
+    for (size_t i = 0; i < n; ++i) {
+        const ASInt32 num = plan.NumberAt(i);
+        CosObj obj = plan.order[i];
+        if (!packable[i]) {
+            plain(num, obj, crypt != nullptr && num != encryptNum);
+            continue;
+        }
+        if (breaks[k++]) flush();
+        body.clear();
+        writer.SetCrypt(nullptr, 0, 0);
+        writer.WriteBody(body, obj);
+        if (!CosObjIsNull(obj)) CosObjSetChanged(obj, false);
+        if (body.size() > limits.maxBytes) {
+            // Too big to share a stream with anything: an ordinary object.
+            plain(num, obj, crypt != nullptr && num != encryptNum);
+            continue;
+        }
+        if (stm.Count() > 0 && stm.BodyBytes() + body.size() > limits.maxBytes) flush();
+        stm.Add(num, body);
+    }
+    flush();
+    if (crypt && !CosObjIsIndirect(encryptDict)) plain(encryptNum, encryptDict, false);
+    return nextNum - 1;
+}
+
 }  // namespace
 
 // ================================================================ the save
@@ -347,8 +453,8 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     bool linearize = false;
     const ASUns32 mode = CosSaveModeFromFlags(params.flags, &linearize);
     // Incremental and linearised layouts are not written by this writer: every
-    // save is a full save in plain object order (see docs/writer.md).
-    (void)linearize;
+    // save is a full save in plain object order (see docs/writer.md).  A
+    // linearise request only keeps the catalog out of object streams.
 
     CosObj trailer = CosDocGetTrailer(doc);
     CosObj root = CosDocGetRoot(doc);
@@ -367,6 +473,21 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
 
     SavePlan plan(doc);
     plan.Build(root, info, encryptDict, CosNewNull());
+    // In the compact form the packed objects take the numbers 1..P and the
+    // others follow: the cross-reference stream then holds one run of
+    // packed entries whose rows differ only in their index, and one run of
+    // offsets that only grow, which its predictor turns into near zeros.
+    const bool objStms = (mode & kCosSaveModeObjectStreams) != 0;
+    std::vector<uint8_t> packable;
+    if (objStms) {
+        const bool linearizing = linearize || (params.flags & kCosSaveLinearize) != 0;
+        packable.assign(plan.order.size(), 0);
+        for (size_t i = 0; i < plan.order.size(); ++i) {
+            CosObj o = plan.order[i];
+            packable[i] = CosMayPackInObjStm(o, 0, o == encryptDict, o == root, linearizing);
+        }
+        plan.NumberMarkedFirst(packable);
+    }
     ASInt32 count = static_cast<ASInt32>(plan.order.size());
     ASInt32 encryptNum = 0;
     if (crypt) encryptNum = CosObjIsIndirect(encryptDict) ? plan.NewNumber(encryptDict) : ++count;
@@ -398,26 +519,42 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     writer.SetRenumbering(&plan.NewNumbers());
     MD5 bodyHash;
     std::vector<int64_t> offsets(static_cast<size_t>(count) + 1, 0);
+    // Writes body bytes (which the file identifier is made from); returns
+    // the offset they start at.
+    auto write = [&](const std::string& text) {
+        const int64_t at = file.Tell();
+        bodyHash.Update(std::string_view(text));
+        file.Write(text);
+        return at;
+    };
     auto emit = [&](ASInt32 num, CosObj obj, bool encrypt) {
         offsets[size_t(num)] = file.Tell();
         buf.clear();
         writer.SetCrypt(encrypt ? crypt : nullptr, static_cast<ASUns32>(num), 0);
         writer.WriteIndirect(buf, num, 0, obj);
-        bodyHash.Update(std::string_view(buf));
-        file.Write(buf);
+        write(buf);
         if (buf.capacity() > (size_t(8) << 20)) {
             buf.clear();
             buf.shrink_to_fit();
         }
     };
-    for (size_t i = 0; i < plan.order.size(); ++i) {
-        ASInt32 num = static_cast<ASInt32>(i) + 1;
-        emit(num, plan.order[i], crypt != nullptr && num != encryptNum);
+    // Rows of the cross-reference stream (compact form only).
+    std::vector<CosXrefStreamRow> rows;
+    ASInt32 lastNum = count;
+    if (!objStms) {
+        for (size_t i = 0; i < plan.order.size(); ++i) {
+            ASInt32 num = static_cast<ASInt32>(i) + 1;
+            emit(num, plan.order[i], crypt != nullptr && num != encryptNum);
+        }
+        if (crypt && !CosObjIsIndirect(encryptDict)) emit(encryptNum, encryptDict, false);
+    } else {
+        lastNum = WriteCompactBody(plan, packable, params, encryptDict, encryptNum, count, writer, crypt, emit, write,
+                                   offsets, rows);
     }
-    if (crypt && !CosObjIsIndirect(encryptDict)) emit(encryptNum, encryptDict, false);
 
     // Header version raised for what the body turned out to use.
     int needMinor = writer.RequiredMinorVersion();
+    if (objStms) needMinor = std::max(needMinor, 5);
     if (crypt) {
         ASInt32 r = CosDictGetInt(encryptDict, K_R, 2);
         ASInt32 v = CosDictGetInt(encryptDict, K_V, 1);
@@ -429,13 +566,6 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
         if (s[0] == '1' && s[1] == '.' && s[2] >= '0' && s[2] <= '9' && s[3] == '\0')
             needMinor = std::max(needMinor, s[2] - '0');
     }
-
-    // The cross-reference table: one run 1..count, written from 0.
-    const int64_t xrefOffset = file.Tell();
-    buf.clear();
-    CosXrefTable xref;
-    if (count > 0) xref.AddSubsection(1, count);
-    xref.Write(buf, true, [&](ASInt32 n) { return CosXrefTable::Entry{offsets[size_t(n)], 0}; });
 
     // File identifier: the first element kept when there is one, the second
     // always new.  Under SOURCE_DATE_EPOCH it depends on the content only.
@@ -455,27 +585,49 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     CosObj first = CosObjGetType(idArray) == kCosArray ? CosArrayGet(idArray, 0) : CosNewNull();
     if (CosObjGetType(first) == kCosString) id0 = CosStringBytes(first);
 
-    std::string dict;
+    // The trailer's entries after Size: in the trailer dictionary of the
+    // classic form, in the cross-reference stream's dictionary otherwise.
+    std::string entries;
     writer.SetCrypt(nullptr, 0, 0);
-    writer.BeginDict(dict);
+    writer.WriteDictEntry(entries, cosnames::Root, root);
+    if (!CosObjIsNull(info)) writer.WriteDictEntry(entries, cosnames::Info, info);
     std::string value;
-    CosWriteInteger(value, int64_t(count) + 1);
-    writer.WriteDictEntryText(dict, cosnames::Size, value);
-    writer.WriteDictEntry(dict, cosnames::Root, root);
-    if (!CosObjIsNull(info)) writer.WriteDictEntry(dict, cosnames::Info, info);
     if (crypt) {
-        value.clear();
         CosWriteInteger(value, encryptNum);
         value += " 0 R";
-        writer.WriteDictEntryText(dict, cosnames::Encrypt, value);
+        writer.WriteDictEntryText(entries, cosnames::Encrypt, value);
     }
     value = "[";
     CosWriteHexString(value, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(id0.data()), id0.size()));
     CosWriteHexString(value, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(id1.data()), id1.size()));
     value += "]";
-    writer.WriteDictEntryText(dict, cosnames::ID, value);
-    writer.EndDict(dict);
-    CosWriteTrailer(buf, dict);
+    writer.WriteDictEntryText(entries, cosnames::ID, value);
+
+    const int64_t xrefOffset = file.Tell();
+    buf.clear();
+    if (!objStms) {
+        // The cross-reference table: one run 1..count, written from 0.
+        CosXrefTable xref;
+        if (count > 0) xref.AddSubsection(1, count);
+        xref.Write(buf, true, [&](ASInt32 n) { return CosXrefTable::Entry{offsets[size_t(n)], 0}; });
+        std::string dict;
+        writer.BeginDict(dict);
+        value.clear();
+        CosWriteInteger(value, int64_t(count) + 1);
+        writer.WriteDictEntryText(dict, cosnames::Size, value);
+        dict += entries;
+        writer.EndDict(dict);
+        CosWriteTrailer(buf, dict);
+    } else {
+        // The cross-reference stream comes last and lists itself.  It is
+        // never encrypted: a reader needs it before it has a key.
+        const ASInt32 xrefNum = lastNum + 1;
+        rows.push_back({xrefNum, 1, static_cast<uint64_t>(xrefOffset), 0});
+        rows.push_back({0, 0, 0, 65535});
+        CosXrefStreamData xd = CosEncodeXrefStream(std::move(rows));
+        filters::Bytes packed = filters::FlateEncode(xd.predicted, 9);
+        CosWriteStreamObject(buf, xrefNum, CosXrefStreamDictText(xd, packed.size(), entries), packed);
+    }
     CosWriteEnd(buf, xrefOffset);
     file.Write(buf);
 

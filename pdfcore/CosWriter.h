@@ -104,13 +104,15 @@ private:
 // ---------------------------------------------------------------- save modes
 // Object-level save mode from the document-level flags word: bit 0 gives
 // mode 2 (full save), bits 0 and 1 mode 3 (full save to a copy); bits 0 and 3
-// add kCosSaveModeForceFull, bit 12 adds kCosSaveModeCompact; bit 2 is
+// add kCosSaveModeForceFull, bit 12 adds kCosSaveModeCompact, bit 13 adds
+// kCosSaveModeObjectStreams (and kCosSaveModeCompact); bit 2 is
 // handed back as the linearize request.  Mode 0 is an incremental save.
 enum : ASUns32 {
     kCosSaveModeFull = 2,
     kCosSaveModeFullCopy = 3,
     kCosSaveModeForceFull = 0x10000000,
     kCosSaveModeCompact = 0x20000000,
+    kCosSaveModeObjectStreams = 0x40000000,  // from flag bit 13 (0x2000)
 };
 ASUns32 CosSaveModeFromFlags(ASUns32 flags, bool* linearize);
 

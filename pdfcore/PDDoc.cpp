@@ -192,6 +192,10 @@ void PDDocInsertPageList(PDDoc target, ASInt32 afterPage, PDDoc source,
         after += static_cast<ASInt32>(batch.size());
     }
     PDDocPagesChanged(target);
+    // A merged document counts as having used object streams when any of
+    // its sources did, so the compact form is kept for it.
+    if (!pageNums.empty() && CosDocGetFileInfo(source->cos).objectStreams)
+        CosDocMutableFileInfo(target->cos).objectStreams = true;
 }
 
 void PDDocDeletePages(PDDoc doc, ASInt32 firstPage, ASInt32 lastPage) {

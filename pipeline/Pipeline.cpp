@@ -57,9 +57,20 @@ void PrepareEncryption(PDDoc doc, const CTrimoraPreferences& prefs) {
     PrepareSaveEncryption(PDDocGetCosDoc(doc), r);
 }
 
+// The compact form (object streams and a cross-reference stream) always
+// with Generate, never with Disable, and with Preserve when the document
+// (or any source of a merged one) used object streams.
+bool WantObjectStreams(PDDoc doc, const CTrimoraPreferences& prefs) {
+    const ASAtom choice = prefs.Optimize().objectStreams;
+    if (choice == ASAtomFromString("Generate")) return true;
+    if (choice == ASAtomFromString("Disable")) return false;
+    return CosDocGetFileInfo(PDDocGetCosDoc(doc)).objectStreams;
+}
+
 int64_t Save(PDDoc doc, const std::string& path, const CTrimoraPreferences& prefs) {
-    const ASUns32 flags = prefs.Optimize().linearize ? (kCosSaveFull | kCosSaveCopy | kCosSaveLinearize)
-                                                     : (kCosSaveFull | kCosSaveCopy);
+    ASUns32 flags = prefs.Optimize().linearize ? (kCosSaveFull | kCosSaveCopy | kCosSaveLinearize)
+                                               : (kCosSaveFull | kCosSaveCopy);
+    if (WantObjectStreams(doc, prefs)) flags |= kCosSaveObjectStreams;
     ASInt16 major = 0, minor = 0;
     HeaderVersion(prefs, major, minor);
     PrepareEncryption(doc, prefs);

@@ -136,6 +136,7 @@ public:
         if (Number(top, "OpenZoom", zoom) && SetNumberInRange(m_log, vw.openZoom, zoom, 1, 6400, "OpenZoom"))
             vw.openZoomFit = K("Custom");
         Int(top, "FlateLevel", op.flateLevel, 0, 9);
+        Word(top, "ObjectStreams", op.objectStreams, L::ObjectStreams);
 
         CosObj info = Dict(top, "Info");
         for (ASInt32 i = 0; !CosObjIsNull(info) && i < CosDictCount(info); ++i) {

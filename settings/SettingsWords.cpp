@@ -29,6 +29,7 @@ const std::vector<const char*>& SettingWords(SettingWordList list) {
         {L::StampX, {"Left", "Right", "Center", "Fit"}},
         {L::StampY, {"Bottom", "Top", "Center", "Fit"}},
         {L::StampRangeType, {"all", "even", "odd"}},
+        {L::ObjectStreams, {"Preserve", "Generate", "Disable"}},
     };
     return lists.at(list);
 }

@@ -29,6 +29,7 @@ enum class SettingWordList {
     StampX,             // Left Right Center Fit
     StampY,             // Bottom Top Center Fit
     StampRangeType,     // all even odd
+    ObjectStreams,      // Preserve Generate Disable
 };
 
 const std::vector<const char*>& SettingWords(SettingWordList list);

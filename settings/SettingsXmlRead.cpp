@@ -102,6 +102,7 @@ public:
             {"remove-page-labels", &OptimizeSettings::removePageLabels, L::PageLabelAction},
             {"annot-processing", &OptimizeSettings::annotProcessing, L::AnnotAction},
             {"acroform-processing", &OptimizeSettings::acroformProcessing, L::AnnotAction},
+            {"object-streams", &OptimizeSettings::objectStreams, L::ObjectStreams},
         };
         for (const node_ptr& c : sec->children()) {
             const std::string& n = c->name();

@@ -47,6 +47,7 @@ void Optimize(const node_ptr& n, const OptimizeSettings& s) {
     AddWord(n, "annot-processing", s.annotProcessing);
     AddWord(n, "acroform-processing", s.acroformProcessing);
     AddBool(n, "flatten-xobjects", s.flattenXObjects);
+    AddWord(n, "object-streams", s.objectStreams);
 }
 
 void Viewing(const node_ptr& n, const ViewingSettings& s) {

@@ -15,7 +15,8 @@ OptimizeSettings::OptimizeSettings()
       removeNamedDests(A("None")),
       removePageLabels(A("None")),
       annotProcessing(A("None")),
-      acroformProcessing(A("None")) {}
+      acroformProcessing(A("None")),
+      objectStreams(A("Preserve")) {}
 
 TransitionSettings::TransitionSettings() : name(A("None")), dimension(A("H")), motion(A("I")) {}
 

@@ -64,6 +64,9 @@ struct OptimizeSettings {
     ASAtom annotProcessing;    // None (keep, default), Flatten, Remove
     ASAtom acroformProcessing; // None (keep, default), Flatten, Remove
     bool flattenXObjects = false;
+    // Preserve (default: the compact form when the input used object
+    // streams), Generate (always), Disable (always the classic form).
+    ASAtom objectStreams;
     OptimizeSettings();
     bool operator==(const OptimizeSettings&) const = default;
 };

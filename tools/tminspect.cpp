@@ -3,10 +3,16 @@
 //   tminspect FILE [--password PW]              version, pages, objects, trailer
 //   tminspect FILE --object N [--decoded]       one object (a stream's data too)
 //   tminspect FILE --load-all                   loads every object, prints counts
-//   tminspect --rewrite IN OUT [--password PW]  full save of IN to OUT, nothing else changed
+//   tminspect FILE --packing                    how the objects are stored: object
+//                                               streams, objects per stream, bytes per type
+//   tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]
+//                                               full save of IN to OUT, nothing else
+//                                               changed (in the compact form on request)
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,7 +22,7 @@
 
 namespace {
 
-enum class Mode { Summary, Object, LoadAll, Rewrite };
+enum class Mode { Summary, Object, LoadAll, Packing, Rewrite };
 
 struct Options {
     Mode mode = Mode::Summary;
@@ -25,12 +31,14 @@ struct Options {
     long objNum = 0;
     bool decoded = false;
     std::string output;  // --rewrite target
+    bool objectStreams = false;
+    long perStream = 0;
 };
 
 int Usage() {
     std::fprintf(stderr,
-                 "usage: tminspect FILE [--password PW] [--object N [--decoded] | --load-all]\n"
-                 "       tminspect --rewrite IN OUT [--password PW]\n");
+                 "usage: tminspect FILE [--password PW] [--object N [--decoded] | --load-all | --packing]\n"
+                 "       tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]\n");
     return 1;
 }
 
@@ -51,6 +59,14 @@ bool ParseArgs(int argc, char** argv, Options& o) {
             o.decoded = true;
         } else if (a == "--load-all") {
             o.mode = Mode::LoadAll;
+        } else if (a == "--packing") {
+            o.mode = Mode::Packing;
+        } else if (a == "--object-streams") {
+            o.objectStreams = true;
+        } else if (a == "--per-stream" && hasNext) {
+            char* end = nullptr;
+            o.perStream = std::strtol(args[++i].c_str(), &end, 10);
+            if (!end || *end || o.perStream <= 0 || o.perStream > 1000000) return false;
         } else if (a == "--rewrite" && i + 2 < args.size() && o.file.empty()) {
             o.mode = Mode::Rewrite;
             o.file = args[++i];
@@ -105,9 +121,156 @@ int RunLoadAll(PDDoc pd) {
     return 0;
 }
 
+// ---------------------------------------------------------------- packing
+// A short name for what an object is: its Type (with the Subtype of an
+// XObject), else its kind.
+std::string KindOf(CosObj obj) {
+    const ASAtom kType = ASAtomFromString("Type");
+    const ASAtom kSubtype = ASAtomFromString("Subtype");
+    CosType t = CosObjGetType(obj);
+    CosObj dict = t == kCosStream ? CosStreamDict(obj) : obj;
+    if (t == kCosStream || t == kCosDict) {
+        ASAtom type = CosDictGetName(dict, kType);
+        std::string name = type != ASAtomNull ? ASAtomGetString(type) : (t == kCosStream ? "stream" : "dict");
+        if (type == ASAtomFromString("XObject") || type == ASAtomFromString("Font")) {
+            ASAtom sub = CosDictGetName(dict, kSubtype);
+            if (sub != ASAtomNull) name += std::string("/") + ASAtomGetString(sub);
+        }
+        if (t == kCosStream && type != ASAtomNull) name += " stream";
+        return name;
+    }
+    switch (t) {
+        case kCosArray: return "array";
+        case kCosBoolean: return "boolean";
+        case kCosFixed: case kCosInteger: return "number";
+        case kCosName: return "name";
+        case kCosString: return "string";
+        default: return "null";
+    }
+}
+
+// The offset that "startxref" names, or the file length when none is found.
+uint64_t StartXref(const std::string& path, uint64_t fileLength) {
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return fileLength;
+    const long tail = static_cast<long>(std::min<uint64_t>(fileLength, 1024));
+    std::string buf(static_cast<size_t>(tail), '\0');
+    std::fseek(f, -tail, SEEK_END);
+    size_t got = std::fread(buf.data(), 1, buf.size(), f);
+    std::fclose(f);
+    buf.resize(got);
+    size_t at = buf.rfind("startxref");
+    if (at == std::string::npos) return fileLength;
+    unsigned long long v = std::strtoull(buf.c_str() + at + 9, nullptr, 10);
+    return v > 0 && v < fileLength ? v : fileLength;
+}
+
+// Member offsets of an object stream: (object number, offset from First).
+std::vector<std::pair<long, size_t>> StreamMembers(CosObj stm, const std::vector<uint8_t>& data, size_t* first) {
+    std::vector<std::pair<long, size_t>> out;
+    CosObj dict = CosStreamDict(stm);
+    ASInt32 n = CosDictGetInt(dict, ASAtomFromString("N"), 0);
+    ASInt32 f = CosDictGetInt(dict, ASAtomFromString("First"), 0);
+    *first = f > 0 && size_t(f) <= data.size() ? size_t(f) : data.size();
+    std::string head(data.begin(), data.begin() + static_cast<long>(*first));
+    const char* p = head.c_str();
+    for (ASInt32 i = 0; i < n; ++i) {
+        char* end = nullptr;
+        long num = std::strtol(p, &end, 10);
+        if (end == p) break;
+        p = end;
+        unsigned long off = std::strtoul(p, &end, 10);
+        if (end == p) break;
+        p = end;
+        out.emplace_back(num, off);
+    }
+    return out;
+}
+
+int RunPacking(PDDoc pd, const Options& o) {
+    CosDoc cos = PDDocGetCosDoc(pd);
+    PrintHeader(pd);
+    const CosDocFileInfo& fi = CosDocGetFileInfo(cos);
+    CosObj trailer = CosDocGetTrailer(cos);
+    const bool xrefStream = CosDictGetName(trailer, ASAtomFromString("Type")) == ASAtomFromString("XRef");
+    std::printf("cross-reference: %s\n", xrefStream ? "stream" : "table");
+
+    struct Tally {
+        long count = 0;
+        uint64_t bytes = 0;
+    };
+    std::map<std::string, Tally> own, packed;  // by kind: on their own, in object streams
+    std::map<long, std::vector<long>> streams; // object stream -> its members
+    std::vector<std::pair<uint64_t, long>> inFile;
+    const ASInt32 size = CosDocGetObjTableSize(cos);
+    for (ASInt32 n = 1; n < size; ++n) {
+        CosObjLocation loc = CosDocGetObjLocation(cos, n);
+        if (loc.where == CosObjLocation::kInFile) inFile.emplace_back(loc.offset, n);
+        if (loc.where == CosObjLocation::kInObjStm) streams[long(loc.offset)].push_back(n);
+    }
+    // An object on its own spans from its offset to the next object's; the
+    // last one ends where the cross-reference data begins (offsets are
+    // relative to the header).
+    std::sort(inFile.begin(), inFile.end());
+    const uint64_t end = StartXref(o.file, uint64_t(fi.fileLength));
+    for (size_t i = 0; i < inFile.size(); ++i) {
+        // The cross-reference stream itself starts where "startxref" points
+        // and runs to the end of the file.
+        const uint64_t last = end > inFile[i].first ? end : uint64_t(fi.fileLength);
+        uint64_t next = i + 1 < inFile.size() ? inFile[i + 1].first : std::max(last, inFile[i].first);
+        Tally& t = own[KindOf(CosDocGetObjByID(cos, ASInt32(inFile[i].second)))];
+        ++t.count;
+        t.bytes += next - inFile[i].first;
+    }
+    long packedCount = 0, minPer = 0, maxPer = 0;
+    for (const auto& [num, members] : streams) {
+        CosObj stm = CosDocGetObjByID(cos, ASInt32(num));
+        if (CosObjGetType(stm) != kCosStream) continue;
+        std::vector<uint8_t> data = CosStreamDecodedData(stm);
+        size_t first = 0;
+        auto offsets = StreamMembers(stm, data, &first);
+        std::vector<size_t> sorted;
+        for (const auto& m : offsets) sorted.push_back(m.second);
+        std::sort(sorted.begin(), sorted.end());
+        for (const auto& [obj, off] : offsets) {
+            auto it = std::upper_bound(sorted.begin(), sorted.end(), off);
+            size_t stop = it == sorted.end() ? data.size() - first : *it;
+            Tally& t = packed[KindOf(CosDocGetObjByID(cos, ASInt32(obj)))];
+            ++t.count;
+            t.bytes += stop > off ? stop - off : 0;
+        }
+        const long k = long(members.size());
+        packedCount += k;
+        minPer = minPer == 0 ? k : std::min(minPer, k);
+        maxPer = std::max(maxPer, k);
+        std::printf("object stream %ld: %ld objects, %zu bytes decoded, %zu stored\n", num, k, data.size(),
+                    CosStreamEncodedLength(stm));
+    }
+    std::printf("object streams: %zu\n", streams.size());
+    std::printf("objects in object streams: %ld", packedCount);
+    if (!streams.empty())
+        std::printf(" (per stream: min %ld, mean %.1f, max %ld)", minPer, double(packedCount) / double(streams.size()),
+                    maxPer);
+    std::printf("\nobjects on their own: %zu\n", inFile.size());
+    std::printf("%-28s %8s %12s %8s %12s\n", "kind", "own", "own bytes", "packed", "packed bytes");
+    std::map<std::string, int> kinds;
+    for (const auto& k : own) kinds[k.first] = 1;
+    for (const auto& k : packed) kinds[k.first] = 1;
+    for (const auto& [kind, _] : kinds) {
+        Tally a = own.count(kind) ? own[kind] : Tally{};
+        Tally b = packed.count(kind) ? packed[kind] : Tally{};
+        std::printf("%-28s %8ld %12llu %8ld %12llu\n", kind.c_str(), a.count, (unsigned long long)a.bytes, b.count,
+                    (unsigned long long)b.bytes);
+    }
+    std::printf("(own bytes as stored in the file; packed bytes decoded, before the stream's compression)\n");
+    return 0;
+}
+
 int RunRewrite(PDDoc pd, const Options& o) {
     CosSaveParams params;  // a full save to a new file
     params.path = o.output;
+    if (o.objectStreams) params.flags |= kCosSaveObjectStreams;
+    params.objectsPerStream = static_cast<ASInt32>(o.perStream);
     int64_t written = CosDocSave(PDDocGetCosDoc(pd), params);
     std::printf("wrote %lld bytes to %s\n", static_cast<long long>(written), o.output.c_str());
     return 0;
@@ -129,6 +292,7 @@ int main(int argc, char** argv) {
         case Mode::Summary: rc = RunSummary(pd); break;
         case Mode::Object: rc = RunObject(pd, o); break;
         case Mode::LoadAll: rc = RunLoadAll(pd); break;
+        case Mode::Packing: rc = RunPacking(pd, o); break;
         case Mode::Rewrite: rc = RunRewrite(pd, o); break;
         }
     } catch (const CVellumError& e) {

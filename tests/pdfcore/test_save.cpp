@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 
+#include "filters/Filters.h"
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
 #include "tests/pdfcore/test_support.h"
@@ -374,6 +375,221 @@ TEST_F(SaveTest, EncryptionUsesTheNewNumbersAndLeavesTheEncryptDictionaryPlain) 
     // Stored data unchanged.
     EXPECT_EQ(CosStringBytes(CosDictGet(info, kTitle)), "AB");
     EXPECT_EQ(CosStreamEncodedData(stream)[0], 'a');
+}
+
+// ---------------------------------------------------------------- compact form
+
+constexpr ASUns32 kCompact = kCosSaveFull | kCosSaveCopy | kCosSaveObjectStreams;
+
+// The offset "startxref" names.
+size_t StartXref(const std::string& file) {
+    size_t sx = file.rfind("startxref\r");
+    return sx == std::string::npos ? std::string::npos : size_t(std::stoll(file.substr(sx + 10)));
+}
+
+// The stored bytes of the stream object whose text starts at `at` (the
+// Length must be a direct number).
+std::string StreamBytesAt(const std::string& file, size_t at) {
+    size_t len = file.find("/Length ", at);
+    size_t data = file.find(">>\rstream\n", at);
+    if (len == std::string::npos || data == std::string::npos) return "";
+    return file.substr(data + 10, size_t(std::stoll(file.substr(len + 8))));
+}
+
+std::string Inflate(const std::string& bytes) {
+    filters::DecodeResult r = filters::DecodeChain(Span(bytes), {{"FlateDecode", {}}});
+    return std::string(r.data.begin(), r.data.end());
+}
+
+TEST_F(SaveTest, CompactFormPacksAllButStreamsAndReadsBack) {
+    BuildDocument();
+    std::string out = Save("o.pdf", kCompact);
+    EXPECT_EQ(out.substr(0, 15), "%PDF-1.5\r%\xE2\xE3\xCF\xD3\r");
+    EXPECT_EQ(out.find("trailer"), std::string::npos);
+    EXPECT_EQ(out.find("\rxref\r"), std::string::npos);
+    EXPECT_EQ(out.find("/Catalog"), std::string::npos);  // packed, so compressed
+    EXPECT_EQ(out.find("ORPHAN-MARK"), std::string::npos);
+    // The nine packed objects are numbered first, in write order: catalog 1,
+    // page tree 2, page 1 3, its font 4 and annotation 5, page 2 6, the
+    // outlines 7 and 8, the information dictionary 9.  The content streams
+    // follow (10, 11) and stay on their own, with compact dictionaries.
+    EXPECT_NE(out.find("10 0 obj\r<</Length 24>>\rstream\nBT /F1 9 Tf (one) Tj ET\nendstream\rendobj\r"),
+              std::string::npos);
+    EXPECT_LT(out.find("10 0 obj\r"), out.find("11 0 obj\r"));
+    // One object stream (12), then the cross-reference stream (13), which
+    // "startxref" names.
+    EXPECT_NE(out.find("12 0 obj\r<</Type/ObjStm/N 9/First "), std::string::npos);
+    size_t xref = StartXref(out);
+    ASSERT_LT(xref, out.size());
+    EXPECT_EQ(out.substr(xref, 34), "13 0 obj\r<</Type/XRef/Size 14/W[1 ");
+    EXPECT_EQ(out.substr(out.size() - 7), "\r%%EOF\r");
+    std::string packed = Inflate(StreamBytesAt(out, out.find("12 0 obj\r")));
+    EXPECT_EQ(packed.substr(0, 6), "1 0 2 ");
+    EXPECT_NE(packed.find("<</Type/Catalog/Pages 2 0 R/Outlines 7 0 R/Dangling null>>"), std::string::npos)
+        << packed;
+    EXPECT_NE(packed.find("/Contents 10 0 R/Annots[5 0 R]"), std::string::npos) << packed;
+
+    CosOpenParams op;
+    op.path = dir + "/o.pdf";
+    CosDoc back = CosDocOpen(op);
+    PDDoc pd = PDDocFromCosDoc(back);
+    EXPECT_TRUE(CosDocGetFileInfo(back).objectStreams);
+    EXPECT_EQ(CosDocGetFileInfo(back).minorVersion, 5);
+    ASSERT_EQ(PDDocGetNumPages(pd), 2);
+    for (ASInt32 n = 1; n <= 9; ++n) {
+        EXPECT_EQ(CosDocGetObjLocation(back, n).where, CosObjLocation::kInObjStm) << n;
+        EXPECT_EQ(CosDocGetObjLocation(back, n).offset, 12u) << n;
+        EXPECT_EQ(CosDocGetObjLocation(back, n).index, ASUns32(n - 1)) << n;
+    }
+    for (ASInt32 n : {10, 11, 12, 13}) EXPECT_EQ(CosDocGetObjLocation(back, n).where, CosObjLocation::kInFile) << n;
+    CosObj page2 = PDDocGetPageObj(pd, 1);
+    auto data = CosStreamEncodedData(CosDictGet(page2, cosnames::Contents));
+    EXPECT_EQ(std::string(data.begin(), data.end()), "BT /F1 9 Tf (two) Tj ET");
+    CosObj annot = CosArrayGet(CosDictGet(PDDocGetPageObj(pd, 0), cosnames::Annots), 0);
+    EXPECT_EQ(CosArrayGet(CosDictGet(annot, cosnames::Dest), 0), page2);
+    CosObj item = CosDictGet(CosDictGet(CosDocGetRoot(back), kOutlines), cosnames::First);
+    EXPECT_EQ(CosStringBytes(CosDictGet(item, kTitle)), "Chapter");
+    EXPECT_EQ(CosStringBytes(CosDictGet(CosDocGetInfo(back), kTitle)), "AB");
+    EXPECT_TRUE(CosObjIsNull(CosDictGet(CosDocGetRoot(back), kDangling)));
+    PDDocClose(pd);
+
+    // The classic form of the same document says it used no object streams.
+    Save("c.pdf");
+    op.path = dir + "/c.pdf";
+    back = CosDocOpen(op);
+    EXPECT_FALSE(CosDocGetFileInfo(back).objectStreams);
+    CosDocClose(back);
+}
+
+TEST_F(SaveTest, CompactFormCutsStreamsByPageAndSize) {
+    BuildDocument();
+    CosSaveParams p;
+    p.flags = kCompact;
+    p.path = dir + "/s.pdf";
+    p.objectsPerStream = 3;
+    CosDocSave(doc, p);
+    CosOpenParams op;
+    op.path = p.path;
+    CosDoc back = CosDocOpen(op);
+    auto stm = [&](ASInt32 n) {
+        CosObjLocation l = CosDocGetObjLocation(back, n);
+        return l.where == CosObjLocation::kInObjStm ? long(l.offset) : -1L;
+    };
+    // Groups of packed objects: catalog and tree (1 2), page 1 with its
+    // font and annotation (3 4 5), page 2 (6), the rest (7 8 9).  Page 1's
+    // three fill a stream of their own rather than straddle two.
+    EXPECT_EQ(stm(1), stm(2));
+    EXPECT_NE(stm(3), stm(2));
+    EXPECT_EQ(stm(3), stm(4));
+    EXPECT_EQ(stm(3), stm(5));
+    EXPECT_NE(stm(6), stm(5));
+    EXPECT_NE(stm(7), stm(6));
+    EXPECT_EQ(stm(7), stm(9));
+    for (ASInt32 n : {1, 3, 6, 7}) EXPECT_GT(stm(n), 0) << n;
+    CosDocClose(back);
+
+    // A big array, too big to share a stream, hangs off the information
+    // dictionary (it becomes object 10) and is written on its own.
+    CosObj big = CosNewArray(doc, true);
+    for (int i = 0; i < 70000; ++i) CosArrayAppend(big, CosNewInteger(doc, false, 12345));
+    CosDictPut(info, ASAtomFromString("Big"), big);
+    p.objectsPerStream = 0;
+    CosDocSave(doc, p);
+    back = CosDocOpen(op);
+    EXPECT_EQ(CosDocGetObjLocation(back, 10).where, CosObjLocation::kInFile);
+    EXPECT_GT(stm(9), 0);
+    CosObj bigBack = CosDictGet(CosDocGetInfo(back), ASAtomFromString("Big"));
+    EXPECT_EQ(CosArrayLength(bigBack), 70000);
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(bigBack, 69999)), 12345);
+    CosDocClose(back);
+}
+
+TEST_F(SaveTest, CompactFormVersionsCatalogWhenLinearisingAndReproducibleBytes) {
+    BuildDocument();
+    // 1.5 at least, even when a lower version is asked for.
+    EXPECT_EQ(Save("v.pdf", kCompact, 1, 4).substr(0, 9), "%PDF-1.5\r");
+    EXPECT_EQ(Save("v.pdf", kCompact, 1, 7).substr(0, 9), "%PDF-1.7\r");
+    setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
+    EXPECT_EQ(Save("a.pdf", kCompact), Save("b.pdf", kCompact));
+    unsetenv("SOURCE_DATE_EPOCH");
+
+    // A file to be linearised keeps its catalog out of the object streams.
+    Save("l.pdf", kCompact | kCosSaveLinearize);
+    CosOpenParams op;
+    op.path = dir + "/l.pdf";
+    CosDoc back = CosDocOpen(op);
+    const ASInt32 cat = CosObjGetID(CosDocGetRoot(back));
+    EXPECT_EQ(cat, 9);  // after the eight packed objects
+    EXPECT_EQ(CosDocGetObjLocation(back, cat).where, CosObjLocation::kInFile);
+    EXPECT_EQ(CosDocGetObjLocation(back, cat).offset, ReadFile(op.path).find("\r9 0 obj\r<</Type/Catalog") + 1);
+    EXPECT_EQ(CosDocGetObjLocation(back, 1).where, CosObjLocation::kInObjStm);
+    CosDocClose(back);
+}
+
+TEST_F(SaveTest, CompactFormEncryptsObjectStreamsWholeAndLeavesTheXrefStreamPlain) {
+    doc = CosDocCreate();
+    pages = CosNewDict(doc, true);
+    CosObj stream = CosNewStream(doc, CosNewNull(), Span("ab"));
+    CosObj page = CosNewDict(doc, true);
+    CosDictPut(page, cosnames::Parent, pages);
+    CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+    CosDictPut(page, cosnames::Contents, stream);
+    CosObj kids = CosNewArray(doc, false);
+    CosArrayAppend(kids, page);
+    CosDictPutName(pages, cosnames::Type, false, cosnames::Pages);
+    CosDictPut(pages, cosnames::Kids, kids);
+    info = CosNewDict(doc, true);
+    CosDictPut(info, kTitle, CosNewString(doc, false, std::string_view("AB")));
+    catalog = CosNewDict(doc, true);
+    CosDictPut(catalog, cosnames::Pages, pages);
+    CosDictPut(CosDocGetTrailer(doc), cosnames::Root, catalog);
+    CosDictPut(CosDocGetTrailer(doc), cosnames::Info, info);
+    CosObj enc = CosNewDict(doc, false);
+    CosDictPutName(enc, cosnames::Filter, false, cosnames::Standard);
+    CosDictPut(enc, kV, CosNewInteger(doc, false, 1));
+    CosDictPut(enc, kR, CosNewInteger(doc, false, 2));
+    CosDictPut(enc, kO, CosNewString(doc, false, std::string_view("OK")));
+    CosDocSetWriteCrypt(doc, std::make_unique<AddCrypt>(), enc);
+
+    std::string out = Save("e.pdf", kCompact);
+    // catalog 1, pages 2, page 3, info 4 (packed), content 5, encrypt 6,
+    // object stream 7, cross-reference stream 8
+    EXPECT_NE(out.find("5 0 obj\r<</Length 2>>\rstream\nfg\rendstream"), std::string::npos);  // 'a'+5, 'b'+5
+    EXPECT_NE(out.find("6 0 obj\r<</Filter/Standard/V 1/R 2/O(OK)>>\rendobj\r"), std::string::npos);
+    size_t objstm = out.find("7 0 obj\r<</Type/ObjStm/N 4/");
+    ASSERT_NE(objstm, std::string::npos);
+    std::string sealed = StreamBytesAt(out, objstm);
+    for (char& c : sealed) c = static_cast<char>(c - 7);  // the whole stream under its own number
+    std::string packed = Inflate(sealed);
+    EXPECT_NE(packed.find("<</Title(AB)>>"), std::string::npos) << packed;  // strings not encrypted again
+    size_t xref = StartXref(out);
+    ASSERT_LT(xref, out.size());
+    EXPECT_EQ(out.substr(xref, 9), "8 0 obj\r<");
+    std::string rows = Inflate(StreamBytesAt(out, xref));
+    EXPECT_EQ(rows.size(), 9u * 5);  // objects 0-8: a predictor tag and W [1 2 1] per row
+    size_t dictEnd = out.find(">>\rstream\n", xref);
+    std::string xdict = out.substr(xref, dictEnd - xref);
+    EXPECT_NE(xdict.find("/Encrypt 6 0 R/ID[<"), std::string::npos) << xdict;
+    EXPECT_NE(xdict.find("/W[1 2 1]"), std::string::npos) << xdict;
+    EXPECT_EQ(out.substr(0, 9), "%PDF-1.5\r");
+}
+
+TEST_F(SaveTest, MergedPagesCarryTheObjectStreamMark) {
+    BuildDocument();
+    PDDoc source = PDDocFromCosDoc(doc);
+    doc = nullptr;
+    PDDoc plain = PDDocCreate();
+    PDDocInsertPages(plain, -1, source, 0, 1);
+    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(plain)).objectStreams);
+    CosDocMutableFileInfo(PDDocGetCosDoc(source)).objectStreams = true;
+    PDDoc merged = PDDocCreate();
+    PDDocInsertPageList(merged, -1, source, {});  // nothing taken: no mark
+    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(merged)).objectStreams);
+    PDDocInsertPages(merged, -1, source, 1, 1);
+    EXPECT_TRUE(CosDocGetFileInfo(PDDocGetCosDoc(merged)).objectStreams);
+    PDDocClose(merged);
+    PDDocClose(plain);
+    PDDocClose(source);
 }
 
 }  // namespace

@@ -291,6 +291,8 @@ TEST(WriterSaveModes, FlagsMapToModes) {
     EXPECT_EQ(CosSaveModeFromFlags(0x9, nullptr), 2u | kCosSaveModeForceFull);
     EXPECT_EQ(CosSaveModeFromFlags(0x8, nullptr), 0u);
     EXPECT_EQ(CosSaveModeFromFlags(0x1003, nullptr), 3u | kCosSaveModeCompact);
+    // Object streams bring the compact style with them.
+    EXPECT_EQ(CosSaveModeFromFlags(0x2003, nullptr), 3u | kCosSaveModeObjectStreams | kCosSaveModeCompact);
     CosSaveModeFromFlags(0x5, &lin);
     EXPECT_TRUE(lin);
 }

@@ -270,6 +270,30 @@ TEST_F(PipelineTest, HeaderVersionIsTheTargetsEvenBelowTheInputs) {
     PDDocClose(pd);
 }
 
+TEST_F(PipelineTest, ObjectStreamsSettingChoosesTheFileForm) {
+    PDDoc pd = MakeDoc(2);
+    auto compact = [&](const char* name) {
+        const std::string path = (dir / name).string();
+        EXPECT_EQ(0, pipeline::Run(pd, path, prefs, OperationRegistry{}));
+        std::ifstream in(path, std::ios::binary);
+        std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const bool stream = bytes.find("/Type/XRef") != std::string::npos;
+        EXPECT_NE(stream, bytes.find("\rxref\r") != std::string::npos) << name;
+        if (stream) EXPECT_EQ(bytes.substr(0, 8), "%PDF-1.5") << name;
+        return stream;
+    };
+    // Preserve (the default) follows what the input used.
+    EXPECT_FALSE(compact("plain.pdf"));
+    CosDocMutableFileInfo(PDDocGetCosDoc(pd)).objectStreams = true;
+    EXPECT_TRUE(compact("kept.pdf"));
+    prefs.Optimize().objectStreams = ASAtomFromString("Disable");
+    EXPECT_FALSE(compact("disabled.pdf"));
+    prefs.Optimize().objectStreams = ASAtomFromString("Generate");
+    CosDocMutableFileInfo(PDDocGetCosDoc(pd)).objectStreams = false;
+    EXPECT_TRUE(compact("generated.pdf"));
+    PDDocClose(pd);
+}
+
 TEST(PipelinePercent, ShrunkGrownAndZero) {
     EXPECT_DOUBLE_EQ(25.0, PercentShrunk(1000, 750));
     EXPECT_DOUBLE_EQ(-50.0, PercentShrunk(1000, 1500));

@@ -172,3 +172,22 @@ TEST(SettingsDict, IntegerKeysRefuseFractionsAndHugeReals) {
     for (const char* key : {"'FlateLevel'", "'Rotate'", "'OpenPage'", "'Rows'"})
         EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
 }
+
+TEST(SettingsDict, ObjectStreamsIsATopLevelName) {
+    ScratchDir dir;
+    for (const char* word : {"Generate", "Disable", "Preserve"}) {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        p.Optimize().objectStreams = A("Disable");
+        ASSERT_TRUE(LoadSettingsFile(p, dir.Write("o.tms", std::string("<< /ObjectStreams /") + word + " >>"), log.log));
+        EXPECT_EQ(p.Optimize().objectStreams, A(word));
+    }
+    for (const char* bad : {"<< /ObjectStreams /Always >>", "<< /ObjectStreams (Generate) >>",
+                            "<< /ObjectStreams true >>"}) {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        ASSERT_TRUE(LoadSettingsFile(p, dir.Write("b.tms", bad), log.log));
+        EXPECT_EQ(p.Optimize().objectStreams, A("Preserve")) << bad;
+        EXPECT_NE(log.Text().find("'ObjectStreams'"), std::string::npos) << bad << ": " << log.Text();
+    }
+}

@@ -33,6 +33,7 @@ void ChangeEverything(CTrimoraPreferences& p) {
     o.removePageLabels = A("RemoveUnused");
     o.annotProcessing = A("Flatten");
     o.acroformProcessing = A("Remove");
+    o.objectStreams = A("Generate");
 
     ViewingSettings& v = p.Viewing();
     v.rotate = 90;
@@ -396,4 +397,28 @@ TEST(SettingsXml, TextColorTakesOnlyHexDigitsOrUnitComponents) {
     c = colour("0.25 1 0", log);
     EXPECT_EQ(c, std::vector<double>({0.25, 1, 0}));
     EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+}
+
+TEST(SettingsXml, ObjectStreamsTakesItsThreeWords) {
+    ScratchDir dir;
+    EXPECT_EQ(CTrimoraPreferences().Optimize().objectStreams, A("Preserve"));
+    for (const char* word : {"Generate", "Disable", "Preserve"}) {
+        CapturedLog log;
+        CTrimoraPreferences p;
+        p.Optimize().objectStreams = A("Disable");
+        ASSERT_TRUE(ReadXmlSettings(
+            p, dir.Write("o.tmc", Target(std::string("<optimize><object-streams>") + word + "</object-streams></optimize>")),
+            log.log));
+        EXPECT_EQ(p.Optimize().objectStreams, A(word));
+        EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+    }
+    // Another word (or another case) keeps the setting and says so.
+    CapturedLog log;
+    CTrimoraPreferences p;
+    ASSERT_TRUE(ReadXmlSettings(
+        p, dir.Write("x.tmc", Target("<optimize><object-streams>generate</object-streams></optimize>")), log.log));
+    EXPECT_EQ(p.Optimize().objectStreams, A("Preserve"));
+    EXPECT_NE(log.Text().find("'object-streams'"), std::string::npos) << log.Text();
+    // Written in the optimize section.
+    EXPECT_NE(BuildXmlSettings(p).to_string().find("<object-streams>Preserve</object-streams>"), std::string::npos);
 }
