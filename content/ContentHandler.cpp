@@ -50,17 +50,22 @@ void ContentHandler::EndStream() {}
 void ContentHandler::Finish() {}
 
 void ContentHandler::PushState() {
-    // Deeply nested q is harmless but each level costs a copy; the stack
-    // is bounded so that a stream of a million q operators stays small.
-    if (m_states.size() < 4096) {
-        m_states.push_back(m_states.back());
-    } else {
-        m_states.push_back(m_states.back());
-        m_states.erase(m_states.begin() + 1);
+    // Each level costs a copy of the state, so the stack is bounded: past
+    // the cap, levels are only counted and share the state on top (a
+    // stream that saves a million times still restores correctly as long
+    // as it does not change state at those depths).
+    if (m_states.size() >= kMaxStateDepth) {
+        ++m_uncountedStates;
+        return;
     }
+    m_states.push_back(m_states.back());
 }
 
 bool ContentHandler::PopState() {
+    if (m_uncountedStates > 0) {
+        --m_uncountedStates;
+        return true;
+    }
     if (m_states.size() <= 1) return false;
     m_states.pop_back();
     return true;
@@ -140,7 +145,7 @@ void ContentHandler::SaveGraphicsState() {
 }
 
 void ContentHandler::RestoreGraphicsState() {
-    if (m_states.size() <= 1) {
+    if (m_states.size() <= 1 && m_uncountedStates == 0) {
         // A Q without its q: the stacks stay as they are.  It is still
         // written, because a renderer ignores it just the same.
         m_mismatch = true;

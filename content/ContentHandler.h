@@ -30,6 +30,8 @@ class ContentHandler {
 public:
     // How deeply forms, patterns and glyph procedures may nest.
     static constexpr int kMaxNesting = 32;
+    // Graphics states kept on the stack; deeper saves are only counted.
+    static constexpr size_t kMaxStateDepth = 4096;
 
     // One entry of the graphics-state stacks.
     struct GraphicsState {
@@ -194,6 +196,7 @@ protected:
     ContentWriter m_out;
     Log* m_log;
     std::vector<GraphicsState> m_states;
+    size_t m_uncountedStates = 0;
     std::vector<bool> m_markedDropEMC;  // per open marked-content sequence: drop its EMC
     bool m_mismatch = false;
     bool m_removeMarkedContent = false;

@@ -88,6 +88,7 @@ void ContentHandler::RunPage(CosObj page, bool annotations) {
     // Appearances are placed in the page's default space, whatever state
     // the page content left behind.
     m_states.assign(1, GraphicsState());
+    m_uncountedStates = 0;
     m_markedDropEMC.clear();
     ASInt32 n = CosArrayLength(annots);
     for (ASInt32 i = 0; i < n; ++i) {
@@ -173,22 +174,25 @@ bool ContentHandler::RunNested(CosObj stream, CosObj resources, const ContentMat
         CosObj resources;
         ContentMatrix base;
         std::vector<GraphicsState> states;
+        size_t uncounted;
         std::vector<bool> marked;
         bool enabled;
         ~Saved() {
             h.SetResources(resources);
             h.m_streamBase = base;
             h.m_states = std::move(states);
+            h.m_uncountedStates = uncounted;
             h.m_markedDropEMC = std::move(marked);
             h.m_out.SetEnabled(enabled);
             h.m_active.pop_back();
         }
-    } saved{*this, m_resources, m_streamBase, {}, {}, m_out.Enabled()};
+    } saved{*this, m_resources, m_streamBase, {}, m_uncountedStates, {}, m_out.Enabled()};
     GraphicsState top = m_states.back();
     saved.states = std::move(m_states);
     saved.marked = std::move(m_markedDropEMC);
     m_active.push_back(stream);
     m_states.assign(1, top);
+    m_uncountedStates = 0;
     m_states.back().ctm = ctm;
     m_markedDropEMC.clear();
     m_streamBase = ctm;

@@ -178,8 +178,21 @@ TEST(ContentRobustness, ManySavesAndRestoresStayBounded) {
     CapturedLog cap;
     ContentHandler h(&cap.log);
     h.RunContent(Bytes(src));
-    EXPECT_LE(h.StateDepth(), 4096u);
+    EXPECT_EQ(h.StateDepth(), 1u);
     EXPECT_TRUE(h.Mismatched());
+    EXPECT_EQ(cap.Text(), "Mismatched Save/Restore of graphic state!\n");
+    // Below the cap the states are real copies; above it they share the top.
+    ContentHandler deep;
+    std::string nest;
+    for (int i = 0; i < 5000; ++i) nest += "q ";
+    deep.RunContent(Bytes(nest));
+    EXPECT_EQ(deep.StateDepth(), ContentHandler::kMaxStateDepth);
+    std::string scaled = "q 2 0 0 2 0 0 cm " + nest + "Q Q 3 0 0 3 0 0 cm";
+    for (int i = 0; i < 4999; ++i) scaled += " Q";
+    ContentHandler back(&cap.log);
+    back.RunContent(Bytes(scaled));
+    EXPECT_DOUBLE_EQ(back.State().ctm.a, 1);
+    EXPECT_FALSE(back.Mismatched());
 }
 
 TEST(ContentTokenizer, KindsAndOperatorViews) {
