@@ -35,24 +35,44 @@ bool StrictNumber(std::string_view s, bool& isReal) {
 }
 
 double ParseValue(std::string_view s) {
-    // from_chars takes neither a leading '+' nor a bare trailing point in
-    // every library version, so both are trimmed here.
     bool negative = false;
-    if (!s.empty() && (s[0] == '+' || s[0] == '-')) {
-        negative = s[0] == '-';
-        s.remove_prefix(1);
+    size_t i = 0;
+    if (i < s.size() && (s[i] == '+' || s[i] == '-')) {
+        negative = s[i] == '-';
+        ++i;
     }
-    double v = 0;
-    if (!s.empty()) {
-        std::string tmp;
-        if (s.front() == '.') {
-            tmp = "0";
-            tmp.append(s);
-            s = tmp;
+    // The common short numbers exactly: an integer of the digits divided by
+    // a power of ten is correctly rounded while both are exact doubles.
+    static const double kPow10[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10,
+                                    1e11, 1e12, 1e13, 1e14, 1e15};
+    uint64_t digits = 0;
+    int count = 0, fraction = -1;
+    bool fast = true;
+    for (; i < s.size(); ++i) {
+        char c = s[i];
+        if (c == '.') {
+            fraction = 0;
+            continue;
         }
-        auto r = std::from_chars(s.data(), s.data() + s.size(), v);
-        if (r.ec != std::errc()) v = 0;
-        if (!std::isfinite(v)) v = 0;
+        if (count == 15) {
+            fast = false;
+            break;
+        }
+        digits = digits * 10 + static_cast<uint64_t>(c - '0');
+        ++count;
+        if (fraction >= 0) ++fraction;
+    }
+    double v;
+    if (fast) {
+        v = static_cast<double>(digits) / kPow10[fraction > 0 ? fraction : 0];
+    } else {
+        // Long numbers: the library's correctly rounded reading.
+        std::string tmp = "0";
+        for (char c : s)
+            if (c != '+' && c != '-') tmp.push_back(c);
+        v = 0;
+        auto r = std::from_chars(tmp.data(), tmp.data() + tmp.size(), v);
+        if (r.ec != std::errc() || !std::isfinite(v)) v = 0;
     }
     return negative ? -v : v;
 }

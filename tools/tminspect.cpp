@@ -8,7 +8,8 @@
 //   tminspect --rewrite-content IN OUT          every page, form, tiling pattern and Type 3
 //                                               glyph rewritten through the base content
 //                                               handler, then a full save; prints the
-//                                               operators each page lost
+//                                               operators each page lost (--no-check:
+//                                               not counted; --store: no compression)
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,6 +36,8 @@ struct Options {
     long pageNum = 0;
     bool decoded = false;
     std::string output;  // --rewrite target
+    bool check = true;   // --no-check: skip counting lost operators
+    int flate = 6;       // --store: write rewritten content without compression
 };
 
 int Usage() {
@@ -42,7 +45,7 @@ int Usage() {
                  "usage: tminspect FILE [--password PW] [--object N [--decoded] | --load-all]\n"
                  "       tminspect FILE --content N [--password PW]\n"
                  "       tminspect --rewrite IN OUT [--password PW]\n"
-                 "       tminspect --rewrite-content IN OUT [--password PW]\n");
+                 "       tminspect --rewrite-content IN OUT [--password PW] [--no-check] [--store]\n");
     return 1;
 }
 
@@ -68,6 +71,10 @@ bool ParseArgs(int argc, char** argv, Options& o) {
             o.mode = Mode::RewriteContent;
             o.file = args[++i];
             o.output = args[++i];
+        } else if (a == "--no-check") {
+            o.check = false;
+        } else if (a == "--store") {
+            o.flate = -1;
         } else if (a == "--decoded") {
             o.decoded = true;
         } else if (a == "--load-all") {
@@ -178,14 +185,15 @@ int RunContent(PDDoc pd, const Options& o) {
 
 // Rewrites one stream through the base handler with `resources`; returns
 // the operators it lost.
-std::string RewriteStream(CosObj stream, CosObj resources, Log& log) {
+std::string RewriteStream(CosObj stream, CosObj resources, Log& log, const Options& o) {
     std::vector<uint8_t> data = CosStreamDecodedData(stream);
     ContentHandler h(&log);
     h.SetResources(resources);
     h.RunContent(data);
-    std::string lost = Lost(CountOperators(data), CountOperators({reinterpret_cast<const uint8_t*>(h.Out().Text().data()), h.Out().Size()}));
     const std::string& text = h.Out().Text();
-    CosStreamSetDecodedData(stream, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, 6);
+    std::span<const uint8_t> out(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    std::string lost = o.check ? Lost(CountOperators(data), CountOperators(out)) : std::string();
+    CosStreamSetDecodedData(stream, out, o.flate);
     return lost;
 }
 
@@ -204,19 +212,19 @@ int RunRewriteContent(PDDoc pd, const Options& o) {
     for (int p = 0; p < pages; ++p) {
         CosObj page = PDDocGetPageObj(pd, p);
         try {
-            std::vector<uint8_t> data = PageContentBytes(page, &log);
+            std::vector<uint8_t> data = o.check ? PageContentBytes(page, &log) : std::vector<uint8_t>();
             ContentHandler h(&log);
             h.RunPage(page);
             const std::string& text = h.Out().Text();
             std::span<const uint8_t> out(reinterpret_cast<const uint8_t*>(text.data()), text.size());
-            std::string lost = Lost(CountOperators(data), CountOperators(out));
+            std::string lost = o.check ? Lost(CountOperators(data), CountOperators(out)) : std::string();
             if (!lost.empty()) std::printf("page %d lost: %s\n", p + 1, lost.c_str());
             CosObj contents = CosDictGet(page, cosnames::Contents);
             if (CosObjGetType(contents) == kCosStream) {
-                CosStreamSetDecodedData(contents, out, 6);
+                CosStreamSetDecodedData(contents, out, o.flate);
             } else if (CosObjGetType(contents) == kCosArray) {
                 CosObj stream = CosNewStream(cos, CosNewNull(), {});
-                CosStreamSetDecodedData(stream, out, 6);
+                CosStreamSetDecodedData(stream, out, o.flate);
                 CosDictPut(page, cosnames::Contents, stream);
             }
         } catch (const CVellumError& e) {
@@ -233,7 +241,7 @@ int RunRewriteContent(PDDoc pd, const Options& o) {
             CosType t = CosObjGetType(obj);
             if (t == kCosStream && (CosDictGetName(obj, kSubtype) == kForm || CosDictGetInt(obj, kPatternType, 0) == 1)) {
                 bool form = CosDictGetName(obj, kSubtype) == kForm;
-                std::string lost = RewriteStream(obj, CosDictGet(obj, cosnames::Resources), log);
+                std::string lost = RewriteStream(obj, CosDictGet(obj, cosnames::Resources), log, o);
                 if (!lost.empty()) std::printf("%s %d lost: %s\n", form ? "form" : "pattern", i, lost.c_str());
                 ++(form ? forms : patterns);
             } else if (t == kCosDict && CosDictGetName(obj, kSubtype) == kType3) {
@@ -242,7 +250,7 @@ int RunRewriteContent(PDDoc pd, const Options& o) {
                 for (ASInt32 k = 0; k < CosDictCount(procs); ++k) {
                     CosObj proc = CosDictValueAt(procs, k);
                     if (CosObjGetType(proc) != kCosStream) continue;
-                    std::string lost = RewriteStream(proc, CosDictGet(obj, cosnames::Resources), log);
+                    std::string lost = RewriteStream(proc, CosDictGet(obj, cosnames::Resources), log, o);
                     if (!lost.empty()) std::printf("glyph %d/%d lost: %s\n", i, k, lost.c_str());
                     ++glyphs;
                 }

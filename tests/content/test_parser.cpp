@@ -211,6 +211,23 @@ TEST(ContentTokenizer, KindsAndOperatorViews) {
     EXPECT_EQ(tok.Next(t, op), ContentTokenizer::Result::End);
 }
 
+TEST(ContentTokenizer, NumberValues) {
+    ContentTokenizer tok(Bytes("12 -3.5 .25 +7 -.5 5. 0.1234567890123456789 123456789012345678 --5 1.2.3 Tj"));
+    ContentToken t;
+    std::string_view op;
+    std::vector<double> values;
+    std::vector<std::string> texts;
+    while (tok.Next(t, op) == ContentTokenizer::Result::Operand) {
+        values.push_back(t.number);
+        texts.push_back(t.text);
+    }
+    std::vector<double> want = {12, -3.5, 0.25, 7, -0.5, 5, 0.1234567890123456789, 123456789012345678.0, 0, 1.2};
+    ASSERT_EQ(values.size(), want.size());
+    for (size_t i = 0; i < want.size(); ++i) EXPECT_DOUBLE_EQ(values[i], want[i]) << i;
+    EXPECT_EQ(texts[3], "+7");
+    EXPECT_EQ(texts[5], "5.");
+}
+
 TEST(PageContent, AnArrayOfStreamsReadsAsOneSequence) {
     CosDoc doc = CosDocCreate();
     CosObj page = CosNewDict(doc, true);
