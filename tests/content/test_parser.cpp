@@ -114,6 +114,10 @@ TEST(InlineImages, FilteredDataEndsAtAnEIFollowedByContent) {
     std::string data = std::string("x\x9c EI \x01\x02\x03\xff", 10);
     std::string src = "BI /W 8 /H 8 /BPC 8 /CS /G /F /Fl ID " + data + "\nEI 1 w";
     EXPECT_EQ(Rewrite(src), "BI /W 8 /H 8 /BPC 8 /CS /G /F /Fl ID " + data + "\nEI 1 w ");
+    // Printable text after an "EI" inside the data is not enough: it must
+    // read as operators.
+    EXPECT_EQ(Rewrite("BI /W 9 /H 9 /BPC 1 /CS /G /F /AHx ID 41 EI zz yy 42\nEI Q"),
+              "BI /W 9 /H 9 /BPC 1 /CS /G /F /AHx ID 41 EI zz yy 42\nEI Q ");
     // An A85 image ending "~>EI" without white space.
     EXPECT_EQ(Rewrite("BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>EI Q"),
               "BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>\nEI Q ");
