@@ -205,24 +205,31 @@ void ContentHandler::SetColorStrokeN(OperandStack& s) {
     if (WantsDescent()) DescendPattern(s);
 }
 
+bool ContentHandler::IsPatternSpace(const std::string& name) const {
+    if (name == "Pattern") return true;
+    static const ASAtom kColorSpace = ASAtomFromString("ColorSpace");
+    static const ASAtom kPatternName = ASAtomFromString("Pattern");
+    CosObj cs = LookupResource(kColorSpace, name);
+    return CosObjGetType(cs) == kCosArray && CosObjGetType(CosArrayGet(cs, 0)) == kCosName &&
+           CosNameValue(CosArrayGet(cs, 0)) == kPatternName;
+}
+
 void ContentHandler::SetColorSpaceFill(OperandStack& s) {
     if (!Keep(s, "cs", 1, "   SetColorSpaceFill: TOO MANY PARAMS\n ")) return;
     if (!s[0].IsName()) return;
     State().fillSpace = s[0].text;
     State().colorSpaceName = s[0].text;
-    State().fillPattern = s[0].text == "Pattern" ||
-                          (CosObjGetType(LookupResource(ASAtomFromString("ColorSpace"), s[0].text)) == kCosArray &&
-                           ASAtomGetString(CosNameValue(CosArrayGet(
-                               LookupResource(ASAtomFromString("ColorSpace"), s[0].text), 0))) ==
-                               std::string("Pattern"));
+    State().fillPattern = IsPatternSpace(s[0].text);
 }
+
 void ContentHandler::SetColorSpaceStroke(OperandStack& s) {
     if (!Keep(s, "CS", 1, "   SetColorSpaceStroke: TOO MANY PARAMS\n ")) return;
     if (!s[0].IsName()) return;
     State().strokeSpace = s[0].text;
     State().colorSpaceName = s[0].text;
-    State().strokePattern = s[0].text == "Pattern";
+    State().strokePattern = IsPatternSpace(s[0].text);
 }
+
 void ContentHandler::SetShadedFill(OperandStack& s) { Keep(s, "sh", 1, "   SetShadedFill: TOO MANY PARAMS\n "); }
 void ContentHandler::SetTextCharacterSpacing(OperandStack& s) {
     Keep(s, "Tc", 1, "   SetTextCharacterSpacing: TOO MANY PARAMS\n ");

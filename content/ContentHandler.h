@@ -175,6 +175,8 @@ public:
 
     // The resource `name` of `category` in the current resources, or null.
     CosObj LookupResource(ASAtom category, std::string_view name) const;
+    // True for "Pattern" and for a colour-space resource of the Pattern family.
+    bool IsPatternSpace(const std::string& name) const;
 
 protected:
     // Writes the operands and the operator when the operand count is

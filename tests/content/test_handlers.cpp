@@ -145,6 +145,27 @@ TEST_F(HandlerDoc, PlacementMultipliesNestedMatrices) {
     EXPECT_DOUBLE_EQ(dy, 216);
 }
 
+TEST_F(HandlerDoc, GraphicsStateTracksColourSpacesAndFonts) {
+    CosObj cs = CosNewArray(doc, false);
+    CosArrayAppend(cs, Name(doc, "Pattern"));
+    CosArrayAppend(cs, Name(doc, "DeviceRGB"));
+    Put(Category(resources, "ColorSpace"), "PCS", cs);
+    ContentHandler h;
+    h.SetResources(resources);
+    h.RunContent(Bytes("/PCS cs /CS0 CS q 1 0 0 rg /Pattern CS /F2 7 Tf Q"));
+    EXPECT_EQ(h.State().fillSpace, "PCS");
+    EXPECT_TRUE(h.State().fillPattern);
+    EXPECT_EQ(h.State().strokeSpace, "CS0");
+    EXPECT_FALSE(h.State().strokePattern);
+    EXPECT_EQ(h.State().fontName, "");
+    h.RunContent(Bytes("1 0 0 rg /Pattern CS /F2 7 Tf"));
+    EXPECT_EQ(h.State().fillSpace, "DeviceRGB");
+    EXPECT_FALSE(h.State().fillPattern);
+    EXPECT_TRUE(h.State().strokePattern);
+    EXPECT_EQ(h.State().fontName, "F2");
+    EXPECT_EQ(h.State().fontSize, 7);
+}
+
 TEST_F(HandlerDoc, RotatedPlacementAndDegenerateMatrices) {
     PlacedImage p;
     p.width = 100;
