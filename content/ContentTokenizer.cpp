@@ -470,19 +470,18 @@ size_t ContentTokenizer::FindImageEnd(size_t start, const ContentToken& dict, si
         }
     }
 
-    // Otherwise search for an EI that is followed by what reads as content;
-    // first one after white space, then any.
+    // Otherwise the first EI that is followed by white space and by what
+    // reads as content ends the data.  One pass, as viewers search: a
+    // preference for an EI preceded by white space would have to look at
+    // the rest of the stream for every image.
     std::string_view all(reinterpret_cast<const char*>(m_data.data()), n);
-    for (int pass = 0; pass < 2; ++pass) {
-        size_t p = start;
-        while ((p = all.find("EI", p)) != std::string_view::npos) {
-            bool before = pass == 1 || (p > start && IsWhite(m_data[p - 1])) || p == start;
-            if (before && endsHere(p) && PlausibleContentAfter(p + 2)) {
-                dataEnd = p;
-                return p + 2;
-            }
-            ++p;
+    size_t p = start;
+    while ((p = all.find("EI", p)) != std::string_view::npos) {
+        if (endsHere(p) && PlausibleContentAfter(p + 2)) {
+            dataEnd = p;
+            return p + 2;
         }
+        ++p;
     }
     ++m_warn.missingEI;
     dataEnd = n;

@@ -121,6 +121,9 @@ TEST(InlineImages, FilteredDataEndsAtAnEIFollowedByContent) {
     // An A85 image ending "~>EI" without white space.
     EXPECT_EQ(Rewrite("BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>EI Q"),
               "BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>\nEI Q ");
+    // Images whose data runs into EI without white space, one after another.
+    EXPECT_EQ(Rewrite("BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID aEI BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID bEI Q"),
+              "BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID a\nEI BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID b\nEI Q ");
     // A colour space named in the resources is not known to the tokenizer
     // without them, so the end is searched for.
     EXPECT_EQ(Rewrite("BI /W 2 /H 1 /BPC 8 /CS /Cs1 ID ab\nEI n"), "BI /W 2 /H 1 /BPC 8 /CS /Cs1 ID ab\nEI n ");
