@@ -261,18 +261,26 @@ void ContentWriter::ShowText(std::string_view bytes) {
     Append(text);
 }
 
+void ContentWriter::SetColorText(std::string text, bool fill) {
+    Append(text);
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    (fill ? m_fill : m_stroke) = std::move(text);
+}
+
 void ContentWriter::SetGray(double gray, bool fill) {
-    Append((boost::format("%1% %2%%3%") % gray % (fill ? "g" : "G") % OperatorSeparator).str());
+    SetColorText((boost::format("%1% %2%%3%") % gray % (fill ? "g" : "G") % OperatorSeparator).str(), fill);
 }
 
 void ContentWriter::SetRGB(double r, double g, double b, bool fill) {
-    Append((boost::format("%1% %2% %3% %4%%5%") % r % g % b % (fill ? "rg" : "RG") %
-            OperatorSeparator).str());
+    SetColorText((boost::format("%1% %2% %3% %4%%5%") % r % g % b % (fill ? "rg" : "RG") %
+                  OperatorSeparator).str(),
+                 fill);
 }
 
 void ContentWriter::SetCMYK(double c, double m, double y, double k, bool fill) {
-    Append((boost::format("%1% %2% %3% %4% %5%%6%") % c % m % y % k % (fill ? "k" : "K") %
-            OperatorSeparator).str());
+    SetColorText((boost::format("%1% %2% %3% %4% %5%%6%") % c % m % y % k % (fill ? "k" : "K") %
+                  OperatorSeparator).str(),
+                 fill);
 }
 
 void ContentWriter::SetNamedColor(std::string_view color, bool fill) {
@@ -357,8 +365,9 @@ void ContentWriter::SetSpotColor(std::string_view colorant, double c, double m, 
         name = AddResource(m_resources, K_ColorSpace, "TMRCS", space);
         m_made[spaceText] = name;
     }
-    Append((boost::format("/%1% %2% %3% %4%%5%") % name % (fill ? "cs" : "CS") % tint %
-            (fill ? "scn" : "SCN") % OperatorSeparator).str());
+    SetColorText((boost::format("/%1% %2% %3% %4%%5%") % name % (fill ? "cs" : "CS") % tint %
+                  (fill ? "scn" : "SCN") % OperatorSeparator).str(),
+                 fill);
 }
 
 void ContentWriter::SetOpacity(double opacity, std::string_view key) {

@@ -104,6 +104,9 @@ public:
     double SubpathY() const { return m_startY; }
     double Opacity() const { return m_opacity; }
     double LineWidth() const { return m_lineWidth; }
+    // The last colour set for filling and for stroking, as written ("0.5 g").
+    const std::string& FillColor() const { return m_fill; }
+    const std::string& StrokeColor() const { return m_stroke; }
 
     // The first name `prefix` + n (n counting up from 1) absent from the
     // category `category` of `resources`.
@@ -120,6 +123,8 @@ private:
     double m_curX = 0, m_curY = 0, m_startX = 0, m_startY = 0;
     double m_opacity = 1.0;
     double m_lineWidth = 1.0;
+    std::string m_fill = "0 g", m_stroke = "0 G";
+    void SetColorText(std::string text, bool fill);
     // Generated resources already made by this writer, by their source text,
     // so repeating an opacity or spot colour reuses its resource.
     std::map<std::string, std::string> m_made;

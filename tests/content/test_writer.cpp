@@ -88,9 +88,12 @@ TEST(ContentWriter, NamedColours) {
     w.Clear();
     w.SetNamedColor("none", true);
     EXPECT_EQ(w.Text(), "");
+    EXPECT_EQ(w.FillColor(), "0 0 0 rg");
     w.SetGray(0.25, true);
     w.SetCMYK(0, 0.5, 1, 0, false);
     EXPECT_EQ(w.Text(), "0.25 g 0 0.5 1 0 K ");
+    EXPECT_EQ(w.FillColor(), "0.25 g");
+    EXPECT_EQ(w.StrokeColor(), "0 0.5 1 0 K");
 }
 
 class WriterResources : public ::testing::Test {
@@ -133,6 +136,7 @@ TEST_F(WriterResources, SpotColourMakesASeparationSpace) {
     w.SetSpotColor("Brand Red", 0, 1, 0.8, 0.1, 0.5, true);
     w.SetSpotColor("Brand Red", 0, 1, 0.8, 0.1, 1, false);
     EXPECT_EQ(w.Text(), "/TMRCS1 cs 0.5 scn /TMRCS1 CS 1 SCN ");
+    EXPECT_EQ(w.FillColor(), "/TMRCS1 cs 0.5 scn");
     CosObj cs = Get(Get(resources, "ColorSpace"), "TMRCS1");
     ASSERT_EQ(CosObjGetType(cs), kCosArray);
     EXPECT_EQ(std::string(ASAtomGetString(CosNameValue(CosArrayGet(cs, 0)))), "Separation");
