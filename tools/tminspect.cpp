@@ -8,6 +8,12 @@
 //   tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]
 //                                               full save of IN to OUT, nothing else
 //                                               changed (in the compact form on request)
+//   tminspect FILE --content N                  page N's content as the rewriter writes it
+//   tminspect --rewrite-content IN OUT          every page, form, tiling pattern and Type 3
+//                                               glyph rewritten through the base content
+//                                               handler, then a full save; prints the
+//                                               operators each page lost (--no-check:
+//                                               not counted; --store: no compression)
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -16,29 +22,37 @@
 #include <string>
 #include <vector>
 
+#include "content/ContentHandler.h"
+#include "content/ContentParser.h"
 #include "pdfcore/CosDoc.h"
+#include "pdfcore/CosNames.h"
 #include "pdfcore/PDDoc.h"
 #include "base/ASMem.h"
 
 namespace {
 
-enum class Mode { Summary, Object, LoadAll, Packing, Rewrite };
+enum class Mode { Summary, Object, LoadAll, Packing, Rewrite, Content, RewriteContent };
 
 struct Options {
     Mode mode = Mode::Summary;
     std::string file;
     std::string password;
     long objNum = 0;
+    long pageNum = 0;
     bool decoded = false;
     std::string output;  // --rewrite target
     bool objectStreams = false;
     long perStream = 0;
+    bool check = true;   // --no-check: skip counting lost operators
+    int flate = 6;       // --store: write rewritten content without compression
 };
 
 int Usage() {
     std::fprintf(stderr,
                  "usage: tminspect FILE [--password PW] [--object N [--decoded] | --load-all | --packing]\n"
-                 "       tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]\n");
+                 "       tminspect FILE --content N [--password PW]\n"
+                 "       tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]\n"
+                 "       tminspect --rewrite-content IN OUT [--password PW] [--no-check] [--store]\n");
     return 1;
 }
 
@@ -55,6 +69,19 @@ bool ParseArgs(int argc, char** argv, Options& o) {
             char* end = nullptr;
             o.objNum = std::strtol(args[++i].c_str(), &end, 10);
             if (!end || *end || o.objNum <= 0) return false;
+        } else if (a == "--content" && hasNext) {
+            o.mode = Mode::Content;
+            char* end = nullptr;
+            o.pageNum = std::strtol(args[++i].c_str(), &end, 10);
+            if (!end || *end || o.pageNum <= 0) return false;
+        } else if (a == "--rewrite-content" && i + 2 < args.size() && o.file.empty()) {
+            o.mode = Mode::RewriteContent;
+            o.file = args[++i];
+            o.output = args[++i];
+        } else if (a == "--no-check") {
+            o.check = false;
+        } else if (a == "--store") {
+            o.flate = -1;
         } else if (a == "--decoded") {
             o.decoded = true;
         } else if (a == "--load-all") {
@@ -276,6 +303,133 @@ int RunRewrite(PDDoc pd, const Options& o) {
     return 0;
 }
 
+// Counts the operators a stream draws with, as the parser reads them (F
+// counted as f, which it becomes on purpose).
+class OperatorCounter : public ContentHandler {
+public:
+    OperatorCounter() { m_out.SetEnabled(false); }
+    void Operator(std::string_view op) override { ++counts[op == "F" ? std::string("f") : std::string(op)]; }
+    std::map<std::string, long> counts;
+};
+
+std::map<std::string, long> CountOperators(std::span<const uint8_t> data) {
+    OperatorCounter c;
+    c.RunContent(data);
+    return c.counts;
+}
+
+// "xyz 2, PS 1": the operators of `before` missing from `after`.
+std::string Lost(const std::map<std::string, long>& before, const std::map<std::string, long>& after) {
+    std::string out;
+    for (const auto& [op, n] : before) {
+        auto it = after.find(op);
+        long left = it == after.end() ? 0 : it->second;
+        if (left >= n) continue;
+        if (!out.empty()) out += ", ";
+        out += op + " " + std::to_string(n - left);
+    }
+    return out;
+}
+
+int RunContent(PDDoc pd, const Options& o) {
+    if (o.pageNum > PDDocGetNumPages(pd)) {
+        std::fprintf(stderr, "tminspect: the document has %d pages\n", PDDocGetNumPages(pd));
+        return 1;
+    }
+    Log log;
+    log.SetFileLoggingAllowed(false);
+    ContentHandler h(&log);
+    h.RunPage(PDDocGetPageObj(pd, static_cast<ASInt32>(o.pageNum - 1)));
+    std::fwrite(h.Out().Text().data(), 1, h.Out().Size(), stdout);
+    std::printf("\n");
+    return 0;
+}
+
+// Rewrites one stream through the base handler with `resources`; returns
+// the operators it lost.
+std::string RewriteStream(CosObj stream, CosObj resources, Log& log, const Options& o) {
+    std::vector<uint8_t> data = CosStreamDecodedData(stream);
+    ContentHandler h(&log);
+    h.SetResources(resources);
+    h.RunContent(data);
+    const std::string& text = h.Out().Text();
+    std::span<const uint8_t> out(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    std::string lost = o.check ? Lost(CountOperators(data), CountOperators(out)) : std::string();
+    CosStreamSetDecodedData(stream, out, o.flate);
+    return lost;
+}
+
+int RunRewriteContent(PDDoc pd, const Options& o) {
+    static const ASAtom kSubtype = ASAtomFromString("Subtype");
+    static const ASAtom kForm = ASAtomFromString("Form");
+    static const ASAtom kType3 = ASAtomFromString("Type3");
+    static const ASAtom kCharProcs = ASAtomFromString("CharProcs");
+    static const ASAtom kPatternType = ASAtomFromString("PatternType");
+    CosDoc cos = PDDocGetCosDoc(pd);
+    Log log;
+    log.SetFileLoggingAllowed(false);
+    log.SetChannelOff(Log::kInfo, true);
+    log.SetChannelOff(Log::kWarning, true);
+    int pages = PDDocGetNumPages(pd), forms = 0, patterns = 0, glyphs = 0, failed = 0;
+    for (int p = 0; p < pages; ++p) {
+        CosObj page = PDDocGetPageObj(pd, p);
+        try {
+            std::vector<uint8_t> data = o.check ? PageContentBytes(page, &log) : std::vector<uint8_t>();
+            ContentHandler h(&log);
+            h.RunPage(page);
+            const std::string& text = h.Out().Text();
+            std::span<const uint8_t> out(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+            std::string lost = o.check ? Lost(CountOperators(data), CountOperators(out)) : std::string();
+            if (!lost.empty()) std::printf("page %d lost: %s\n", p + 1, lost.c_str());
+            CosObj contents = CosDictGet(page, cosnames::Contents);
+            if (CosObjGetType(contents) == kCosStream) {
+                CosStreamSetDecodedData(contents, out, o.flate);
+            } else if (CosObjGetType(contents) == kCosArray) {
+                CosObj stream = CosNewStream(cos, CosNewNull(), {});
+                CosStreamSetDecodedData(stream, out, o.flate);
+                CosDictPut(page, cosnames::Contents, stream);
+            }
+        } catch (const CVellumError& e) {
+            std::printf("page %d not rewritten: %s\n", p + 1, e.what());
+            ++failed;
+        }
+    }
+    // Every form, tiling pattern and Type 3 glyph procedure of the file,
+    // whether or not a page draws it.
+    ASInt32 n = CosDocGetObjTableSize(cos);
+    for (ASInt32 i = 1; i < n; ++i) {
+        try {
+            CosObj obj = CosDocGetObjByID(cos, i);
+            CosType t = CosObjGetType(obj);
+            if (t == kCosStream && (CosDictGetName(obj, kSubtype) == kForm || CosDictGetInt(obj, kPatternType, 0) == 1)) {
+                bool form = CosDictGetName(obj, kSubtype) == kForm;
+                std::string lost = RewriteStream(obj, CosDictGet(obj, cosnames::Resources), log, o);
+                if (!lost.empty()) std::printf("%s %d lost: %s\n", form ? "form" : "pattern", i, lost.c_str());
+                ++(form ? forms : patterns);
+            } else if (t == kCosDict && CosDictGetName(obj, kSubtype) == kType3) {
+                CosObj procs = CosDictGet(obj, kCharProcs);
+                if (CosObjGetType(procs) != kCosDict) continue;
+                for (ASInt32 k = 0; k < CosDictCount(procs); ++k) {
+                    CosObj proc = CosDictValueAt(procs, k);
+                    if (CosObjGetType(proc) != kCosStream) continue;
+                    std::string lost = RewriteStream(proc, CosDictGet(obj, cosnames::Resources), log, o);
+                    if (!lost.empty()) std::printf("glyph %d/%d lost: %s\n", i, k, lost.c_str());
+                    ++glyphs;
+                }
+            }
+        } catch (const CVellumError& e) {
+            std::printf("object %d not rewritten: %s\n", i, e.what());
+            ++failed;
+        }
+    }
+    CosSaveParams params;
+    params.path = o.output;
+    int64_t written = CosDocSave(cos, params);
+    std::printf("rewrote %d pages, %d forms, %d patterns, %d glyphs (%d failed); wrote %lld bytes\n", pages,
+                forms, patterns, glyphs, failed, static_cast<long long>(written));
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -294,6 +448,8 @@ int main(int argc, char** argv) {
         case Mode::LoadAll: rc = RunLoadAll(pd); break;
         case Mode::Packing: rc = RunPacking(pd, o); break;
         case Mode::Rewrite: rc = RunRewrite(pd, o); break;
+        case Mode::Content: rc = RunContent(pd, o); break;
+        case Mode::RewriteContent: rc = RunRewriteContent(pd, o); break;
         }
     } catch (const CVellumError& e) {
         std::fprintf(stderr, "tminspect: %s: %s\n", o.file.c_str(), e.what());

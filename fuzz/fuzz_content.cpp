@@ -1,0 +1,61 @@
+// Content-stream fuzz target: the bytes are one page's decoded content.
+// They go through the base handler's rewrite and the three analysing
+// handlers; the rewrite must read back as the very operators it wrote.
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "base/ASMem.h"
+#include "content/ContentHandler.h"
+#include "content/Placement.h"
+#include "content/ResourceUse.h"
+#include "content/TextTracking.h"
+#include "pdfcore/CosDoc.h"
+
+namespace {
+
+class Counter : public ContentHandler {
+public:
+    Counter() { m_out.SetEnabled(false); }
+    void Operator(std::string_view op) override { ++ops[std::string(op)]; }
+    std::map<std::string, long> ops;
+};
+
+std::span<const uint8_t> Bytes(const std::string& s) {
+    return {reinterpret_cast<const uint8_t*>(s.data()), s.size()};
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static bool started = [] {
+        VellumDataRec rec;
+        VellumInit(&rec);
+        CosCoreInit();
+        return true;
+    }();
+    (void)started;
+    std::span<const uint8_t> in(data, size);
+
+    ContentHandler rewrite;
+    rewrite.SetRemoveMarkedContent(size > 0 && (data[0] & 1));
+    rewrite.RunContent(in);
+    const std::string once = rewrite.Out().Text();
+
+    ContentHandler again;
+    again.RunContent(Bytes(once));
+    Counter a, b;
+    a.RunContent(Bytes(once));
+    b.RunContent(Bytes(again.Out().Text()));
+    if (a.ops != b.ops) __builtin_trap();
+
+    ResourceUseHandler use;
+    use.RunContent(in);
+    TextTrackingHandler text;
+    text.RunContent(in);
+    text.Finish();
+    PlacementHandler place;
+    place.RunContent(in);
+    return 0;
+}
