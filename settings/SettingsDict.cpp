@@ -135,7 +135,7 @@ public:
         double zoom;
         if (Number(top, "OpenZoom", zoom) && SetNumberInRange(m_log, vw.openZoom, zoom, 1, 6400, "OpenZoom"))
             vw.openZoomFit = K("Custom");
-        Int(top, "FlateLevel", op.flateLevel, 0, 9);
+        Int(top, "FlateLevel", op.flateLevel, 0, 12);
 
         CosObj info = Dict(top, "Info");
         for (ASInt32 i = 0; !CosObjIsNull(info) && i < CosDictCount(info); ++i) {

@@ -106,7 +106,7 @@ public:
         for (const node_ptr& c : sec->children()) {
             const std::string& n = c->name();
             if (n == "flate-level") {
-                SetIntInRange(m_log, s.flateLevel, ToInt(c->value(), "flate-level"), 0, 9, "flate-level");
+                SetIntInRange(m_log, s.flateLevel, ToInt(c->value(), "flate-level"), 0, 12, "flate-level");
                 continue;
             }
             for (const auto& b : bools)

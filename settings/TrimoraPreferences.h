@@ -41,7 +41,7 @@ struct TargetSettings {
 };
 
 struct OptimizeSettings {
-    ASInt32 flateLevel = 9;  // 0..9
+    ASInt32 flateLevel = 9;  // 0..12 (10-12: slower, smaller)
     bool linearize = false;
     bool touchDates = false;
     bool dupXObjCheck = false;
