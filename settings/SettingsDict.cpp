@@ -212,6 +212,8 @@ public:
         Bool(o, "RemoveEmbeddedFiles", s.removeEmbeddedFiles);
         Bool(o, "RemoveRIOperators", s.removeRIOperators);
         Bool(o, "RemoveOCGs", s.removeOCGs);
+        Bool(o, "DuplicateObjectCheck", s.dupObjectCheck);
+        Bool(o, "RecompressImagesLossless", s.recompressImagesLossless);
         Choice(o, "RemoveAnnotations", s.annotProcessing, L::AnnotAction);
         Choice(o, "RemoveAcroForms", s.acroformProcessing, L::AnnotAction);
         Choice(o, "RemoveThreads", s.removeThreads, L::RemoveAction);

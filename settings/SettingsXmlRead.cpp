@@ -90,6 +90,8 @@ public:
             {"remove-ocgs", &OptimizeSettings::removeOCGs},
             {"remove-transparency", &OptimizeSettings::removeTransparency},
             {"flatten-xobjects", &OptimizeSettings::flattenXObjects},
+            {"dup-object-check", &OptimizeSettings::dupObjectCheck},
+            {"recompress-images-lossless", &OptimizeSettings::recompressImagesLossless},
         };
         struct WordItem {
             const char* name;

@@ -47,6 +47,8 @@ void Optimize(const node_ptr& n, const OptimizeSettings& s) {
     AddWord(n, "annot-processing", s.annotProcessing);
     AddWord(n, "acroform-processing", s.acroformProcessing);
     AddBool(n, "flatten-xobjects", s.flattenXObjects);
+    AddBool(n, "dup-object-check", s.dupObjectCheck);
+    AddBool(n, "recompress-images-lossless", s.recompressImagesLossless);
 }
 
 void Viewing(const node_ptr& n, const ViewingSettings& s) {

@@ -64,6 +64,8 @@ struct OptimizeSettings {
     ASAtom annotProcessing;    // None (keep, default), Flatten, Remove
     ASAtom acroformProcessing; // None (keep, default), Flatten, Remove
     bool flattenXObjects = false;
+    bool dupObjectCheck = false;            // merge byte-equal objects of every kind
+    bool recompressImagesLossless = false;  // re-encode images without changing a sample
     OptimizeSettings();
     bool operator==(const OptimizeSettings&) const = default;
 };
