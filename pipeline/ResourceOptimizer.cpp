@@ -519,10 +519,10 @@ CosObj DuplicateFinder::Find(const ImageRecord& record, const std::string& key) 
     // equals, so an undecodable image is neither merged nor decoded again.
     if (!list.empty()) {
         rec.digest = DecodedDigest(rec.image);
-        if (rec.digest.empty()) rec.digest = "-";
+        if (rec.digest.empty()) rec.digest.assign(1, '-');
         for (ImageRecord& earlier : list) {
             if (earlier.digest.empty()) earlier.digest = DecodedDigest(earlier.image);
-            if (earlier.digest.empty()) earlier.digest = "-";
+            if (earlier.digest.empty()) earlier.digest.assign(1, '-');
             if (rec.digest != "-" && earlier.digest == rec.digest) return earlier.image;
         }
     }
