@@ -83,7 +83,7 @@ bool Write(jpeg_decompress_struct& src, jvirt_barray_ptr* coefs, bool progressiv
 
 }  // namespace
 
-JpegTranscodeResult JpegTranscode(ByteSpan in) {
+JpegTranscodeResult JpegTranscode(ByteSpan in, bool allowProgressive) {
     JpegTranscodeResult r;
     if (in.empty()) {
         r.message = "empty JPEG data";
@@ -113,7 +113,7 @@ JpegTranscodeResult JpegTranscode(ByteSpan in) {
     jpeg_read_header(&src, TRUE);
     jvirt_barray_ptr* coefs = jpeg_read_coefficients(&src);
     const bool haveBaseline = Write(src, coefs, false, baseline, message);
-    const bool haveProgressive = haveBaseline && Write(src, coefs, true, progressive, message);
+    const bool haveProgressive = haveBaseline && allowProgressive && Write(src, coefs, true, progressive, message);
     jpeg_finish_decompress(&src);
     jpeg_destroy_decompress(&src);
     if (!haveBaseline) {

@@ -25,6 +25,8 @@ struct JpegTranscodeResult {
 // intervals are dropped: PDF readers ignore them.  Damaged or unsupported
 // data (12-bit, lossless-mode JPEG) gives ok = false with the library's
 // message; nothing is raised.
-JpegTranscodeResult JpegTranscode(ByteSpan in);
+// `allowProgressive` false keeps the result sequential (baseline), for
+// files whose version predates progressive JPEG in PDF (1.3).
+JpegTranscodeResult JpegTranscode(ByteSpan in, bool allowProgressive = true);
 
 }  // namespace filters

@@ -477,6 +477,8 @@ public:
     void Apply(RunContext& ctx) override { OptimizeResources(ctx); }
 };
 
+bool SameRendering(CosObj a, CosObj b, int depth = 0);
+
 }  // namespace
 
 ImageRecord MakeImageRecord(CosObj image) {
@@ -512,6 +514,39 @@ std::string DecodedDigest(CosObj stream) {
     }
 }
 
+namespace {
+
+// Equal samples are not yet an equal picture: the rest of the dictionary
+// (Decode, Interpolate, Intent, Matte, an ICC profile's Alternate and
+// Range...) must agree, and so must the soft mask or mask, by object or by
+// decoded data.  Keys that only say how the data is stored, or that the
+// step removes, are left out.
+bool SameRendering(CosObj a, CosObj b, int depth) {
+    static const std::vector<ASAtom> storage = {
+        K("Length"), K("Filter"), K("DecodeParms"), K("DL"), K("Name"), K("Metadata"), K_SMask, K_Mask,
+        K_OPI, K_Alternates, K("PTEX.FileName"), K("PTEX.PageNumber"), K("PTEX.InfoDict")};
+    auto byId = [](CosObj v) { return std::to_string(CosObjGetID(v)); };
+    std::string ta, tb;
+    // The dictionaries alone: the stored data may already be recompressed.
+    CosObj da = IsStream(a) ? CosStreamDict(a) : a, db = IsStream(b) ? CosStreamDict(b) : b;
+    if (!AppendCanonical(ta, da, byId, storage) || !AppendCanonical(tb, db, byId, storage) || ta != tb) return false;
+    for (ASAtom key : {K_SMask, K_Mask}) {
+        CosObj ma = CosDictGet(a, key), mb = CosDictGet(b, key);
+        if (ma == mb) continue;
+        if (IsStream(ma) && IsStream(mb)) {
+            if (depth > 2) return false;
+            const std::string da = DecodedDigest(ma);
+            if (da.empty() || da != DecodedDigest(mb) || !SameRendering(ma, mb, depth + 1)) return false;
+            continue;
+        }
+        std::string ca, cb;
+        if (!AppendCanonical(ca, ma, byId) || !AppendCanonical(cb, mb, byId) || ca != cb) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 CosObj DuplicateFinder::Find(const ImageRecord& record, const std::string& key) {
     std::vector<ImageRecord>& list = m_byKey[key];
     ImageRecord rec = record;
@@ -523,7 +558,8 @@ CosObj DuplicateFinder::Find(const ImageRecord& record, const std::string& key) 
         for (ImageRecord& earlier : list) {
             if (earlier.digest.empty()) earlier.digest = DecodedDigest(earlier.image);
             if (earlier.digest.empty()) earlier.digest.assign(1, '-');
-            if (rec.digest != "-" && earlier.digest == rec.digest) return earlier.image;
+            if (rec.digest != "-" && earlier.digest == rec.digest && SameRendering(earlier.image, rec.image))
+                return earlier.image;
         }
     }
     list.push_back(std::move(rec));

@@ -4,6 +4,7 @@
 
 #include "filters/Filters.h"
 #include "filters/JpegTranscode.h"
+#include "pdfcore/CosDoc.h"
 
 namespace pipeline {
 namespace {
@@ -182,7 +183,10 @@ RecompressResult RecompressImageLossless(CosObj image, int level) {
         return r;
     }
     if (fl.names.size() == 1 && fl.names[0] == "DCTDecode") {
-        filters::JpegTranscodeResult t = filters::JpegTranscode(CosStreamEncodedData(image));
+        // Progressive JPEG is PDF 1.3 and later.
+        const CosDocFileInfo& info = CosDocGetFileInfo(CosObjGetDoc(image));
+        const bool progressive = info.majorVersion > 1 || (info.majorVersion == 1 && info.minorVersion >= 3);
+        filters::JpegTranscodeResult t = filters::JpegTranscode(CosStreamEncodedData(image), progressive);
         if (!t.ok) {
             r.outcome = RecompressOutcome::Undecodable;
             r.message = t.message;

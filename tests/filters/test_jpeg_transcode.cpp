@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <jpeglib.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -54,6 +55,8 @@ Bytes MakeJpeg(int w, int h, J_COLOR_SPACE in, J_COLOR_SPACE stored, int comps, 
     return out;
 }
 
+const uint8_t kSOF2[] = {0xFF, 0xC2};
+
 bool HasMarker(const Bytes& jpeg, int marker, const char* tag) {
     for (size_t i = 2; i + 4 < jpeg.size();) {
         if (jpeg[i] != 0xFF) return false;
@@ -77,10 +80,12 @@ TEST(JpegTranscode, SmallerWithIdenticalSamplesAndColourMarkers) {
         {JCS_CMYK, JCS_CMYK, 4, false, true},   // CMYK with the APP14 marker
         {JCS_RGB, JCS_RGB, 3, false, true},     // untransformed RGB: APP14 transform 0
     };
+    int progressive = 0;
     for (const Case& k : cases) {
         SCOPED_TRACE(::testing::Message() << "components " << k.comps << " stored " << int(k.stored));
-        Bytes original = MakeJpeg(96, 80, k.in, k.stored, k.comps, k.icc, k.app14);
+        Bytes original = MakeJpeg(256, 200, k.in, k.stored, k.comps, k.icc, k.app14);
         JpegTranscodeResult t = JpegTranscode(original);
+        progressive += t.progressive;
         ASSERT_TRUE(t.ok) << t.message;
         EXPECT_LT(t.data.size(), original.size());
         DCTImage a = DecodeDCT(original), b = DecodeDCT(t.data);
@@ -92,7 +97,18 @@ TEST(JpegTranscode, SmallerWithIdenticalSamplesAndColourMarkers) {
         EXPECT_EQ(k.icc, HasMarker(t.data, 0xE2, "ICC_PROFILE"));
         EXPECT_EQ(k.app14, HasMarker(t.data, 0xEE, "Adobe"));
         EXPECT_FALSE(HasMarker(t.data, 0xE1, "Exif"));
+        // Sequential on request: no progressive frame marker (SOF2).
+        JpegTranscodeResult seq = JpegTranscode(original, false);
+        ASSERT_TRUE(seq.ok);
+        EXPECT_FALSE(seq.progressive);
+        EXPECT_EQ(seq.data.end(), std::search(seq.data.begin(), seq.data.end(), kSOF2, kSOF2 + 2));
+        EXPECT_TRUE(DecodeDCT(seq.data).samples == a.samples);
+        if (t.progressive)
+            EXPECT_NE(t.data.end(), std::search(t.data.begin(), t.data.end(), kSOF2, kSOF2 + 2));
     }
+    // At this size the progressive form wins at least once, so its
+    // decoding was compared too.
+    EXPECT_GT(progressive, 0);
 }
 
 TEST(JpegTranscode, DamagedDataIsRefusedNotRepaired) {

@@ -154,6 +154,35 @@ TEST_F(ResourcesTest, ImageDuplicatesNeedEqualKeyAndEqualDigest) {
     EXPECT_EQ(32u, DecodedDigest(a).size());
 }
 
+TEST_F(ResourcesTest, EqualSamplesWithADifferentMaskOrDecodeAreNotMerged) {
+    prefs.Optimize().dupXObjCheck = true;
+    const Bytes data = Ramp(16 * 16, 8);
+    CosObj pages[4];
+    for (auto& p : pages) p = AddPage();
+    CosObj images[4];
+    for (int i = 0; i < 4; ++i) {
+        images[i] = Image(16, 16, data);
+        CosDictPut(Res(pages[i], "XObject"), A("I"), images[i]);
+    }
+    // 0 and 1: equal soft masks held in two objects (a duplicate); 2: a
+    // soft mask with other data; 3: an inverted Decode array.
+    Bytes alpha = Ramp(16 * 16, 9), other = alpha;
+    other[7] ^= 1;
+    CosDictPut(images[0], A("SMask"), Image(16, 16, alpha));
+    CosDictPut(images[1], A("SMask"), Image(16, 16, alpha));
+    CosDictPut(images[2], A("SMask"), Image(16, 16, other));
+    CosDictPut(images[3], A("SMask"), Image(16, 16, alpha));
+    CosObj decode = CosNewArray(doc, false);
+    CosArrayAppend(decode, CosNewInteger(doc, false, 1));
+    CosArrayAppend(decode, CosNewInteger(doc, false, 0));
+    CosDictPut(images[3], A("Decode"), decode);
+    Run();
+    EXPECT_EQ(1, Stat("ImageXObjects_Duplicates"));
+    EXPECT_EQ(images[0], CosDictGet(Res(pages[1], "XObject"), A("I")));
+    EXPECT_EQ(images[2], CosDictGet(Res(pages[2], "XObject"), A("I")));
+    EXPECT_EQ(images[3], CosDictGet(Res(pages[3], "XObject"), A("I")));
+}
+
 TEST_F(ResourcesTest, DuplicateSearchIsOffByDefaultAndSkipsUndecodableImages) {
     const Bytes data = Ramp(64 * 32, 2);
     CosObj p1 = AddPage(), p2 = AddPage();
