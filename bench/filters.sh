@@ -22,7 +22,7 @@ cmake --build "$build" --target tm_filters -j2 >/dev/null
 bench="$build/filters_bench"
 g++ -std=c++20 -O2 -I"$ROOT" "$ROOT/bench/filters_bench.cpp" -o "$bench" \
   "$build/filters/libtm_filters.a" "$build/base/libtm_vellum_base.a" \
-  -lz -ljpeg -ltiff -ljbig2dec
+  -ldeflate -lz -ljpeg -ltiff -ljbig2dec
 
 # Flate: every Flate stream of a few text-heavy files, as stored.
 mkdir -p "$work/fl"

@@ -71,9 +71,14 @@ std::string CanonicalFilterName(const std::string& name);
 // True for the image codecs that decoding may be asked to keep.
 bool IsImageCodec(const std::string& canonicalName);
 
-// Flate encoding at a zlib level (0-9).  With `predictorColumns` > 0 the
-// data is first run through a PNG predictor chosen per row (Predictor 15)
-// with the given Colors/BitsPerComponent/Columns.
+// Flate encoding into a zlib-format stream at a level from 0 (stored, no
+// compression) through 9 (zlib's strongest) to 12 (slowest, smallest); a
+// level outside 0-12 means 6.  FlateEncodePNG first runs the data through a
+// PNG predictor chosen per row (Predictor 15) with the given
+// Colors/BitsPerComponent/Columns.
+constexpr int kFlateMinLevel = 0;
+constexpr int kFlateMaxLevel = 12;
+constexpr int kFlateDefaultLevel = 6;
 Bytes FlateEncode(ByteSpan in, int level);
 Bytes FlateEncodePNG(ByteSpan in, int level, int colors, int bitsPerComponent, int columns);
 

@@ -180,7 +180,7 @@ void CosStreamSetDecodedData(CosObj stream, std::span<const uint8_t> decoded, in
     CosStreamBody* s = StreamOf(stream);
     CosDictRemove(s->dict, cosnames::DecodeParms);
     if (flateLevel >= 0) {
-        filters::Bytes enc = filters::FlateEncode(decoded, std::min(flateLevel, 9));
+        filters::Bytes enc = filters::FlateEncode(decoded, std::min(flateLevel, filters::kFlateMaxLevel));
         CosDictPutName(s->dict, cosnames::Filter, false, cosnames::FlateDecode);
         CosStreamSetEncodedData(stream, enc);
     } else {

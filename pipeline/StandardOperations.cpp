@@ -1,12 +1,19 @@
 // The list of operations the program runs.  Page clean-up, content,
 // resource, font, image, layout and document clean-up operations each add
 // their line here; the order of lines is the order within a phase.
+#include "pipeline/ObjectDuplicates.h"
 #include "pipeline/Operations.h"
+#include "pipeline/ResourceOptimizer.h"
 
 namespace pipeline {
 
-void RegisterStandardOperations(OperationRegistry& /*registry*/) {
-    // No operation is built yet: a run opens, finalises and saves.
+void RegisterStandardOperations(OperationRegistry& registry) {
+    // Post-layout, after the page loop: resources first (their duplicate
+    // images and profiles, then every stream recompressed), then the
+    // merge of all equal objects, which finds more once equal data has
+    // been recompressed to equal bytes.
+    RegisterResourceOperations(registry);
+    RegisterObjectDuplicateOperations(registry);
 }
 
 }  // namespace pipeline

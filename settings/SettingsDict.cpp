@@ -135,7 +135,7 @@ public:
         double zoom;
         if (Number(top, "OpenZoom", zoom) && SetNumberInRange(m_log, vw.openZoom, zoom, 1, 6400, "OpenZoom"))
             vw.openZoomFit = K("Custom");
-        Int(top, "FlateLevel", op.flateLevel, 0, 9);
+        Int(top, "FlateLevel", op.flateLevel, 0, 12);
         Word(top, "ObjectStreams", op.objectStreams, L::ObjectStreams);
 
         CosObj info = Dict(top, "Info");
@@ -213,6 +213,8 @@ public:
         Bool(o, "RemoveEmbeddedFiles", s.removeEmbeddedFiles);
         Bool(o, "RemoveRIOperators", s.removeRIOperators);
         Bool(o, "RemoveOCGs", s.removeOCGs);
+        Bool(o, "DuplicateObjectCheck", s.dupObjectCheck);
+        Bool(o, "RecompressImagesLossless", s.recompressImagesLossless);
         Choice(o, "RemoveAnnotations", s.annotProcessing, L::AnnotAction);
         Choice(o, "RemoveAcroForms", s.acroformProcessing, L::AnnotAction);
         Choice(o, "RemoveThreads", s.removeThreads, L::RemoveAction);

@@ -90,6 +90,8 @@ public:
             {"remove-ocgs", &OptimizeSettings::removeOCGs},
             {"remove-transparency", &OptimizeSettings::removeTransparency},
             {"flatten-xobjects", &OptimizeSettings::flattenXObjects},
+            {"dup-object-check", &OptimizeSettings::dupObjectCheck},
+            {"recompress-images-lossless", &OptimizeSettings::recompressImagesLossless},
         };
         struct WordItem {
             const char* name;
@@ -107,7 +109,7 @@ public:
         for (const node_ptr& c : sec->children()) {
             const std::string& n = c->name();
             if (n == "flate-level") {
-                SetIntInRange(m_log, s.flateLevel, ToInt(c->value(), "flate-level"), 0, 9, "flate-level");
+                SetIntInRange(m_log, s.flateLevel, ToInt(c->value(), "flate-level"), 0, 12, "flate-level");
                 continue;
             }
             for (const auto& b : bools)

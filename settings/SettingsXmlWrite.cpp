@@ -48,6 +48,8 @@ void Optimize(const node_ptr& n, const OptimizeSettings& s) {
     AddWord(n, "acroform-processing", s.acroformProcessing);
     AddBool(n, "flatten-xobjects", s.flattenXObjects);
     AddWord(n, "object-streams", s.objectStreams);
+    AddBool(n, "dup-object-check", s.dupObjectCheck);
+    AddBool(n, "recompress-images-lossless", s.recompressImagesLossless);
 }
 
 void Viewing(const node_ptr& n, const ViewingSettings& s) {

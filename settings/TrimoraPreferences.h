@@ -41,7 +41,7 @@ struct TargetSettings {
 };
 
 struct OptimizeSettings {
-    ASInt32 flateLevel = 9;  // 0..9
+    ASInt32 flateLevel = 9;  // 0..12 (10-12: slower, smaller)
     bool linearize = false;
     bool touchDates = false;
     bool dupXObjCheck = false;
@@ -67,6 +67,8 @@ struct OptimizeSettings {
     // Preserve (default: the compact form when the input used object
     // streams), Generate (always), Disable (always the classic form).
     ASAtom objectStreams;
+    bool dupObjectCheck = false;            // merge byte-equal objects of every kind
+    bool recompressImagesLossless = false;  // re-encode images without changing a sample
     OptimizeSettings();
     bool operator==(const OptimizeSettings&) const = default;
 };

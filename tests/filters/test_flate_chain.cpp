@@ -87,8 +87,26 @@ TEST(Flate, EncodeLevelsRoundTrip) {
     size_t best = FlateEncode(data, 9).size();
     EXPECT_GT(stored, data.size());
     EXPECT_LT(best, stored);
-    for (int level : {0, 1, 6, 9}) EXPECT_EQ(FlateDecode(FlateEncode(data, level)), data);
+    for (int level : {0, 1, 6, 9, 10, 11, 12}) {
+        Bytes enc = FlateEncode(data, level);
+        // A zlib header (deflate, 32K window, check bits) that any reader takes.
+        ASSERT_GE(enc.size(), 6u);
+        EXPECT_EQ(enc[0] & 0x0F, 8);
+        EXPECT_EQ(((enc[0] << 8) | enc[1]) % 31, 0);
+        EXPECT_EQ(FlateDecode(enc), data) << "level " << level;
+    }
     EXPECT_EQ(FlateDecode(FlateEncode({}, 9)), Bytes{});
+    // The extra levels search harder: never larger than level 9 on text-like data.
+    Bytes text;
+    for (int i = 0; i < 4000; ++i) {
+        std::string line = "BT /F1 12 Tf " + std::to_string(i * 7 % 613) + " 720 Td (line " +
+                           std::to_string(i % 97) + ") Tj ET\n";
+        text.insert(text.end(), line.begin(), line.end());
+    }
+    EXPECT_LE(FlateEncode(text, 12).size(), FlateEncode(text, 9).size());
+    // Out-of-range levels fall back to the default level rather than failing.
+    EXPECT_EQ(FlateEncode(text, 13), FlateEncode(text, 6));
+    EXPECT_EQ(FlateEncode(text, -1), FlateEncode(text, 6));
 }
 
 TEST(Predictor, PNGRowTypesMixedPerRow) {

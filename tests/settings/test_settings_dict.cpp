@@ -15,12 +15,12 @@ TEST(SettingsDict, ReadsEveryGroup) {
     dir.Write("rgb.icc", "not really a profile");
     std::string path = dir.Write("full.tms", R"(<<
   /WebEnable true /TouchDates true /PDFMajorVersion 1 /PDFMinorVersion 6 /FixedPrecision 3
-  /Rotate 180 /OpenPage 2 /OpenZoom 150 /FlateLevel 7
+  /Rotate 180 /OpenPage 2 /OpenZoom 150 /FlateLevel 12
   /Info << /Title (Quarterly) /Author (Me) >>
   /Encrypt << /KeyLength 128 /OwnerPassword (own) /UserPassword (usr) /NoPrinting true /NoCopying true
               /AllowAssembly true /AllowHQPrint true >>
   /PageMode /Thumbs /PageLayout /Continuous /HideToolbar true /CenterWindow true
-  /Optimizations << /NoXObjectCheck false /LeaveThumbnails true /RemoveTagging false /RemoveOutlineTree true
+  /Optimizations << /NoXObjectCheck false /LeaveThumbnails true /RemoveTagging false /RemoveOutlineTree true /DuplicateObjectCheck true /RecompressImagesLossless true
                     /RemoveAnnotations /Flatten /RemoveThreads true /RemovePageLabels /RemoveUnused >>
   /Images << /Default << /Filter /Flate >>
              /Color << /Resolution 150 /DownsampleThreshold 1.5 /DownsampleType /Bicubic /Filter /JPEG
@@ -45,7 +45,9 @@ TEST(SettingsDict, ReadsEveryGroup) {
     EXPECT_EQ(p.Target().precision, 3);
     EXPECT_EQ(p.Viewing().rotate, 180);
     EXPECT_EQ(p.Viewing().openZoomFit, A("Custom"));
-    EXPECT_EQ(p.Optimize().flateLevel, 7);
+    EXPECT_EQ(p.Optimize().flateLevel, 12);
+    EXPECT_TRUE(p.Optimize().dupObjectCheck);
+    EXPECT_TRUE(p.Optimize().recompressImagesLossless);
     EXPECT_EQ(p.Metadata().entries.at("Title"), "Quarterly");
     const SecuritySettings& s = p.Security();
     EXPECT_TRUE(s.encrypt);

@@ -22,11 +22,12 @@ void ChangeEverything(CTrimoraPreferences& p) {
     t.evalUnits = A("Millimeters");
 
     OptimizeSettings& o = p.Optimize();
-    o.flateLevel = 6;
+    o.flateLevel = 11;
     for (bool* b : {&o.linearize, &o.touchDates, &o.dupXObjCheck, &o.removeThumbs, &o.removeExtraBoxes,
                     &o.removeEditData, &o.removeMetadata, &o.removeJobTicket, &o.removeTags, &o.removeOPI,
                     &o.removeAltImages, &o.removeOutlines, &o.removeEmbeddedFiles, &o.removeRIOperators,
-                    &o.removeOCGs, &o.removeTransparency, &o.flattenXObjects})
+                    &o.removeOCGs, &o.removeTransparency, &o.flattenXObjects, &o.dupObjectCheck,
+                    &o.recompressImagesLossless})
         *b = !*b;
     o.removeThreads = A("Remove");
     o.removeNamedDests = A("Remove");

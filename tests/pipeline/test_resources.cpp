@@ -1,0 +1,525 @@
+// The resource step (duplicate images and profiles, family counts, stream
+// recompression) and the merge of equal objects, on documents built here.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "base/Log.h"
+#include "filters/Filters.h"
+#include "pdfcore/CosDoc.h"
+#include "pdfcore/CosNames.h"
+#include "pipeline/ObjectDuplicates.h"
+#include "pipeline/ResourceOptimizer.h"
+#include "pipeline/StreamRecompress.h"
+#include "settings/TrimoraPreferences.h"
+
+namespace {
+
+using namespace pipeline;
+using filters::Bytes;
+
+ASAtom A(const char* s) { return ASAtomFromString(s); }
+
+struct CapturedLog {
+    CapturedLog() : out(tmpfile()), err(tmpfile()) {
+        log.SetConsoleStreams(out, err);
+        log.SetFileLoggingAllowed(false);
+        log.SetChannelOff(Log::kDebug, false);
+    }
+    ~CapturedLog() {
+        fclose(out);
+        fclose(err);
+    }
+    static std::string Read(FILE* f) {
+        fflush(f);
+        std::string s;
+        rewind(f);
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+        return s;
+    }
+    std::string All() { return Read(out) + Read(err); }
+    FILE* out;
+    FILE* err;
+    Log log;
+};
+
+class ResourcesTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        prefs.SetLog(&cap.log);
+        Statistics(prefs.StatisticsDict()).Reset();
+        pd = PDDocCreate();
+        doc = PDDocGetCosDoc(pd);
+    }
+    void TearDown() override { PDDocClose(pd); }
+
+    // A page with its own resource dictionary; returns the page.
+    CosObj AddPage() {
+        CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
+        CosObj page = CosNewDict(doc, true);
+        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+        CosDictPut(page, cosnames::Parent, pages);
+        CosObj box = CosNewArray(doc, false);
+        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(doc, false, v));
+        CosDictPut(page, cosnames::MediaBox, box);
+        CosDictPut(page, cosnames::Resources, CosNewDict(doc, false));
+        CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
+        CosDictPutInteger(pages, cosnames::Count, CosArrayLength(CosDictGet(pages, cosnames::Kids)));
+        PDDocPagesChanged(pd);
+        return page;
+    }
+    CosObj Res(CosObj page, const char* category) {
+        CosObj res = CosDictGet(page, cosnames::Resources);
+        CosObj cat = CosDictGet(res, A(category));
+        if (CosObjIsNull(cat)) {
+            cat = CosNewDict(doc, false);
+            CosDictPut(res, A(category), cat);
+        }
+        return cat;
+    }
+    CosObj Stream(const Bytes& data, const char* filter = nullptr) {
+        CosObj d = CosNewDict(doc, false);
+        if (filter) CosDictPutName(d, A("Filter"), false, A(filter));
+        return CosNewStream(doc, d, data);
+    }
+    CosObj Image(int w, int h, const Bytes& samples, const char* cs = "DeviceGray") {
+        CosObj img = Stream(filters::FlateEncode(samples, 6), "FlateDecode");
+        CosDictPutName(img, A("Type"), false, A("XObject"));
+        CosDictPutName(img, A("Subtype"), false, A("Image"));
+        CosDictPutInteger(img, A("Width"), w);
+        CosDictPutInteger(img, A("Height"), h);
+        CosDictPutInteger(img, A("BitsPerComponent"), 8);
+        CosDictPutName(img, A("ColorSpace"), false, A(cs));
+        return img;
+    }
+    void Run() {
+        RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), cap.log};
+        OptimizeResources(ctx);
+    }
+    ASInt32 Stat(const char* key) { return Statistics(prefs.StatisticsDict()).Get(key); }
+
+    CapturedLog cap;
+    CTrimoraPreferences prefs;
+    PDDoc pd = nullptr;
+    CosDoc doc = nullptr;
+};
+
+Bytes Ramp(size_t n, int seed) {
+    Bytes b(n);
+    for (size_t i = 0; i < n; ++i) b[i] = uint8_t((i * 7 + size_t(seed) * 13 + (i / 64) * 3) & 0xFF);
+    return b;
+}
+
+Bytes Text(const std::string& s) { return Bytes(s.begin(), s.end()); }
+
+TEST_F(ResourcesTest, ImageDuplicatesNeedEqualKeyAndEqualDigest) {
+    prefs.Optimize().dupXObjCheck = true;
+    const Bytes data = Ramp(64 * 32, 1);
+    Bytes other = data;
+    other[100] ^= 0x55;
+    CosObj pages[5];
+    for (auto& p : pages) p = AddPage();
+    CosObj first = Image(64, 32, data);
+    CosDictPut(Res(pages[0], "XObject"), A("Im0"), first);
+    CosDictPut(Res(pages[1], "XObject"), A("Im0"), Image(64, 32, data));
+    CosDictPut(Res(pages[2], "XObject"), A("Im7"), Image(64, 32, data));
+    // A reshaped copy: the same bytes as 32 x 64.
+    CosObj reshaped = Image(32, 64, data);
+    CosDictPut(Res(pages[3], "XObject"), A("Im0"), reshaped);
+    // Equal key, different data: stored unfiltered so the lengths agree.
+    CosObj a = Image(64, 32, data), b = Image(64, 32, other);
+    for (CosObj x : {a, b}) CosDictRemove(x, A("Filter"));
+    CosStreamSetEncodedData(a, data);
+    CosStreamSetEncodedData(b, other);
+    CosDictPut(Res(pages[4], "XObject"), A("A"), a);
+    CosDictPut(Res(pages[4], "XObject"), A("B"), b);
+
+    Run();
+    EXPECT_EQ(6, Stat("ImageXObjects_Total"));
+    EXPECT_EQ(2, Stat("ImageXObjects_Duplicates"));
+    for (int i : {0, 1})
+        EXPECT_EQ(first, CosDictGet(Res(pages[i], "XObject"), A("Im0"))) << "page " << i;
+    EXPECT_EQ(first, CosDictGet(Res(pages[2], "XObject"), A("Im7")));
+    EXPECT_EQ(reshaped, CosDictGet(Res(pages[3], "XObject"), A("Im0")));
+    EXPECT_EQ(a, CosDictGet(Res(pages[4], "XObject"), A("A")));
+    EXPECT_EQ(b, CosDictGet(Res(pages[4], "XObject"), A("B")));
+
+    ImageRecord r = MakeImageRecord(a);
+    EXPECT_EQ("64x32x8-DeviceGray-2048-0-0-0", DuplicateKey(r));
+    CosDictPut(a, A("SMask"), b);
+    EXPECT_EQ("64x32x8-DeviceGray-2048-0-1-0", DuplicateKey(MakeImageRecord(a)));
+    EXPECT_EQ(32u, DecodedDigest(a).size());
+}
+
+TEST_F(ResourcesTest, EqualSamplesWithADifferentMaskOrDecodeAreNotMerged) {
+    prefs.Optimize().dupXObjCheck = true;
+    const Bytes data = Ramp(16 * 16, 8);
+    CosObj pages[4];
+    for (auto& p : pages) p = AddPage();
+    CosObj images[4];
+    for (int i = 0; i < 4; ++i) {
+        images[i] = Image(16, 16, data);
+        CosDictPut(Res(pages[i], "XObject"), A("I"), images[i]);
+    }
+    // 0 and 1: equal soft masks held in two objects (a duplicate); 2: a
+    // soft mask with other data; 3: an inverted Decode array.
+    Bytes alpha = Ramp(16 * 16, 9), other = alpha;
+    other[7] ^= 1;
+    CosDictPut(images[0], A("SMask"), Image(16, 16, alpha));
+    CosDictPut(images[1], A("SMask"), Image(16, 16, alpha));
+    CosDictPut(images[2], A("SMask"), Image(16, 16, other));
+    CosDictPut(images[3], A("SMask"), Image(16, 16, alpha));
+    CosObj decode = CosNewArray(doc, false);
+    CosArrayAppend(decode, CosNewInteger(doc, false, 1));
+    CosArrayAppend(decode, CosNewInteger(doc, false, 0));
+    CosDictPut(images[3], A("Decode"), decode);
+    Run();
+    EXPECT_EQ(1, Stat("ImageXObjects_Duplicates"));
+    EXPECT_EQ(images[0], CosDictGet(Res(pages[1], "XObject"), A("I")));
+    EXPECT_EQ(images[2], CosDictGet(Res(pages[2], "XObject"), A("I")));
+    EXPECT_EQ(images[3], CosDictGet(Res(pages[3], "XObject"), A("I")));
+}
+
+TEST_F(ResourcesTest, DuplicateSearchIsOffByDefaultAndSkipsUndecodableImages) {
+    const Bytes data = Ramp(64 * 32, 2);
+    CosObj p1 = AddPage(), p2 = AddPage();
+    CosObj x = Image(64, 32, data), y = Image(64, 32, data);
+    CosDictPut(Res(p1, "XObject"), A("I"), x);
+    CosDictPut(Res(p2, "XObject"), A("I"), y);
+    Run();
+    EXPECT_EQ(2, Stat("ImageXObjects_Total"));
+    EXPECT_EQ(0, Stat("ImageXObjects_Duplicates"));
+    EXPECT_EQ(y, CosDictGet(Res(p2, "XObject"), A("I")));
+
+    // Equal bytes behind an unknown filter: no digest, so no merge.
+    Statistics(prefs.StatisticsDict()).Reset();
+    prefs.Optimize().dupXObjCheck = true;
+    CosObj p3 = AddPage(), p4 = AddPage();
+    CosObj u = Image(8, 8, Ramp(64, 3)), v = Image(8, 8, Ramp(64, 3));
+    for (CosObj s : {u, v}) CosDictPutName(s, A("Filter"), false, A("NoSuchDecode"));
+    CosDictPut(Res(p3, "XObject"), A("I"), u);
+    CosDictPut(Res(p4, "XObject"), A("I"), v);
+    Run();
+    EXPECT_EQ(v, CosDictGet(Res(p4, "XObject"), A("I")));
+}
+
+TEST_F(ResourcesTest, ICCProfileDuplicatesAndIndexedTables) {
+    prefs.Optimize().dupXObjCheck = true;
+    const Bytes profile = Ramp(3000, 4);
+    CosObj pages[2] = {AddPage(), AddPage()};
+    CosObj profiles[2];
+    for (int i = 0; i < 2; ++i) {
+        profiles[i] = Stream(profile);
+        CosDictPutInteger(profiles[i], A("N"), 3);
+        CosObj cs = CosNewArray(doc, false);
+        CosArrayAppend(cs, CosNewName(doc, false, A("ICCBased")));
+        CosArrayAppend(cs, profiles[i]);
+        CosDictPut(Res(pages[i], "ColorSpace"), A("CS0"), cs);
+    }
+    // An Indexed space whose 256-entry table compresses well; and a short
+    // one, which stays a string.
+    std::string table;
+    for (int i = 0; i < 256; ++i) table += std::string{char(i), char(i), char(i)};
+    CosObj big = CosNewArray(doc, false);
+    CosArrayAppend(big, CosNewName(doc, false, A("Indexed")));
+    CosArrayAppend(big, CosNewName(doc, false, A("DeviceRGB")));
+    CosArrayAppend(big, CosNewInteger(doc, false, 255));
+    CosArrayAppend(big, CosNewString(doc, false, table));
+    CosDictPut(Res(pages[0], "ColorSpace"), A("CS1"), big);
+    CosObj small = CosNewArray(doc, false);
+    CosArrayAppend(small, CosNewName(doc, false, A("Indexed")));
+    CosArrayAppend(small, CosNewName(doc, false, A("DeviceGray")));
+    // 25 high bytes: about 100 written, 36 deflated, but a stream of its
+    // own costs more than the difference.
+    std::string grays;
+    for (int i = 0; i < 25; ++i) grays += char(0x80 + i * 5);
+    CosArrayAppend(small, CosNewInteger(doc, false, 24));
+    CosArrayAppend(small, CosNewString(doc, false, grays));
+    CosDictPut(Res(pages[1], "ColorSpace"), A("CS1"), small);
+
+    Run();
+    EXPECT_EQ(2, Stat("ICCProfiles_Total"));
+    EXPECT_EQ(1, Stat("ICCProfiles_Duplicates"));
+    EXPECT_EQ(profiles[0], CosArrayGet(CosDictGet(Res(pages[1], "ColorSpace"), A("CS0")), 1));
+    EXPECT_EQ(2, Stat("IndexedColorTables_Total"));
+    EXPECT_EQ(1, Stat("IndexedColorTables_Compressed"));
+    CosObj lookup = CosArrayGet(big, 3);
+    ASSERT_EQ(kCosStream, CosObjGetType(lookup));
+    EXPECT_EQ(Text(table), CosStreamDecodedData(lookup));
+    EXPECT_EQ(kCosString, CosObjGetType(CosArrayGet(small, 3)));
+}
+
+TEST_F(ResourcesTest, RecompressionNeverGrowsAndLeavesBadStreamsAlone) {
+    Bytes repetitive;
+    for (int i = 0; i < 400; ++i) {
+        Bytes line = Text("0 0 m 100 100 l S\n");
+        repetitive.insert(repetitive.end(), line.begin(), line.end());
+    }
+    CosObj plain = Stream(repetitive);
+    RecompressResult r = RecompressPlainStream(plain, 9);
+    EXPECT_EQ(RecompressOutcome::Smaller, r.outcome);
+    EXPECT_LT(r.after, r.before);
+    EXPECT_EQ(A("FlateDecode"), CosDictGetName(plain, A("Filter")));
+    EXPECT_EQ(repetitive, CosStreamDecodedData(plain));
+
+    // Already at its best: a second pass keeps it.
+    const Bytes once(CosStreamEncodedData(plain).begin(), CosStreamEncodedData(plain).end());
+    EXPECT_EQ(RecompressOutcome::Kept, RecompressPlainStream(plain, 9).outcome);
+    EXPECT_EQ(once, Bytes(CosStreamEncodedData(plain).begin(), CosStreamEncodedData(plain).end()));
+
+    // Tiny: deflating would add bytes, so the stream stays unfiltered.
+    CosObj tiny = Stream(Text("q Q"));
+    EXPECT_EQ(RecompressOutcome::Kept, RecompressPlainStream(tiny, 9).outcome);
+    EXPECT_FALSE(CosDictKnown(tiny, A("Filter")));
+
+    // Damaged Flate data and an unknown filter: untouched.
+    Bytes cut = filters::FlateEncode(repetitive, 1);
+    cut.resize(cut.size() / 2);
+    CosObj damaged = Stream(cut, "FlateDecode");
+    EXPECT_EQ(RecompressOutcome::Undecodable, RecompressPlainStream(damaged, 9).outcome);
+    EXPECT_EQ(cut, Bytes(CosStreamEncodedData(damaged).begin(), CosStreamEncodedData(damaged).end()));
+    CosObj unknown = Stream(repetitive, "NoSuchDecode");
+    EXPECT_EQ(RecompressOutcome::Undecodable, RecompressPlainStream(unknown, 9).outcome);
+    EXPECT_EQ(A("NoSuchDecode"), CosDictGetName(unknown, A("Filter")));
+    // JPEG data is not plain data.
+    CosObj jpeg = Stream(Text("\xff\xd8 not really"), "DCTDecode");
+    EXPECT_EQ(RecompressOutcome::NotPlain, RecompressPlainStream(jpeg, 9).outcome);
+
+    // Through the step: a form with damaged data is reported and kept.
+    CosObj page = AddPage();
+    CosObj form = Stream(cut, "FlateDecode");
+    CosDictPutName(form, A("Subtype"), false, A("Form"));
+    CosDictPut(Res(page, "XObject"), A("Fm0"), form);
+    CosObj good = Stream(repetitive);
+    CosDictPutName(good, A("Subtype"), false, A("Form"));
+    CosDictPut(Res(page, "XObject"), A("Fm1"), good);
+    Run();
+    EXPECT_EQ(2, Stat("FormXObjects_Total"));
+    EXPECT_EQ(1, Stat("FormXObjects_Compressed"));
+    EXPECT_EQ(cut, Bytes(CosStreamEncodedData(form).begin(), CosStreamEncodedData(form).end()));
+    EXPECT_NE(std::string::npos,
+              cap.All().find("Stream " + std::to_string(CosObjGetID(form)) + " is left as it is"));
+}
+
+TEST_F(ResourcesTest, LosslessImageReencodingKeepsEverySample) {
+    // A smooth RGB gradient: the PNG predictor wins clearly.
+    const int w = 120, h = 40;
+    Bytes rgb;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int c = 0; c < 3; ++c) rgb.push_back(uint8_t(x * 2 + y * (c + 1)));
+    CosObj img = Image(w, h, rgb, "DeviceRGB");
+    CosDictRemove(img, A("Filter"));
+    CosStreamSetEncodedData(img, rgb);
+    RecompressResult r = RecompressImageLossless(img, 9);
+    ASSERT_EQ(RecompressOutcome::Smaller, r.outcome);
+    CosObj parms = CosDictGet(img, A("DecodeParms"));
+    EXPECT_EQ(15, CosDictGetInt(parms, A("Predictor"), 0));
+    EXPECT_EQ(3, CosDictGetInt(parms, A("Colors"), 0));
+    EXPECT_EQ(w, CosDictGetInt(parms, A("Columns"), 0));
+    EXPECT_EQ(rgb, CosStreamDecodedData(img));
+
+    // A 1-bit image mask and a 4-bit Indexed image keep their samples too.
+    Bytes bits = Ramp(4 * 30, 6);
+    CosObj mask = Image(32, 30, bits);
+    CosDictRemove(mask, A("ColorSpace"));
+    CosDictRemove(mask, A("BitsPerComponent"));
+    CosDictPut(mask, A("ImageMask"), CosNewBoolean(doc, false, true));
+    RecompressImageLossless(mask, 12);
+    EXPECT_EQ(bits, CosStreamDecodedData(mask));
+
+    // Data shorter than the image says: left as it is.
+    CosObj liar = Image(w, h + 5, rgb, "DeviceRGB");
+    const Bytes before(CosStreamEncodedData(liar).begin(), CosStreamEncodedData(liar).end());
+    r = RecompressImageLossless(liar, 9);
+    EXPECT_EQ(RecompressOutcome::Undecodable, r.outcome);
+    EXPECT_NE(std::string::npos, r.message.find("expected"));
+    EXPECT_EQ(before, Bytes(CosStreamEncodedData(liar).begin(), CosStreamEncodedData(liar).end()));
+}
+
+TEST_F(ResourcesTest, FontsAreCountedLoggedAndCompressed) {
+    CosObj page = AddPage();
+    Bytes program;
+    for (int i = 0; i < 300; ++i) {
+        Bytes chunk = Text("/glyph dup 4 index put\n");
+        program.insert(program.end(), chunk.begin(), chunk.end());
+    }
+    auto font = [&](const char* name, CosObj file) {
+        CosObj fd = CosNewDict(doc, true);
+        CosDictPutName(fd, A("Type"), false, A("FontDescriptor"));
+        CosDictPut(fd, A("FontFile"), file);
+        CosObj f = CosNewDict(doc, true);
+        CosDictPutName(f, A("Type"), false, A("Font"));
+        CosDictPutName(f, A("Subtype"), false, A("Type1"));
+        CosDictPutName(f, A("BaseFont"), false, A(name));
+        CosDictPut(f, A("FontDescriptor"), fd);
+        return f;
+    };
+    CosDictPut(Res(page, "Font"), A("F1"), font("ABCDEF+Body", Stream(program)));
+    Bytes cut = filters::FlateEncode(program, 1);
+    cut.resize(cut.size() / 3);
+    CosDictPut(Res(page, "Font"), A("F2"), font("Broken", Stream(cut, "FlateDecode")));
+    CosObj helv = CosNewDict(doc, true);
+    CosDictPutName(helv, A("Subtype"), false, A("Type1"));
+    CosDictPutName(helv, A("BaseFont"), false, A("Helvetica"));
+    CosDictPut(Res(page, "Font"), A("F3"), helv);
+    Run();
+    EXPECT_EQ(3, Stat("Fonts_Total"));
+    EXPECT_EQ(1, Stat("Fonts_Compressed"));
+    const std::string log = cap.All();
+    EXPECT_NE(std::string::npos, log.find("Font: ABCDEF+Body.\tEmbedded: true.\tSubset: true\n"));
+    EXPECT_NE(std::string::npos, log.find("Font: Helvetica.\tEmbedded: false.\tSubset: false\n"));
+    EXPECT_NE(std::string::npos, log.find("Unabled to access the stream for font 'Broken'\n"));
+}
+
+TEST_F(ResourcesTest, OpiAlternatesAndDuplicateLinks) {
+    prefs.Optimize().dupXObjCheck = true;
+    CosObj page = AddPage();
+    CosObj img = Image(4, 4, Ramp(16, 7));
+    CosDictPut(img, A("OPI"), CosNewDict(doc, false));
+    CosObj alts = CosNewArray(doc, false);
+    CosArrayAppend(alts, CosNewDict(doc, false));
+    CosArrayAppend(alts, CosNewDict(doc, false));
+    CosDictPut(img, A("Alternates"), alts);
+    CosDictPut(img, A("PTEX.FileName"), CosNewString(doc, false, "fig.pdf"));
+    CosDictPut(Res(page, "XObject"), A("Im"), img);
+
+    CosObj annots = CosNewArray(doc, false);
+    auto link = [&](int x) {
+        CosObj a = CosNewDict(doc, true);
+        CosDictPutName(a, A("Subtype"), false, A("Link"));
+        CosObj rect = CosNewArray(doc, false);
+        for (int v : {x, 0, x + 10, 10}) CosArrayAppend(rect, CosNewInteger(doc, false, v));
+        CosDictPut(a, A("Rect"), rect);
+        CosDictPut(a, A("P"), page);
+        return a;
+    };
+    CosArrayAppend(annots, link(0));
+    CosArrayAppend(annots, link(50));
+    CosArrayAppend(annots, link(0));  // same area, same (no) target
+    // Equal links that the structure tree refers to: both stay.
+    for (int i = 0; i < 2; ++i) {
+        CosObj tagged = link(80);
+        CosDictPutInteger(tagged, A("StructParent"), 4);
+        CosArrayAppend(annots, tagged);
+    }
+    CosDictPut(page, A("Annots"), annots);
+
+    Run();
+    EXPECT_EQ(1, Stat("OPI_Removed"));
+    EXPECT_EQ(2, Stat("AltImages_Removed"));
+    EXPECT_FALSE(CosDictKnown(img, A("OPI")));
+    EXPECT_FALSE(CosDictKnown(img, A("Alternates")));
+    EXPECT_FALSE(CosDictKnown(img, A("PTEX.FileName")));
+    EXPECT_EQ(5, Stat("LinkAnnots_Total"));
+    EXPECT_EQ(1, Stat("LinkAnnots_Duplicates"));
+    EXPECT_EQ(4, CosArrayLength(annots));
+}
+
+// ---------------------------------------------------------------- all objects
+
+class ObjectMergeTest : public ResourcesTest {};
+
+TEST_F(ObjectMergeTest, FontsEmbeddedPerPageBecomeOneAfterSeveralRounds) {
+    CosObj p1 = AddPage(), p2 = AddPage();
+    auto font = [&] {
+        CosObj file = Stream(Ramp(500, 9));
+        CosObj fd = CosNewDict(doc, true);
+        CosDictPut(fd, A("FontFile2"), file);
+        CosObj f = CosNewDict(doc, true);
+        CosDictPutName(f, A("BaseFont"), false, A("X"));
+        CosDictPut(f, A("FontDescriptor"), fd);
+        return f;
+    };
+    CosObj f1 = font(), f2 = font();
+    CosDictPut(Res(p1, "Font"), A("F"), f1);
+    CosDictPut(Res(p2, "Font"), A("F"), f2);
+    ObjectMergeResult r = MergeDuplicateObjects(doc);
+    // Round 1 the programs, 2 the descriptors, 3 the fonts, 4 nothing.
+    EXPECT_EQ(3u, r.merged);
+    EXPECT_EQ(4, r.rounds);
+    EXPECT_EQ(f1, CosDictGet(Res(p2, "Font"), A("F")));
+    // The pages themselves are equal but keep their identity.
+    EXPECT_NE(PDDocGetPageObj(pd, 0), PDDocGetPageObj(pd, 1));
+}
+
+TEST_F(ObjectMergeTest, TwoRoundFixpointAndStreamsComparedByBytes) {
+    CosObj page = AddPage();
+    CosObj s1 = Stream(Ramp(100, 1)), s2 = Stream(Ramp(100, 1));
+    // Same dictionary, same length, different bytes: never merged.
+    CosObj s3 = Stream(Ramp(100, 2));
+    auto wrap = [&](CosObj s) {
+        CosObj a = CosNewArray(doc, true);
+        CosArrayAppend(a, s);
+        return a;
+    };
+    CosObj a1 = wrap(s1), a2 = wrap(s2), a3 = wrap(s3);
+    CosObj holder = CosNewArray(doc, false);
+    for (CosObj a : {a1, a2, a3}) CosArrayAppend(holder, a);
+    CosDictPut(page, A("Holder"), holder);
+    ObjectMergeResult r = MergeDuplicateObjects(doc);
+    EXPECT_EQ(2u, r.merged);  // s2 in round 1, a2 in round 2
+    EXPECT_EQ(3, r.rounds);
+    EXPECT_EQ(a1, CosArrayGet(holder, 1));
+    EXPECT_EQ(a3, CosArrayGet(holder, 2));
+    EXPECT_EQ(s3, CosArrayGet(a3, 0));
+}
+
+TEST_F(ObjectMergeTest, IdentityObjectsAndCyclesAreKept) {
+    CosObj page = AddPage();
+    // Two equal annotations, two equal outline items, two equal optional
+    // content groups: each keeps its own object.
+    CosObj annots = CosNewArray(doc, false);
+    for (int i = 0; i < 2; ++i) {
+        CosObj a = CosNewDict(doc, true);
+        CosDictPutName(a, A("Subtype"), false, A("Text"));
+        CosArrayAppend(annots, a);
+    }
+    CosDictPut(page, A("Annots"), annots);
+    CosObj ocgs = CosNewArray(doc, false);
+    for (int i = 0; i < 2; ++i) {
+        CosObj g = CosNewDict(doc, true);
+        CosDictPutName(g, A("Type"), false, A("OCG"));
+        CosDictPut(g, A("Name"), CosNewString(doc, false, "Layer"));
+        CosArrayAppend(ocgs, g);
+    }
+    CosDictPut(page, A("Groups"), ocgs);
+    // Two equal cycles (a -> b -> a, c -> d -> c) and an object that refers
+    // to itself: the merge ends, and what it cannot prove equal it keeps.
+    auto cycle = [&] {
+        CosObj a = CosNewDict(doc, true), b = CosNewDict(doc, true);
+        CosDictPut(a, A("Other"), b);
+        CosDictPut(b, A("Other"), a);
+        return a;
+    };
+    CosObj c1 = cycle(), c2 = cycle();
+    CosObj self = CosNewDict(doc, true);
+    CosDictPut(self, A("Me"), self);
+    CosObj list = CosNewArray(doc, false);
+    for (CosObj o : {c1, c2, self}) CosArrayAppend(list, o);
+    CosDictPut(page, A("Cycles"), list);
+
+    ObjectMergeResult r = MergeDuplicateObjects(doc);
+    EXPECT_EQ(0u, r.merged);
+    EXPECT_NE(CosArrayGet(annots, 0), CosArrayGet(annots, 1));
+    EXPECT_NE(CosArrayGet(ocgs, 0), CosArrayGet(ocgs, 1));
+    EXPECT_NE(CosArrayGet(list, 0), CosArrayGet(list, 1));
+    EXPECT_TRUE(CarriesIdentity(page));
+}
+
+TEST_F(ObjectMergeTest, MergedObjectsAreNotWritten) {
+    CosObj p1 = AddPage(), p2 = AddPage();
+    const Bytes big = Ramp(20000, 5);
+    CosDictPut(p1, A("Thing"), Stream(big));
+    CosDictPut(p2, A("Thing"), Stream(big));
+    const std::string path = ::testing::TempDir() + "merged-objects.pdf";
+    MergeDuplicateObjects(doc);
+    const int64_t size = PDDocSave(pd, path, kCosSaveFull | kCosSaveCopy);
+    std::remove(path.c_str());
+    EXPECT_LT(size, 30000);  // one copy of the 20000 bytes, not two
+}
+
+}  // namespace
