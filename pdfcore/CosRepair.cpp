@@ -189,6 +189,7 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
         }
     }
     // The catalog may sit inside an object stream.
+    bool hasPages = false;
     for (size_t n = CosDocXref(m_doc).size(); n-- > 1;) {
         if (n >= CosDocXref(m_doc).size() || CosDocXref(m_doc)[n].kind != CosXrefEntry::kInObjStm) continue;
         CosObj o = CosDocGetObjByID(m_doc, static_cast<ASInt32>(n));
@@ -196,6 +197,15 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
             CosDictPut(trailer, cosnames::Root, o);
             return;
         }
+        ASAtom type = CosObjGetType(o) == kCosDict ? CosDictGetName(o, cosnames::Type) : ASAtomNull;
+        hasPages = hasPages || type == cosnames::Page || type == cosnames::Pages;
     }
-    ASRaiseParse(kErrCouldNotRepair);
+    for (const Found& o : m_found)
+        hasPages = hasPages || HeadHas(o.pos, "/Pages") || HeadHas(o.pos, "/Page");
+    // No catalog at all, but pages: a new, empty catalog lets the document
+    // layer find the page tree among the objects.
+    if (!hasPages) ASRaiseParse(kErrCouldNotRepair);
+    CosObj catalog = CosNewDict(m_doc, true, 2);
+    CosDictPutName(catalog, cosnames::Type, false, cosnames::Catalog);
+    CosDictPut(trailer, cosnames::Root, catalog);
 }

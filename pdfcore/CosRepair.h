@@ -27,7 +27,9 @@ public:
 
     // Second pass (after decryption is set up): adds the members of the
     // object streams found, and finds the catalog for a trailer without a
-    // usable Root.  Raises "could not repair file" when no catalog exists.
+    // usable Root.  Raises "could not repair file" when there is neither a
+    // catalog nor a page; pages without a catalog get a new, empty catalog
+    // (the document layer then finds their page tree).
     void AddObjectStreamMembers(CosObjStmCache& cache);
     void EnsureRoot(CosObj trailer);
 
