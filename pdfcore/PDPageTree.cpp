@@ -3,6 +3,7 @@
 #include "pdfcore/PDPageTree.h"
 
 #include <algorithm>
+#include <string>
 #include <unordered_set>
 
 #include "pdfcore/CosCopy.h"
@@ -61,14 +62,24 @@ struct TreeRepairs {
     int direct = 0;
 
     void Report() const {
+        auto n = [](int count, const char* one, const char* many) {
+            return std::to_string(count) + " " + (count == 1 ? one : many);
+        };
         if (duplicates)
-            CosWarn("the page tree lists %d page object(s) more than once; each further listing is kept as a copy",
-                    duplicates);
-        if (loops) CosWarn("the page tree contains %d loop(s); they are cut", loops);
-        if (badKids) CosWarn("the page tree contains %d entr(ies) that are not pages; they are dropped", badKids);
-        if (parents) CosWarn("%d page(s) or page tree node(s) name the wrong Parent; it is corrected", parents);
-        if (direct) CosWarn("the page tree holds %d page(s) or node(s) written in place; each is made an object", direct);
-        if (counts) CosWarn("%d page tree node(s) give a wrong page Count; it is corrected", counts);
+            CosWarn("the page tree lists %s more than once; each further listing is kept as a copy",
+                    n(duplicates, "page object", "page objects").c_str());
+        if (loops) CosWarn("the page tree loops back on itself (%s); the loops are cut", n(loops, "time", "times").c_str());
+        if (badKids)
+            CosWarn("the page tree holds %s that are not pages; they are dropped",
+                    n(badKids, "entry", "entries").c_str());
+        if (parents)
+            CosWarn("%s of the page tree name the wrong Parent; it is corrected",
+                    n(parents, "node", "nodes").c_str());
+        if (direct)
+            CosWarn("the page tree holds %s written in place; each is made an object of its own",
+                    n(direct, "node", "nodes").c_str());
+        if (counts)
+            CosWarn("%s of the page tree give a wrong page Count; it is corrected", n(counts, "node", "nodes").c_str());
     }
 };
 

@@ -1,6 +1,6 @@
 # Shared by the CLI tests that source it: make_pdf FILE PAGES [KIDS] writes a
 # small PDF whose page N shows "Page N".  KIDS, when given, replaces the page
-# tree's Kids list (object numbers of the pages are 4, 6, 8, ...), to build
+# tree's Kids list (the pages are objects 5, 7, 9, ...), to build
 # damaged trees.
 make_pdf() {
     python3 - "$1" "$2" "${3:-}" <<'PY'

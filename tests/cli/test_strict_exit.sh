@@ -27,7 +27,7 @@ status() {
 }
 
 make_pdf good.pdf 2
-make_pdf damaged.pdf 2 "4 0 R 6 0 R 4 0 R"   # page 4 listed twice: repaired with a warning
+make_pdf damaged.pdf 2 "5 0 R 7 0 R 5 0 R"   # page 5 listed twice: repaired with a warning
 printf 'not a pdf at all\n' > bad.pdf
 
 status 0 0 good.pdf -o out1.pdf
@@ -39,7 +39,7 @@ status 2 1 no-such-file.pdf -o out5.pdf
 mkdir outdir
 status 2 1 ./good.pdf ./bad.pdf -o outdir   # one written, one failed
 status 3 1 damaged.pdf -o out6.pdf
-grep -q "^Warning: the page tree lists 1 page object(s) more than once" err.txt ||
+grep -q "^Warning: the page tree lists 1 page object more than once" err.txt ||
     fail "damaged input: no warning line: $(cat err.txt)"
 [ -s out6.pdf ] || fail "damaged input: no output"
 status 0 0 damaged.pdf -o out7.pdf
