@@ -50,3 +50,12 @@ private:
     std::vector<Found> m_found;          // in file order
     std::vector<size_t> m_definedAt;     // per number: position of the winning label
 };
+
+// The page tree root of a document whose catalog does not lead to one,
+// looked for among all its objects (damaged files only): the root of
+// another catalog (not `catalog`) that has a usable tree, else the Pages
+// node that no other node lists (the one with the largest Count when there
+// are several), else a new root over every page object in object order.
+// Null when the document has no page at all.  When the answer is another
+// catalog, that catalog is returned rather than its root.
+CosObj CosFindPageTreeRoot(CosDoc doc, CosObj catalog);

@@ -9,6 +9,7 @@
 #include "pdfcore/CosCopy.h"
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
+#include "pdfcore/CosRepair.h"
 #include "pdfcore/CosWarn.h"
 
 namespace {
@@ -217,64 +218,6 @@ std::vector<CosObj> WalkTree(CosObj root, TreeRepairs& rep) {
     return out;
 }
 
-bool IsCatalogWithTree(CosObj obj) {
-    return CosObjGetType(obj) == kCosDict && IsTreeNode(CosDictGet(obj, cosnames::Pages));
-}
-
-// Every object of the document, loaded: only damaged files come here.
-template <class Visit>
-void ForEachObject(CosDoc doc, Visit visit) {
-    for (ASInt32 id = 1, n = CosDocGetObjTableSize(doc); id < n; ++id) {
-        CosObj obj = CosDocGetObjByID(doc, id);
-        if (!CosObjIsNull(obj)) visit(obj);
-    }
-}
-
-// The page tree root when the catalog does not lead to one: the catalog
-// found by a scan of all objects, else the Pages node that no other node
-// lists (the one with most pages when there are several), else a new root
-// over every page object in object order.  Null when the document has no
-// page at all.
-CosObj FindPagesRoot(CosDoc doc, CosObj catalog) {
-    CosObj best = CosNewNull();
-    ASInt32 bestCount = -1;
-    std::vector<CosObj> looseNodes;
-    std::vector<CosObj> pages;
-    std::unordered_set<CosObj> listed;
-    ForEachObject(doc, [&](CosObj obj) {
-        if (CosObjGetType(obj) != kCosDict) return;
-        ASAtom type = CosDictGetName(obj, cosnames::Type);
-        if (type == cosnames::Catalog && obj != catalog && IsCatalogWithTree(obj) && CosObjIsNull(best)) {
-            best = obj;
-            bestCount = INT32_MAX;
-        } else if (type == cosnames::Pages) {
-            looseNodes.push_back(obj);
-            CosObj kids = CosDictGet(obj, cosnames::Kids);
-            for (ASInt32 i = 0, n = CosObjGetType(kids) == kCosArray ? CosArrayLength(kids) : 0; i < n; ++i)
-                listed.insert(CosArrayGet(kids, i));
-        } else if (type == cosnames::Page) {
-            pages.push_back(obj);
-        }
-    });
-    if (bestCount == INT32_MAX) return best;  // a catalog
-    for (CosObj node : looseNodes) {
-        if (listed.count(node)) continue;
-        ASInt32 count = CosDictGetInt(node, cosnames::Count, 0);
-        if (count > bestCount) {
-            best = node;
-            bestCount = count;
-        }
-    }
-    if (!CosObjIsNull(best) || pages.empty()) return best;
-    CosObj root = CosNewDict(doc, true, 3);
-    CosDictPutName(root, cosnames::Type, false, cosnames::Pages);
-    CosObj kids = CosNewArray(doc, false, static_cast<ASInt32>(pages.size()));
-    for (CosObj page : pages) CosArrayAppend(kids, page);
-    CosDictPut(root, cosnames::Kids, kids);
-    CosDictPutInteger(root, cosnames::Count, static_cast<ASInt32>(pages.size()));
-    return root;
-}
-
 // The root of the page tree, mended when the catalog does not lead to one:
 // a catalog whose Pages is a page is given a root above it; a missing or
 // unusable Pages (or a Root that is not the catalog) is looked for among all
@@ -297,7 +240,7 @@ CosObj PagesRoot(CosDoc doc) {
         CosWarn("the catalog names a page instead of the page tree; a page tree is put above it");
         return node;
     }
-    CosObj found = FindPagesRoot(doc, root);
+    CosObj found = CosFindPageTreeRoot(doc, root);
     if (CosObjIsNull(found)) RaiseBadPagesRoot();
     if (CosDictGetName(found, cosnames::Type) == cosnames::Catalog) {
         CosDictPut(trailer, cosnames::Root, found);

@@ -158,6 +158,10 @@ TEST_F(PageTreeRepair, PageTreeRootFoundByScanning) {
     objs[0] = "<< /Title (nothing) >>";
     Built b = MakePdf(objs);
     pd = Open(b.bytes.substr(0, b.xrefPos));
+    // The new catalog leads to the tree at once, so a plain save of the
+    // objects (without the document layer) keeps the pages too.
+    CosObj made = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(pd)), cosnames::Pages);
+    EXPECT_EQ(CosDictGetInt(made, cosnames::Count, 0), 2);
     EXPECT_EQ(PDDocGetNumPages(pd), 2);
     EXPECT_EQ(PagesAfterRoundTrip(pd), 2);
     PDDocClose(pd);
