@@ -80,13 +80,17 @@ void Log::WriteTo(int destinations, const char* text) {
 
 void Log::Write(Channel channel, const char* text) {
     if (channel < 0 || channel >= kChannelCount || !text) return;
+    ++m_count[channel];
     if (channel == kError) m_sink->ErrorText(text);
     if (m_off[channel]) return;
     WriteTo(m_dest[channel], text);
 }
 
 void Log::VWrite(Channel channel, const char* format, va_list args) {
-    if (m_off[channel] && channel != kError) return;
+    if (m_off[channel] && channel != kError) {
+        ++m_count[channel];  // counted, though not worth formatting
+        return;
+    }
     char buffer[kFormatBufferSize];
     vsnprintf(buffer, sizeof buffer, format, args);
     Write(channel, buffer);

@@ -64,6 +64,8 @@ public:
 
     // Writes already formatted text to a channel (nothing when it is off).
     void Write(Channel channel, const char* text);
+    // How many messages were sent to a channel so far, whether it is off or not.
+    unsigned long Count(Channel channel) const { return m_count[channel]; }
 
     // Settings, normally made once by the job driver before any work.
     void SetFileName(const std::string& name) { m_fileName = name; }
@@ -100,6 +102,7 @@ private:
     int m_stampMode = 1;
     int m_dest[kChannelCount] = {LogToStderr, LogToStderr, LogToStderr, LogToStdout, LogToStdout};
     bool m_off[kChannelCount] = {false, false, false, true, true};
+    unsigned long m_count[kChannelCount] = {};
     bool m_consoleQuiet = false;
     bool m_openWarningGiven = false;
     NullProgressSink m_nullSink;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "filters/Filters.h"
+#include "frontend/JobSupport.h"
 #include "pdfcore/CosDoc.h"
 #include "base/ASMem.h"
 
@@ -102,5 +103,17 @@ int RunTrimora(int argc, char** argv) {
     filters::SetWarningSink(nullptr);
     if (result != 0) log.ReportError(result, "Error during processing");
     log.Close();
-    return 0;
+    if (!StrictExitRequested()) return 0;
+    return StrictExitStatus(result != 0 || jobs::Tally().failed > 0,
+                            log.Count(Log::kWarning) + log.Count(Log::kError) > 0);
+}
+
+bool StrictExitRequested() {
+    const char* text = getenv(kStrictExitVariable);
+    return text && std::string(text) == "1";
+}
+
+int StrictExitStatus(bool anyFailed, bool anyWarning) {
+    if (anyFailed) return 2;
+    return anyWarning ? 3 : 0;
 }

@@ -107,12 +107,19 @@ ASErrorCode RunOneInput(const std::string& input, const std::string& outputPath,
     ASErrorCode result = 0;
     if (images::ImageFileKindFromName(input) != images::ImageFileKind::None) {
         DocHolder doc(images::ImportImageFile(input));
-        if (!doc.Get()) return 0;  // rejected images are passed over silently
+        if (!doc.Get()) {
+            ++Tally().failed;  // passed over silently, but no output came of it
+            return 0;
+        }
         working.Statistics().startingSize = FileSizeOrRaise(input);
-        result = pipeline::Run(doc.Get(), PdfNameForImage(outputPath), working);
+        const std::string pdfName = PdfNameForImage(outputPath);
+        WarnIfHardLinked(pdfName, log);
+        result = pipeline::Run(doc.Get(), pdfName, working);
     } else {
+        WarnIfHardLinked(outputPath, log);
         result = OpenAndRunDocument(input, outputPath, password, working);
     }
+    CountResult(result);
     clock.Stop();
     ComputePercent(working);
     if (result == 0) PrintSummary(working, clock.timer, options.report, log);
@@ -170,7 +177,9 @@ ASErrorCode RunMergeJob(const std::vector<std::string>& inputs, const JobOptions
     if (!target.Get()) return 0;
     log.Info("Saving to output file: %s\n", options.output.c_str());
     master.Statistics().startingSize = startingSize;
+    WarnIfHardLinked(options.output, log);
     const ASErrorCode result = pipeline::Run(target.Get(), options.output, master);
+    CountResult(result);
     target.Reset();
     clock.Stop();
     ComputePercent(master);
@@ -205,7 +214,9 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         }
         log.Info("Saving to output file: %s\n", output.c_str());
         master.Statistics().startingSize = 0;
+        WarnIfHardLinked(output, log);
         const ASErrorCode result = pipeline::Run(target.Get(), output, master);
+        CountResult(result);
         target.Reset();
         clock.Stop();
         if (result == 0) PrintSummary(master, clock.timer, options.report, log);
@@ -234,14 +245,19 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         DocHolder assembled(PDDocCreate());
         {
             DocHolder doc(OpenInput(e.src, passwordFor(e)));
-            if (!doc.Get()) continue;
+            if (!doc.Get()) {
+                ++Tally().failed;
+                continue;
+            }
             CheckMayChange(doc.Get());
             AppendSelectedPages(assembled.Get(), doc.Get(), e);
         }
         // A selection is a new document: its size is not comparable with
         // the whole file's, so no sizes are reported for it.
         working.Statistics().startingSize = 0;
+        WarnIfHardLinked(out, log);
         result = pipeline::Run(assembled.Get(), out, working);
+        CountResult(result);
         assembled.Reset();
         clock.Stop();
         if (working.Statistics().startingSize > 0) ComputePercent(working);

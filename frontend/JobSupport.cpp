@@ -28,6 +28,24 @@ ASInt32 FileSizeOrRaise(const std::string& path) {
     return st.st_size > INT32_MAX ? INT32_MAX : ASInt32(st.st_size);
 }
 
+void WarnIfHardLinked(const std::string& outputPath, Log& log) {
+    struct stat st {};
+    if (stat(outputPath.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink < 2) return;
+    log.Warning("Warning: %s has %lu other hard link(s); they keep the original content, as only this name "
+                "receives the optimised file\n",
+                outputPath.c_str(), static_cast<unsigned long>(st.st_nlink - 1));
+}
+
+JobTally& Tally() {
+    static JobTally tally;
+    return tally;
+}
+
+void CountResult(ASErrorCode result) {
+    if (result == 0) ++Tally().written;
+    else ++Tally().failed;
+}
+
 std::string OutputNameFor(const std::string& outputOption, const std::string& input) {
     if (!IsDirectory(outputOption)) return outputOption;
     const size_t sep = input.find_last_of("/\\");

@@ -36,6 +36,21 @@ std::string PdfNameForImage(const std::string& outputPath);
 // Joins a directory and a relative name (an absolute name stays as it is).
 std::string JoinPath(const std::string& dir, const std::string& name);
 
+// Before `outputPath` is replaced: when it is a file with other hard links,
+// warns that those names keep the old content (the new file is a new inode
+// under this one name; see "Replacing files in place" in the README).
+void WarnIfHardLinked(const std::string& outputPath, Log& log);
+
+// What the inputs of a run came to, for the strict exit status.
+struct JobTally {
+    int written = 0;  // outputs saved
+    int failed = 0;   // inputs that gave no output
+};
+// The run's tally (one per process: the program runs one job at a time).
+JobTally& Tally();
+// Counts one input: written when `result` is 0, failed otherwise.
+void CountResult(ASErrorCode result);
+
 // The job's own timer, from the millisecond clock.
 struct JobClock {
     JobTimer timer;

@@ -8,6 +8,7 @@
 #include "pdfcore/CosObjStm.h"
 #include "pdfcore/CosParser.h"
 #include "pdfcore/CosRepair.h"
+#include "pdfcore/CosWarn.h"
 #include "pdfcore/CosXref.h"
 
 namespace {
@@ -58,6 +59,8 @@ private:
         if (!ok) {
             if (!mayRepair || m_repaired) return CosNewNull();
             m_repaired = true;
+            CosWarn("object %ld is not where the cross-reference table says; the table is rebuilt by scanning the file",
+                    static_cast<long>(objNum));
             CosRepairer rep(doc, file, m_header);
             rep.ScanObjects(false);
             rep.AddObjectStreamMembers(objStms);
@@ -144,6 +147,8 @@ CosDoc OpenSource(std::unique_ptr<CosFileSource> source, const std::string& pass
         int64_t startxref = CosReadStartxref(file, eof);
         std::vector<CosXrefEntry> table;
         chain = CosReadXrefChain(doc, file, headerPos, startxref, table);
+        if (chain.prevLoop)
+            CosWarn("the chain of cross-reference sections loops back on itself; it is cut at the loop");
         if (TableLooksSound(doc, file, headerPos, table, chain.trailer)) {
             CosDocXref(doc) = std::move(table);
             CosDocSetTrailer(doc, chain.trailer);
@@ -171,6 +176,7 @@ CosDoc OpenSource(std::unique_ptr<CosFileSource> source, const std::string& pass
             ASRaiseParse(kErrCouldNotRepair);
         }
         info.repaired = true;
+        CosWarn("the cross-reference data is damaged; it is rebuilt by scanning the file");
     } else {
         info.xrefSections = static_cast<int>(chain.sectionOffsets.size());
         info.linearized = CosIsLinearized(file, chain.sectionOffsets);
@@ -183,6 +189,7 @@ CosDoc OpenSource(std::unique_ptr<CosFileSource> source, const std::string& pass
         rep = std::make_unique<CosRepairer>(doc, file, headerPos);
         rep->ScanObjects(false);
         info.repaired = true;
+        CosWarn("the trailer does not lead to the catalog; it is looked for by scanning the file");
     }
     if (rep) {
         rep->AddObjectStreamMembers(loader.objStms);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
+#include <vector>
 
 #include "pdfcore/CosNames.h"
 #include "pdfcore/CosObjStm.h"
@@ -189,6 +191,7 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
         }
     }
     // The catalog may sit inside an object stream.
+    bool hasPages = false;
     for (size_t n = CosDocXref(m_doc).size(); n-- > 1;) {
         if (n >= CosDocXref(m_doc).size() || CosDocXref(m_doc)[n].kind != CosXrefEntry::kInObjStm) continue;
         CosObj o = CosDocGetObjByID(m_doc, static_cast<ASInt32>(n));
@@ -196,6 +199,81 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
             CosDictPut(trailer, cosnames::Root, o);
             return;
         }
+        ASAtom type = CosObjGetType(o) == kCosDict ? CosDictGetName(o, cosnames::Type) : ASAtomNull;
+        hasPages = hasPages || type == cosnames::Page || type == cosnames::Pages;
     }
-    ASRaiseParse(kErrCouldNotRepair);
+    for (const Found& o : m_found)
+        hasPages = hasPages || HeadHas(o.pos, "/Pages") || HeadHas(o.pos, "/Page");
+    // No catalog at all, but pages: a new catalog over the page tree found
+    // among the objects.
+    if (!hasPages) ASRaiseParse(kErrCouldNotRepair);
+    CosObj catalog = CosNewDict(m_doc, true, 2);
+    CosDictPutName(catalog, cosnames::Type, false, cosnames::Catalog);
+    CosObj pages = CosFindPageTreeRoot(m_doc, catalog);
+    if (CosObjIsNull(pages) || CosDictGetName(pages, cosnames::Type) == cosnames::Catalog) {
+        // No page after all, or a catalog the labels did not show.
+        CosObjDestroy(catalog);
+        if (CosObjIsNull(pages)) ASRaiseParse(kErrCouldNotRepair);
+        CosDictPut(trailer, cosnames::Root, pages);
+        return;
+    }
+    CosDictPut(catalog, cosnames::Pages, pages);
+    CosDictPut(trailer, cosnames::Root, catalog);
+}
+
+namespace {
+
+bool IsPageNode(CosObj node) {
+    ASAtom type = CosDictGetName(node, cosnames::Type);
+    if (type == cosnames::Page) return true;
+    if (type == cosnames::Pages) return false;
+    return CosObjGetType(CosDictGet(node, cosnames::Kids)) != kCosArray;
+}
+
+bool IsCatalogWithTree(CosObj obj) {
+    CosObj pages = CosDictGet(obj, cosnames::Pages);
+    return CosObjGetType(obj) == kCosDict && CosObjGetType(pages) == kCosDict && !IsPageNode(pages);
+}
+
+}  // namespace
+
+CosObj CosFindPageTreeRoot(CosDoc doc, CosObj catalog) {
+    CosObj best = CosNewNull();
+    ASInt32 bestCount = -1;
+    CosObj otherCatalog = CosNewNull();
+    std::vector<CosObj> nodes;
+    std::vector<CosObj> pages;
+    std::set<CosObj> listed;
+    for (ASInt32 id = 1, n = CosDocGetObjTableSize(doc); id < n; ++id) {
+        CosObj obj = CosDocGetObjByID(doc, id);
+        if (CosObjGetType(obj) != kCosDict) continue;
+        ASAtom type = CosDictGetName(obj, cosnames::Type);
+        if (type == cosnames::Catalog) {
+            if (obj != catalog && CosObjIsNull(otherCatalog) && IsCatalogWithTree(obj)) otherCatalog = obj;
+        } else if (type == cosnames::Pages) {
+            nodes.push_back(obj);
+            CosObj kids = CosDictGet(obj, cosnames::Kids);
+            for (ASInt32 i = 0, k = CosObjGetType(kids) == kCosArray ? CosArrayLength(kids) : 0; i < k; ++i)
+                listed.insert(CosArrayGet(kids, i));
+        } else if (type == cosnames::Page) {
+            pages.push_back(obj);
+        }
+    }
+    if (!CosObjIsNull(otherCatalog)) return otherCatalog;
+    for (CosObj node : nodes) {
+        if (listed.count(node)) continue;
+        ASInt32 count = CosDictGetInt(node, cosnames::Count, 0);
+        if (count > bestCount) {
+            best = node;
+            bestCount = count;
+        }
+    }
+    if (!CosObjIsNull(best) || pages.empty()) return best;
+    CosObj root = CosNewDict(doc, true, 3);
+    CosDictPutName(root, cosnames::Type, false, cosnames::Pages);
+    CosObj kids = CosNewArray(doc, false, static_cast<ASInt32>(pages.size()));
+    for (CosObj page : pages) CosArrayAppend(kids, page);
+    CosDictPut(root, cosnames::Kids, kids);
+    CosDictPutInteger(root, cosnames::Count, static_cast<ASInt32>(pages.size()));
+    return root;
 }

@@ -27,7 +27,9 @@ public:
 
     // Second pass (after decryption is set up): adds the members of the
     // object streams found, and finds the catalog for a trailer without a
-    // usable Root.  Raises "could not repair file" when no catalog exists.
+    // usable Root.  Raises "could not repair file" when there is neither a
+    // catalog nor a page; pages without a catalog get a new, empty catalog
+    // (the document layer then finds their page tree).
     void AddObjectStreamMembers(CosObjStmCache& cache);
     void EnsureRoot(CosObj trailer);
 
@@ -48,3 +50,12 @@ private:
     std::vector<Found> m_found;          // in file order
     std::vector<size_t> m_definedAt;     // per number: position of the winning label
 };
+
+// The page tree root of a document whose catalog does not lead to one,
+// looked for among all its objects (damaged files only): the root of
+// another catalog (not `catalog`) that has a usable tree, else the Pages
+// node that no other node lists (the one with the largest Count when there
+// are several), else a new root over every page object in object order.
+// Null when the document has no page at all.  When the answer is another
+// catalog, that catalog is returned rather than its root.
+CosObj CosFindPageTreeRoot(CosDoc doc, CosObj catalog);

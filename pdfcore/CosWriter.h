@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -165,9 +166,11 @@ private:
 
 // ---------------------------------------------------------------- output file
 // A file written atomically: the bytes go to a temporary file in the
-// target's folder, and Commit() flushes, syncs and renames it over the
-// target.  Until then (and after any failure) the target is untouched; the
-// destructor removes an uncommitted temporary.
+// target's folder (see pdfcore/AtomicFile.h), and Commit() flushes, syncs
+// and renames it over the target.  Until then (and after any failure) the
+// target is untouched; the destructor removes an uncommitted temporary.
+class CosTempFile;
+
 class CosOutputFile {
 public:
     explicit CosOutputFile(const std::string& targetPath);
@@ -184,15 +187,15 @@ public:
     void Commit();
     // Removes the temporary file (also done by the destructor).
     void Abandon();
-    const std::string& TempPath() const { return m_tempPath; }
+    // The temporary's name; empty while it has none (an unnamed temporary).
+    const std::string& TempPath() const;
 
 private:
     void Flush();
     void RawWrite(const void* data, size_t length);
     void RawPwrite(const void* data, size_t length, int64_t offset);
 
-    std::string m_target;
-    std::string m_tempPath;
+    std::unique_ptr<CosTempFile> m_temp;
     int m_fd = -1;
     std::vector<char> m_buffer;
     size_t m_used = 0;
@@ -203,3 +206,6 @@ private:
 // Test hook: when set to N >= 0, every output file fails with "a file write
 // error has occurred" once N bytes have been written to it (-1: off).
 void CosOutputFileSetFailAfterForTesting(int64_t bytes);
+// Test hook: every write to an output file first waits this many
+// milliseconds (0: off), so that a save can be interrupted part-way.
+void CosOutputFileSetDelayForTesting(int milliseconds);

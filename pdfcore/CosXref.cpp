@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <set>
@@ -41,6 +42,34 @@ struct TableBuilder {
     }
 };
 
+// Reads a decimal integer the way scanf's "%ld" does (white space, one
+// optional sign, digits) but saturates instead of overflowing: the digits
+// come from the file, and scanf leaves an out-of-range value undefined.
+bool ScanLong(const char*& p, long& out) {
+    while (*p == ' ' || *p == '\t' || *p == '\r' || *p == '\n' || *p == '\f' || *p == '\v') ++p;
+    const char* q = p;
+    bool negative = false;
+    if (*q == '+' || *q == '-') negative = *q++ == '-';
+    if (!(*q >= '0' && *q <= '9')) return false;
+    long v = 0;
+    for (; *q >= '0' && *q <= '9'; ++q) {
+        const int d = *q - '0';
+        v = v > (LONG_MAX - d) / 10 ? LONG_MAX : v * 10 + d;
+    }
+    out = negative ? -v : v;
+    p = q;
+    return true;
+}
+
+// How many of `count` integers the text starts with (like sscanf with
+// "%ld %ld"), stored in `out`.
+int ScanLongs(const std::string& text, long* out, int count) {
+    const char* p = text.c_str();
+    int got = 0;
+    while (got < count && ScanLong(p, out[got])) ++got;
+    return got;
+}
+
 std::string Trim(const std::string& s) {
     size_t b = 0, e = s.size();
     while (b < e && CosLexer::IsWhite(static_cast<uint8_t>(s[b]))) ++b;
@@ -77,8 +106,9 @@ CosObj ReadClassicSection(CosParser& parser, std::vector<std::pair<int64_t, CosX
             lex.Seek(at + 7);
             break;
         }
-        long first = 0, count = 0;
-        int got = std::sscanf(t.c_str(), "%ld %ld", &first, &count);
+        long header[2] = {0, 0};
+        int got = ScanLongs(t, header, 2);
+        long first = header[0], count = header[1];
         if (got == 1) {
             // The count stands on the next line.
             std::string more;
@@ -86,7 +116,7 @@ CosObj ReadClassicSection(CosParser& parser, std::vector<std::pair<int64_t, CosX
                 if (!lex.ReadLine(more)) ASRaiseParse(kErrXrefHeader);
                 more = Trim(more);
             } while (more.empty());
-            if (std::sscanf(more.c_str(), "%ld", &count) != 1) ASRaiseParse(kErrXrefHeader);
+            if (ScanLongs(more, &count, 1) != 1) ASRaiseParse(kErrXrefHeader);
         } else if (got != 2) {
             ASRaiseParse(kErrXrefHeader);
         }
@@ -97,10 +127,13 @@ CosObj ReadClassicSection(CosParser& parser, std::vector<std::pair<int64_t, CosX
                 if (!lex.ReadLine(el, 256)) ASRaiseParse(kErrXrefEntry);
                 el = Trim(el);
             } while (el.empty());
-            long off = 0, gen = 0;
-            char kind = 0;
-            if (std::sscanf(el.c_str(), "%ld %ld %c", &off, &gen, &kind) < 3)
-                ASRaiseParse(kErrXrefEntry);
+            long fields[2] = {0, 0};
+            const char* rest = el.c_str();
+            if (!ScanLong(rest, fields[0]) || !ScanLong(rest, fields[1])) ASRaiseParse(kErrXrefEntry);
+            while (*rest == ' ' || *rest == '\t') ++rest;
+            if (*rest == '\0') ASRaiseParse(kErrXrefEntry);
+            long off = fields[0], gen = fields[1];
+            const char kind = *rest;
             CosXrefEntry e;
             if (kind == 'n') {
                 e.kind = CosXrefEntry::kInFile;
@@ -286,7 +319,11 @@ CosXrefChain CosReadXrefChain(CosDoc doc, std::span<const uint8_t> file, size_t 
     int64_t offset = startxref;
     try {
         while (true) {
-            if (!visited.insert(offset).second || visited.size() > kMaxSections) break;  // Prev loop
+            if (!visited.insert(offset).second || visited.size() > kMaxSections) {
+                // A Prev loop: every section of it has been read once.
+                chain.prevLoop = true;
+                break;
+            }
             if (offset < 0 || static_cast<uint64_t>(offset) >= file.size() - headerOffset)
                 ASRaiseParse(kErrMissingXref);
             chain.sectionOffsets.push_back(offset);

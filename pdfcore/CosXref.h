@@ -28,6 +28,7 @@ int64_t CosReadStartxref(std::span<const uint8_t> file, size_t eofPos);
 struct CosXrefChain {
     CosObj trailer = nullptr;             // the newest trailer (a direct dictionary)
     std::vector<int64_t> sectionOffsets;  // relative offsets, newest first
+    bool prevLoop = false;                // a Prev led back to a section already read
 };
 
 // Reads the chain of sections starting at `startxref` (relative to

@@ -8,7 +8,9 @@
 
 #include "base/Formatters.h"
 #include "base/Log.h"
+#include "pdfcore/AtomicFile.h"
 #include "pdfcore/CosDoc.h"
+#include "pdfcore/CosWriter.h"
 #include "pipeline/Encryption.h"
 #include "pipeline/Finalisation.h"
 #include "settings/TrimoraPreferences.h"
@@ -74,6 +76,10 @@ int64_t Save(PDDoc doc, const std::string& path, const CTrimoraPreferences& pref
     ASInt16 major = 0, minor = 0;
     HeaderVersion(prefs, major, minor);
     PrepareEncryption(doc, prefs);
+    const char* slow = std::getenv(kSlowSaveVariable);
+    CosOutputFileSetDelayForTesting(slow ? std::atoi(slow) : 0);
+    const char* named = std::getenv(kNamedTempVariable);
+    CosTempFileForceNamedForTesting(named && std::strcmp(named, "1") == 0);
     const char* hook = std::getenv(kFailSaveVariable);
     if (hook && std::strcmp(hook, "1") == 0) {
         const std::string temp = path + ".tmfail";

@@ -17,6 +17,13 @@ namespace pipeline {
 // place, so a test can check that nothing the run was given got touched.
 inline constexpr const char* kFailSaveVariable = "TRIMORA_TEST_FAIL_SAVE";
 
+// Environment variables for tests of interrupted saves: a number N makes
+// every write of the save wait N milliseconds, so that a signal can arrive
+// part-way; "1" in the second makes the temporary file a named one, as on
+// systems without unnamed temporary files.
+inline constexpr const char* kSlowSaveVariable = "TRIMORA_TEST_SLOW_SAVE";
+inline constexpr const char* kNamedTempVariable = "TRIMORA_TEST_NAMED_TEMP";
+
 // Runs the phases on `doc`, saves it to `outputPath` and fills the ending
 // size, percent and times in the settings' run statistics (the starting
 // size must already be set).  Returns 0, or the core's code when saving

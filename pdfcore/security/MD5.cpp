@@ -76,6 +76,9 @@ void MD5::Block(const uint8_t* block) {
 }
 
 void MD5::Update(std::span<const uint8_t> data) {
+    // An empty span may carry a null pointer (an empty vector's data()),
+    // which memcpy must never see, not even with a length of 0.
+    if (data.empty()) return;
     const uint8_t* p = data.data();
     size_t n = data.size();
     m_length += n;

@@ -54,7 +54,8 @@ size_t StdSecParams::KeyBytes() const {
 StdSecBlock StdSecPadPassword(std::string_view password) {
     StdSecBlock out;
     size_t n = std::min<size_t>(password.size(), 32);
-    std::memcpy(out.data(), password.data(), n);
+    // An empty view may hold a null pointer: copy only when there is something.
+    if (n > 0) std::memcpy(out.data(), password.data(), n);
     std::memcpy(out.data() + n, kStdSecPadding.data(), 32 - n);
     return out;
 }
