@@ -410,6 +410,10 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         }
     }
 
+    // A JPEG that keeps its size would only grow as anything lossless.
+    if (!downsampling && fam == Family::DCT && target != ImageCompression::JPEG)
+        return fail(ReductionOutcome::Unchanged, "JPEG kept: a lossless encoding would be larger");
+
     // The soft mask follows the image's new size.
     CosObj smask = CosDictGet(image, K_SMask);
     const bool hasSMask = CosObjGetType(smask) == kCosStream;

@@ -186,6 +186,11 @@ TEST_F(Reduce, JpegAsAskedAndOriginalKeepsTheJpegQuality) {
     const Bytes before(CosStreamEncodedData(low).begin(), CosStreamEncodedData(low).end());
     EXPECT_EQ(ReduceImage(low, 100, 100, p).outcome, ReductionOutcome::Unchanged);
     EXPECT_EQ(Bytes(CosStreamEncodedData(low).begin(), CosStreamEncodedData(low).end()), before);
+    // ...and a lossless filter never decodes a JPEG it would not downsample.
+    ReductionParams lossless;
+    lossless.compression = ImageCompression::Flate;
+    EXPECT_EQ(ReduceImage(low, 100, 100, lossless).outcome, ReductionOutcome::Unchanged);
+    EXPECT_EQ(FilterOf(low), "DCTDecode");
 }
 
 TEST_F(Reduce, OnlySmallerResultsReplace) {
