@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/Log.h"
+#include "content/Placement.h"
+
 namespace images {
 namespace {
 const ASAtom K_Subtype = ASAtomFromString("Subtype");
@@ -24,6 +27,23 @@ void ImageCollector::Add(CosObj image, double ppiX, double ppiY) {
     f.ppiX = std::max(f.ppiX, Usable(ppiX));
     f.ppiY = std::max(f.ppiY, Usable(ppiY));
     ++f.placements;
+}
+
+std::vector<FoundImage> FindImages(PDDoc doc, Log& log) {
+    ImageCollector collector;
+    for (ASInt32 i = 0; i < PDDocGetNumPages(doc); ++i) {
+        try {
+            for (const PlacedImage& p : FindPlacedImages(PDDocGetPageObj(doc, i), &log, true)) {
+                if (CosObjIsNull(p.xobject)) continue;  // inline images stay in the content
+                double ppiX = 0, ppiY = 0;
+                EffectiveResolution(p, ppiX, ppiY);
+                collector.Add(p.xobject, ppiX, ppiY);
+            }
+        } catch (const CVellumError& e) {
+            log.Warning("Images of page %d: %s\n", int(i + 1), ASGetErrorString(e.GetErrorCode()));
+        }
+    }
+    return collector.TakeImages();
 }
 
 }  // namespace images

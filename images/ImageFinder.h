@@ -42,4 +42,9 @@ private:
     std::unordered_map<CosObj, size_t> m_index;
 };
 
+// Every image XObject the pages of `doc` draw, through forms, patterns
+// and annotation appearances.  A page whose content cannot be read is
+// reported on the Warning channel; the images found elsewhere still count.
+std::vector<FoundImage> FindImages(PDDoc doc, Log& log);
+
 }  // namespace images
