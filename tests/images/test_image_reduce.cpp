@@ -154,6 +154,12 @@ TEST_F(Reduce, ResolutionDecidesPerAxisAndNeverUpsamples) {
     ASSERT_EQ(r.outcome, ReductionOutcome::Replaced) << r.reason;
     EXPECT_EQ(Int(img, "Width"), 150);
     EXPECT_EQ(Int(img, "Height"), 300);
+    // ...and the other way round.
+    CosObj tall = FlateImage(300, 300, "DeviceGray", 1, 8, raw);
+    ASSERT_EQ(ReduceImage(tall, 100, 300, Downsample("box", ImageCompression::Flate)).outcome,
+              ReductionOutcome::Replaced);
+    EXPECT_EQ(Int(tall, "Width"), 300);
+    EXPECT_EQ(Int(tall, "Height"), 150);
     // Below the threshold nothing happens with Original.
     CosObj low = FlateImage(300, 300, "DeviceGray", 1, 8, raw);
     EXPECT_EQ(ReduceImage(low, 200, 200, Downsample("box", ImageCompression::Original)).outcome,
