@@ -313,18 +313,24 @@ void PutEncoding(CosObj stream, const Encoded& e, int width, int height, int bit
 std::optional<Raster> DecodeSamples(CosObj stream, int w, int h, int colors, int bpc, uint64_t limit,
                                     Failure* failure) {
     const uint64_t rowBytes = (uint64_t(w) * uint64_t(colors) * uint64_t(bpc) + 7) / 8;
+    const uint64_t expected = rowBytes * uint64_t(h);
     CosDecodeOptions opts;
-    opts.maxOutput = std::min<uint64_t>(limit, rowBytes * uint64_t(h) + 4096);
-    opts.strict = true;
+    // Producers often leave some bytes after the last row; allow for them
+    // without letting a hostile stream grow without bound.
+    opts.maxOutput = std::min<uint64_t>(limit, expected + expected / 4 + 65536);
     std::vector<uint8_t> data;
+    bool complete = true;
     try {
-        data = CosStreamDecodedData(stream, opts);
+        data = CosStreamDecodedData(stream, opts, &complete);
     } catch (const CVellumError&) {
         *failure = {ReductionOutcome::Bad, "damaged image data"};
         return std::nullopt;
     }
+    // A stream damaged after the last row still holds every sample.
     auto r = RasterFromSamples(data, w, h, colors, bpc);
-    if (!r) *failure = {ReductionOutcome::Bad, "image data is shorter than its size says"};
+    if (!r)
+        *failure = {ReductionOutcome::Bad,
+                    complete ? "image data is shorter than its size says" : "damaged image data"};
     return r;
 }
 

@@ -356,6 +356,17 @@ TEST_F(Reduce, BadImagesAreLeftAsTheyWere) {
     EXPECT_EQ(r.outcome, ReductionOutcome::Bad);
     EXPECT_NE(r.reason.find("shorter"), std::string::npos);
     EXPECT_EQ(FilterOf(shortImg), "FlateDecode");
+    // A Flate stream cut short: damaged, left alone.
+    Bytes cut = filters::FlateEncode(Noise(100 * 100 * 3, 5), 6);
+    cut.resize(cut.size() / 2);
+    r = ReduceImage(Image(100, 100, Name("DeviceRGB"), 8, cut, "FlateDecode"), 600, 600, p);
+    EXPECT_EQ(r.outcome, ReductionOutcome::Bad);
+    EXPECT_EQ(r.reason, "damaged image data");
+    // Bytes after the last row are ignored.
+    Bytes longer = Gradient(100, 100, 3);
+    longer.resize(longer.size() + 20000, 9);
+    EXPECT_EQ(ReduceImage(FlateImage(100, 100, "DeviceRGB", 3, 8, longer), 600, 600, p).outcome,
+              ReductionOutcome::Replaced);
     // Absurd dimensions never get decoded.
     CosObj huge = Image(1, 1000000000, Name("DeviceGray"), 8, Bytes(10, 0));
     EXPECT_EQ(ReduceImage(huge, 600, 600, p).outcome, ReductionOutcome::Bad);
