@@ -25,6 +25,7 @@ const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
 const ASAtom K_Interpolate = ASAtomFromString("Interpolate");
 const ASAtom K_F = ASAtomFromString("F");
 const ASAtom K_DL = ASAtomFromString("DL");
+const ASAtom K_Decode = ASAtomFromString("Decode");
 const ASAtom K_N = ASAtomFromString("N");
 const ASAtom K_Alternate = ASAtomFromString("Alternate");
 const ASAtom K_ColorTransform = ASAtomFromString("ColorTransform");
@@ -144,7 +145,9 @@ struct Failure {
 };
 
 // 1, 2 and 4-bit samples spread over 0..255, 8 and 16-bit taken as they are.
-std::optional<Raster> RasterFromSamples(const std::vector<uint8_t>& data, int w, int h, int colors, int bpc) {
+// `scale` false keeps the values (palette indices) as they are.
+std::optional<Raster> RasterFromSamples(const std::vector<uint8_t>& data, int w, int h, int colors, int bpc,
+                                        bool scale = true) {
     Raster r;
     r.width = w;
     r.height = h;
@@ -165,7 +168,7 @@ std::optional<Raster> RasterFromSamples(const std::vector<uint8_t>& data, int w,
         for (size_t i = 0; i < perRow; ++i) {
             const size_t bit = i * size_t(bpc);
             const unsigned v = (in[bit / 8] >> (8 - bpc - bit % 8)) & maxv;
-            out[i] = uint8_t((v * 255 + maxv / 2) / maxv);
+            out[i] = uint8_t(scale ? (v * 255 + maxv / 2) / maxv : v);
         }
     }
     return r;
@@ -311,7 +314,7 @@ void PutEncoding(CosObj stream, const Encoded& e, int width, int height, int bit
 // The samples of an image (not a JPEG) or soft mask, decoded through its
 // filters; a Failure when the data is damaged or short.
 std::optional<Raster> DecodeSamples(CosObj stream, int w, int h, int colors, int bpc, uint64_t limit,
-                                    Failure* failure) {
+                                    Failure* failure, bool scale = true) {
     const uint64_t rowBytes = (uint64_t(w) * uint64_t(colors) * uint64_t(bpc) + 7) / 8;
     const uint64_t expected = rowBytes * uint64_t(h);
     CosDecodeOptions opts;
@@ -327,10 +330,65 @@ std::optional<Raster> DecodeSamples(CosObj stream, int w, int h, int colors, int
         return std::nullopt;
     }
     // A stream damaged after the last row still holds every sample.
-    auto r = RasterFromSamples(data, w, h, colors, bpc);
+    auto r = RasterFromSamples(data, w, h, colors, bpc, scale);
     if (!r)
         *failure = {ReductionOutcome::Bad,
                     complete ? "image data is shorter than its size says" : "damaged image data"};
+    return r;
+}
+
+// An Indexed space's base and palette: `components` bytes per entry,
+// hival + 1 entries (a short table reads as zeros, as readers do).
+struct Palette {
+    CosObj base = nullptr;
+    ColourInfo baseInfo;
+    std::vector<uint8_t> table;
+    int entries = 0;
+};
+
+std::optional<Palette> ReadPalette(CosObj cs, std::string* problem) {
+    Palette pal;
+    pal.base = CosArrayGet(cs, 1);
+    pal.baseInfo = ReadColourSpace(pal.base, 1);
+    if (!pal.baseInfo.problem.empty() || pal.baseInfo.indexed || pal.baseInfo.components < 1) {
+        *problem = "Indexed space with an unusable base";
+        return std::nullopt;
+    }
+    CosObj hival = CosArrayGet(cs, 2);
+    if (CosObjGetType(hival) != kCosInteger && CosObjGetType(hival) != kCosFixed) {
+        *problem = "Indexed space without hival";
+        return std::nullopt;
+    }
+    pal.entries = std::clamp(CosIntegerValue(hival), 0, 255) + 1;
+    CosObj lookup = CosArrayGet(cs, 3);
+    if (CosObjGetType(lookup) == kCosString) {
+        const std::string b = CosStringBytes(lookup);
+        pal.table.assign(b.begin(), b.end());
+    } else if (CosObjGetType(lookup) == kCosStream) {
+        CosDecodeOptions o;
+        o.maxOutput = 1 << 16;
+        pal.table = CosStreamDecodedData(lookup, o);
+    } else {
+        *problem = "Indexed space without a lookup table";
+        return std::nullopt;
+    }
+    pal.table.resize(size_t(pal.entries) * size_t(pal.baseInfo.components), 0);
+    return pal;
+}
+
+// Palette indices to the base space's samples; indices above hival take
+// the last entry.
+Raster ExpandPalette(const Raster& indices, const Palette& pal) {
+    Raster r;
+    r.width = indices.width;
+    r.height = indices.height;
+    r.colors = pal.baseInfo.components;
+    r.data.resize(r.ByteSize());
+    const size_t n = size_t(r.width) * size_t(r.height), c = size_t(r.colors);
+    for (size_t i = 0; i < n; ++i) {
+        const size_t e = std::min<size_t>(indices.data[i], size_t(pal.entries - 1));
+        std::copy_n(pal.table.begin() + long(e * c), c, r.data.begin() + long(i * c));
+    }
     return r;
 }
 
@@ -375,7 +433,6 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return fail(ReductionOutcome::Bad, "absurd image size");
     ColourInfo ci = ReadColourSpace(CosDictGet(image, K_ColorSpace));
     if (!ci.problem.empty()) return fail(ReductionOutcome::Bad, ci.problem);
-    if (ci.indexed) return fail(ReductionOutcome::LeftAlone, "Indexed colour space");
     if (fam != Family::DCT && !ValidBits(bpc)) return fail(ReductionOutcome::Bad, "bad BitsPerComponent");
     const uint64_t decodedBytes = uint64_t(w) * uint64_t(h) * uint64_t(ci.components) * 2;
     if (decodedBytes > p.maxDecodedBytes * 2) return fail(ReductionOutcome::Bad, "image too large to reduce");
@@ -403,6 +460,24 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         newH = std::min<int>(newH, int(h));
     }
     const bool downsampling = newW < w || newH < h;
+
+    // An Indexed image is only worth changing when it is downsampled: it
+    // then becomes an image in its base space, since averaging indices
+    // means nothing.
+    std::optional<Palette> palette;
+    if (ci.indexed) {
+        if (!downsampling) return fail(ReductionOutcome::LeftAlone, "Indexed image kept at its size");
+        if (CosDictKnown(image, K_Decode)) return fail(ReductionOutcome::LeftAlone, "Indexed image with a Decode array");
+        if (!key.empty()) return fail(ReductionOutcome::LeftAlone, "colour-keyed Indexed image");
+        if (bpc > 8) return fail(ReductionOutcome::Bad, "bad BitsPerComponent");
+        std::string problem;
+        try {
+            palette = ReadPalette(CosDictGet(image, K_ColorSpace), &problem);
+        } catch (const CVellumError&) {
+            problem = "damaged Indexed lookup table";
+        }
+        if (!palette) return fail(ReductionOutcome::Bad, problem);
+    }
 
     // What to encode with.
     ImageCompression target = p.compression;
@@ -482,8 +557,12 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         r.data = std::move(img.samples);
         raster = std::move(r);
     } else {
-        raster = DecodeSamples(image, int(w), int(h), ci.components, bpc, p.maxDecodedBytes, &failure);
+        raster = DecodeSamples(image, int(w), int(h), ci.components, bpc, p.maxDecodedBytes, &failure, !palette);
         if (!raster) return fail(failure.outcome, failure.reason);
+        if (palette) {
+            raster = ExpandPalette(*raster, *palette);
+            ci = palette->baseInfo;
+        }
     }
 
     if (invertedCMYK && target != ImageCompression::JPEG)
@@ -542,6 +621,12 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     }
 
     PutEncoding(image, enc, newW, newH, raster->bits);
+    if (palette) {
+        // A direct base lives in the Indexed array: the image gets its own copy.
+        CosObj base = CosObjIsIndirect(palette->base) ? palette->base
+                                                       : CosObjCopy(palette->base, CosObjGetDoc(image), false);
+        CosDictPut(image, K_ColorSpace, base);
+    }
     if (smEnc) {
         // A new stream, so another image sharing the old mask keeps it.
         CosDoc doc = CosObjGetDoc(image);

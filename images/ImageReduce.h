@@ -12,8 +12,10 @@
 //    that would fall into the key range are moved just outside it; since a
 //    lossy encoding would break the key, such images are stored losslessly
 //    (Flate) even when JPEG is asked for;
-//  - Indexed images, images with a colour space of more than four
-//    components, JPX and external-file images are left alone, as are
+//  - an Indexed image keeps its palette unless it is downsampled; then it
+//    becomes an image in the palette's base space, which can be averaged;
+//  - images with a colour space of more than four components, JPX and
+//    external-file images are left alone, as are
 //    JPEGs holding inverted CMYK unless they go back to JPEG (the inverted
 //    values are stored as they were, with the marker that says so);
 //  - Lab, Separation, DeviceN and 4-component images are never put through

@@ -299,10 +299,41 @@ TEST_F(Reduce, SpecialSpacesKeepTheirLook) {
     CosArrayAppend(idx, Name("DeviceRGB"));
     CosArrayAppend(idx, CosNewInteger(doc, false, 1));
     CosArrayAppend(idx, CosNewString(doc, false, std::string("\0\0\0\xff\xff\xff", 6)));
-    CosObj ii = Image(64, 64, idx, 8, Bytes(64 * 64, 1));
-    EXPECT_EQ(ReduceImage(ii, 600, 600, Downsample("box", ImageCompression::Flate)).outcome,
-              ReductionOutcome::LeftAlone);
+    // Indexed images keep their palette unless downsampled; then they
+    // become images in the base space (indices 2 and up read as the last entry).
+    Bytes indices(64 * 64);
+    for (size_t i = 0; i < indices.size(); ++i) indices[i] = (i % 64) < 32 ? 0 : (i % 2 ? 1 : 7);
+    CosObj ii = Image(64, 64, idx, 8, indices);
     EXPECT_EQ(ClassifyImage(ii), ImageClass::Color);
+    EXPECT_EQ(ReduceImage(ii, 200, 200, Downsample("box", ImageCompression::Flate)).outcome,
+              ReductionOutcome::LeftAlone);
+    ASSERT_EQ(ReduceImage(ii, 600, 600, Downsample("box", ImageCompression::Flate)).outcome,
+              ReductionOutcome::Replaced);
+    EXPECT_EQ(ASAtomGetString(CosDictGetName(ii, A("ColorSpace"))), std::string("DeviceRGB"));
+    Bytes rgb = Decoded(ii);
+    ASSERT_EQ(rgb.size(), 16u * 16 * 3);
+    EXPECT_EQ(rgb[0], 0);
+    EXPECT_EQ(rgb[15 * 3 + 2], 255);
+    // A 4-bit gray palette with an indirect base.
+    CosObj gidx = CosNewArray(doc, false);
+    CosArrayAppend(gidx, Name("Indexed"));
+    CosObj icc = CosNewArray(doc, true);
+    CosArrayAppend(icc, Name("ICCBased"));
+    CosObj profile = CosNewStream(doc, CosNewDict(doc, false), Bytes(16, 0));
+    CosDictPutInteger(profile, A("N"), 1);
+    CosArrayAppend(icc, profile);
+    CosArrayAppend(gidx, icc);
+    CosArrayAppend(gidx, CosNewInteger(doc, false, 15));
+    std::string ramp;
+    for (int i = 0; i < 16; ++i) ramp.push_back(char(i * 17));
+    CosArrayAppend(gidx, CosNewString(doc, false, ramp));
+    Bytes packed(64 * 32, 0xF0);  // index 15 then 0, over and over
+    CosObj gi = Image(64, 64, gidx, 4, packed);
+    EXPECT_EQ(ClassifyImage(gi), ImageClass::Grayscale);
+    ASSERT_EQ(ReduceImage(gi, 600, 600, Downsample("box", ImageCompression::Flate)).outcome,
+              ReductionOutcome::Replaced);
+    EXPECT_TRUE(CosObjEqual(CosDictGet(gi, A("ColorSpace")), icc));
+    for (uint8_t v : Decoded(gi)) EXPECT_NEAR(v, 128, 1);
 
     // A Decode array stays as it was; 4-bit samples become 8-bit.
     Bytes four = Noise(128 * 128 / 2, 3);
