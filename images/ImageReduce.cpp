@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "filters/DCTEncode.h"
@@ -261,30 +262,42 @@ struct Encoded {
     bool colorTransformOff = false;  // DecodeParms ColorTransform 0
 };
 
-Encoded EncodeLossless(const Raster& r, ImageCompression how, const ReductionParams& p) {
+// Rows of `columns` samples of `colors` x `bits` each, packed as PDF packs them.
+Encoded EncodeLosslessRows(std::span<const uint8_t> rows, int colors, int bits, int columns, ImageCompression how,
+                           const ReductionParams& p) {
     Encoded e;
     switch (how) {
     case ImageCompression::LZW:
-        e.data = filters::LZWEncode(r.data);
+        e.data = filters::LZWEncode(rows);
         e.filter = K_LZWDecode;
         break;
     case ImageCompression::Packbits:
-        e.data = filters::RunLengthEncode(r.data);
+        e.data = filters::RunLengthEncode(rows);
         e.filter = K_RunLengthDecode;
         break;
-    default:
+    default: {
         e.filter = K_FlateDecode;
+        const int level = std::clamp(p.flateLevel, 0, 9);
+        e.data = filters::FlateEncode(rows, level);
         if (p.flatePrediction) {
-            e.data = filters::FlateEncodePNG(r.data, std::clamp(p.flateLevel, 0, 9), r.Channels(), r.bits, r.width);
-            e.predictorColors = r.Channels();
-            e.predictorBits = r.bits;
-            e.predictorColumns = r.width;
-        } else {
-            e.data = filters::FlateEncode(r.data, std::clamp(p.flateLevel, 0, 9));
+            // The predictor pays on photographs and gradients, not always on
+            // flat artwork or palettes: keep whichever is smaller.
+            filters::Bytes predicted = filters::FlateEncodePNG(rows, level, colors, bits, columns);
+            if (predicted.size() < e.data.size()) {
+                e.data = std::move(predicted);
+                e.predictorColors = colors;
+                e.predictorBits = bits;
+                e.predictorColumns = columns;
+            }
         }
         break;
     }
+    }
     return e;
+}
+
+Encoded EncodeLossless(const Raster& r, ImageCompression how, const ReductionParams& p) {
+    return EncodeLosslessRows(r.data, r.Channels(), r.bits, r.width, how, p);
 }
 
 void PutEncoding(CosObj stream, const Encoded& e, int width, int height, int bits) {
@@ -465,8 +478,40 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     // then becomes an image in its base space, since averaging indices
     // means nothing.
     std::optional<Palette> palette;
+    if (ci.indexed && !downsampling) {
+        // Palette images (screenshots, diagrams) only get a lossless
+        // recompression of their indices, whatever filter was asked for.
+        if (p.compression == ImageCompression::Original || p.compression == ImageCompression::Other)
+            return res;  // Unchanged
+        const ImageCompression how =
+            p.compression == ImageCompression::JPEG ? ImageCompression::Flate : p.compression;
+        const uint64_t rowBytes = (uint64_t(w) * uint64_t(bpc) + 7) / 8;
+        const uint64_t expected = rowBytes * uint64_t(h);
+        CosDecodeOptions opts;
+        opts.maxOutput = std::min<uint64_t>(p.maxDecodedBytes, expected + expected / 4 + 65536);
+        std::vector<uint8_t> rows;
+        bool complete = true;
+        try {
+            rows = CosStreamDecodedData(image, opts, &complete);
+        } catch (const CVellumError&) {
+            return fail(ReductionOutcome::Bad, "damaged image data");
+        }
+        if (rows.size() < expected)
+            return fail(ReductionOutcome::Bad,
+                        complete ? "image data is shorter than its size says" : "damaged image data");
+        rows.resize(expected);
+        Encoded e = EncodeLosslessRows(rows, 1, bpc, int(w), how, p);
+        res.bytesBefore = CosStreamEncodedLength(image);
+        res.bytesAfter = e.data.size();
+        if (res.bytesAfter >= res.bytesBefore) {
+            res.outcome = ReductionOutcome::NotSmaller;
+            return res;
+        }
+        PutEncoding(image, e, int(w), int(h), bpc);
+        res.outcome = ReductionOutcome::Replaced;
+        return res;
+    }
     if (ci.indexed) {
-        if (!downsampling) return fail(ReductionOutcome::LeftAlone, "Indexed image kept at its size");
         if (CosDictKnown(image, K_Decode)) return fail(ReductionOutcome::LeftAlone, "Indexed image with a Decode array");
         if (!key.empty()) return fail(ReductionOutcome::LeftAlone, "colour-keyed Indexed image");
         if (bpc > 8) return fail(ReductionOutcome::Bad, "bad BitsPerComponent");

@@ -305,8 +305,15 @@ TEST_F(Reduce, SpecialSpacesKeepTheirLook) {
     for (size_t i = 0; i < indices.size(); ++i) indices[i] = (i % 64) < 32 ? 0 : (i % 2 ? 1 : 7);
     CosObj ii = Image(64, 64, idx, 8, indices);
     EXPECT_EQ(ClassifyImage(ii), ImageClass::Color);
-    EXPECT_EQ(ReduceImage(ii, 200, 200, Downsample("box", ImageCompression::Flate)).outcome,
-              ReductionOutcome::LeftAlone);
+    EXPECT_EQ(ReduceImage(ii, 200, 200, Downsample("box", ImageCompression::Original)).outcome,
+              ReductionOutcome::Unchanged);
+    // At its size it only gets its indices recompressed, even when JPEG is asked for.
+    ASSERT_EQ(ReduceImage(ii, 200, 200, Downsample("box", ImageCompression::JPEG)).outcome,
+              ReductionOutcome::Replaced);
+    EXPECT_EQ(FilterOf(ii), "FlateDecode");
+    EXPECT_EQ(CosObjGetType(CosDictGet(ii, A("ColorSpace"))), kCosArray);
+    EXPECT_EQ(Int(ii, "Width"), 64);
+    EXPECT_EQ(Decoded(ii), indices);
     ASSERT_EQ(ReduceImage(ii, 600, 600, Downsample("box", ImageCompression::Flate)).outcome,
               ReductionOutcome::Replaced);
     EXPECT_EQ(ASAtomGetString(CosDictGetName(ii, A("ColorSpace"))), std::string("DeviceRGB"));
