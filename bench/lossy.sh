@@ -105,7 +105,9 @@ for in in "$corpus"/*.pdf; do
     show="$show | $(printf '%10s %7.2f %6s' "$bytes" "$secs" "$db")"
   done
   printf '%-38s %10s%s\n' "$f" "$size_in" "$show"
-  [ "$ok" = 1 ] && echo "$line" >> "$rows"
+  traits="$( [ -f "$manifest" ] && awk -F'\t' -v f="$f" '$1==f {print $NF}' "$manifest")"
+  case "$traits" in *images-dct*|*images-flate*|*photo*|*scanned*) kind=images ;; *) kind=other ;; esac
+  [ "$ok" = 1 ] && echo "$line	$kind" >> "$rows"
 done
 
 python3 - "$rows" << 'PY'
@@ -114,23 +116,29 @@ rows = [l.rstrip('\n').split('\t') for l in open(sys.argv[1]) if l.strip()]
 tools = ['trimora', 'gs', 'ocrmypdf']
 if not rows:
     print('no file handled by all three tools'); sys.exit()
-total_in = sum(int(r[1]) for r in rows)
-tot = {t: [0, 0.0, []] for t in tools}
-for r in rows:
-    for i, t in enumerate(tools):
-        b, s, d = int(r[2 + 3 * i]), float(r[3 + 3 * i]), float(r[4 + 3 * i])
-        tot[t][0] += b; tot[t][1] += s; tot[t][2].append(d)
-print()
-print('%d files handled by all three tools, %d bytes in' % (len(rows), total_in))
-print('%-9s %12s %8s %9s %14s' % ('tool', 'bytes', 'of input', 'seconds', 'median worst dB'))
-for t in tools:
-    b, s, d = tot[t]
-    print('%-9s %12d %8.3f %9.2f %14.2f' % (t, b, b / total_in, s, statistics.median(d)))
-peer = min(tot['gs'][0], tot['ocrmypdf'][0])
-print()
-print('trimora / smaller peer bytes: %.3f' % (tot['trimora'][0] / peer))
-print('trimora / gs time:            %.3f' % (tot['trimora'][1] / tot['gs'][1]))
-print('trimora - gs median worst dB: %+.2f' % (statistics.median(tot['trimora'][2]) - statistics.median(tot['gs'][2])))
+
+def summary(title, rows):
+    if not rows:
+        return
+    total_in = sum(int(r[1]) for r in rows)
+    tot = {t: [0, 0.0, []] for t in tools}
+    for r in rows:
+        for i, t in enumerate(tools):
+            b, s, d = int(r[2 + 3 * i]), float(r[3 + 3 * i]), float(r[4 + 3 * i])
+            tot[t][0] += b; tot[t][1] += s; tot[t][2].append(d)
+    print()
+    print('%s: %d files, %d bytes in' % (title, len(rows), total_in))
+    print('%-9s %12s %8s %9s %14s' % ('tool', 'bytes', 'of input', 'seconds', 'median worst dB'))
+    for t in tools:
+        b, s, d = tot[t]
+        print('%-9s %12d %8.3f %9.2f %14.2f' % (t, b, b / total_in, s, statistics.median(d)))
+    peer = min(tot['gs'][0], tot['ocrmypdf'][0])
+    print('trimora / smaller peer bytes: %.3f' % (tot['trimora'][0] / peer))
+    print('trimora / gs time:            %.3f' % (tot['trimora'][1] / tot['gs'][1]))
+    print('trimora - gs median worst dB: %+.2f' % (statistics.median(tot['trimora'][2]) - statistics.median(tot['gs'][2])))
+
+summary('All files handled by all three tools', rows)
+summary('Of these, files with colour or gray images (manifest traits)', [r for r in rows if r[-1] == 'images'])
 print()
 print('Furthest behind the better peer (trimora bytes / smaller peer bytes):')
 behind = []

@@ -282,7 +282,7 @@ TEST_F(Reduce, ColourKeyStaysExactAndLossless) {
     EXPECT_EQ(CosArrayLength(CosDictGet(img, A("Mask"))), 6);
 }
 
-TEST_F(Reduce, SpecialSpacesKeepTheirLook) {
+TEST_F(Reduce, UnusualColourSpacesKeepTheirLook) {
     // Lab goes to JPEG without the RGB transform.
     CosObj lab = CosNewArray(doc, false);
     CosArrayAppend(lab, Name("Lab"));
