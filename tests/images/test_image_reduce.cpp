@@ -442,3 +442,48 @@ TEST_F(Reduce, InterpolateAndClasses) {
     CosDictPut(stencil, A("ImageMask"), CosNewBoolean(doc, false, true));
     EXPECT_EQ(ClassifyImage(stencil), ImageClass::Mono);
 }
+
+TEST_F(Reduce, RandomImagesNeverCrash) {
+    // Random dictionaries over random, truncated or valid-but-mismatched
+    // data: every outcome is fine except a crash or a raise other than an
+    // encoder's refusal.
+    static const char* spaces[] = {"DeviceGray", "DeviceRGB", "DeviceCMYK", "Lab", "Foo"};
+    static const char* filterNames[] = {nullptr, "FlateDecode", "DCTDecode", "RunLengthDecode", "LZWDecode"};
+    static const int depths[] = {1, 2, 4, 8, 16, 8, 8, 3};
+    static const char* resamplers[] = {"point", "box", "triangle", "lanczos"};
+    unsigned seed = 12345;
+    auto next = [&] {
+        seed = seed * 1103515245u + 12345u;
+        return seed >> 8;
+    };
+    int replaced = 0;
+    for (int iter = 0; iter < 1500; ++iter) {
+        const int w = 1 + int(next() % 90), h = 1 + int(next() % 90);
+        const int comps = 1 + int(next() % 4);
+        Bytes body;
+        switch (next() % 3) {
+        case 0: body = Noise(next() % 3000, next()); break;
+        case 1: body = filters::FlateEncode(Noise(size_t(w) * h * comps, next()), 1); break;
+        default: body = Jpeg(Gradient(w, h, comps == 2 ? 1 : comps), w, h, comps == 2 ? 1 : comps, 50); break;
+        }
+        if (next() % 4 == 0) body.resize(body.size() / 2);
+        CosObj img = Image(w, h, Name(spaces[next() % 5]), depths[next() % 8], body, filterNames[next() % 5]);
+        if (next() % 5 == 0) {
+            CosObj key = CosNewArray(doc, false);
+            for (unsigned i = 0, n = 2 * (1 + next() % 4); i < n; ++i)
+                CosArrayAppend(key, CosNewInteger(doc, false, int(next() % 300)));
+            CosDictPut(img, A("Mask"), key);
+        }
+        if (next() % 5 == 0)
+            CosDictPut(img, A("SMask"), FlateImage(next() % 2 ? w : w + 1, h, "DeviceGray", 1, 8, Noise(size_t(w) * h, 9)));
+        ReductionParams p = Downsample(resamplers[next() % 4], ImageCompression(next() % 5));
+        p.jpegQuality = 1 + int(next() % 100);
+        try {
+            if (ReduceImage(img, 72 + next() % 600, 72 + next() % 600, p).outcome == ReductionOutcome::Replaced)
+                ++replaced;
+        } catch (const CVellumError& e) {
+            EXPECT_EQ(e.GetErrorCode() & 0xFFFF, kErrJPEGFilter) << "iteration " << iter;
+        }
+    }
+    EXPECT_GT(replaced, 100);  // the valid ones did get through
+}
