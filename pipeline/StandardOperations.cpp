@@ -1,6 +1,7 @@
 // The list of operations the program runs.  Page clean-up, content,
 // resource, font, image, layout and document clean-up operations each add
 // their line here; the order of lines is the order within a phase.
+#include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/Operations.h"
 #include "pipeline/ResourceOptimizer.h"
@@ -14,6 +15,9 @@ void RegisterStandardOperations(OperationRegistry& registry) {
     // been recompressed to equal bytes.
     RegisterResourceOperations(registry);
     RegisterObjectDuplicateOperations(registry);
+    // Image reduction runs at its own point, after the resources: each
+    // image left after the duplicate merge is reduced once.
+    registry.Add(MakeImageReduction(images::FindImages));
 }
 
 }  // namespace pipeline

@@ -1,0 +1,122 @@
+#include "pipeline/ImageReduction.h"
+
+#include <exception>
+#include <string>
+
+#include "base/Log.h"
+#include "settings/TrimoraPreferences.h"
+
+namespace pipeline {
+namespace {
+
+// The share of a document's progress the page work stands for when images
+// are reduced; the images carry the rest.
+constexpr double kPageShare = 0.4;
+
+images::ImageCompression CompressionFor(ASAtom filter) {
+    const std::string f = ASAtomGetString(filter);
+    if (f == "JPEG") return images::ImageCompression::JPEG;
+    if (f == "Flate") return images::ImageCompression::Flate;
+    if (f == "LZW") return images::ImageCompression::LZW;
+    if (f == "Packbits") return images::ImageCompression::Packbits;
+    if (f == "Original" || f.empty()) return images::ImageCompression::Original;
+    // CCITT and JBIG2 are for bilevel images: other images keep their own.
+    return images::ImageCompression::Other;
+}
+
+const char* ClassName(images::ImageClass c) {
+    switch (c) {
+    case images::ImageClass::Color: return "colour";
+    case images::ImageClass::Grayscale: return "grayscale";
+    default: return "bilevel";
+    }
+}
+
+class ImageReduction final : public DocumentOperation {
+public:
+    explicit ImageReduction(ImageFinderFn finder) : m_finder(std::move(finder)) {}
+    const char* Name() const override { return "image reduction"; }
+    DocumentPoint Point() const override { return DocumentPoint::ImageReduction; }
+    bool Enabled(const CTrimoraPreferences& prefs) const override { return prefs.Image().Configured(); }
+    std::string FailureMessage() const override { return "Error while processing Image Resources"; }
+
+    void Apply(RunContext& ctx) override {
+        std::vector<images::FoundImage> found = m_finder(ctx.doc, ctx.log);
+        const images::ReductionParams color = ReductionParamsFor(ctx.prefs.Image().color);
+        const images::ReductionParams gray = ReductionParamsFor(ctx.prefs.Image().grayscale);
+        ctx.stats.Increment("Images_Total", ASInt32(found.size()));
+        ProgressSink& sink = ctx.log.Sink();
+        size_t done = 0;
+        for (const images::FoundImage& f : found) {
+            const images::ReductionParams* p = f.imageClass == images::ImageClass::Color       ? &color
+                                               : f.imageClass == images::ImageClass::Grayscale ? &gray
+                                                                                                : nullptr;
+            if (p && p->Active()) {
+                ctx.stats.Increment("Images_ToBeProcessed");
+                ReduceOne(f, *p, ctx);
+            }
+            ++done;
+            sink.Completed(kPageShare + (1.0 - kPageShare) * double(done) / double(found.size()));
+        }
+    }
+
+private:
+    void ReduceOne(const images::FoundImage& f, const images::ReductionParams& p, RunContext& ctx) {
+        const int id = CosObjGetID(f.image);
+        images::ReductionResult r;
+        try {
+            r = images::ReduceImage(f.image, f.ppiX, f.ppiY, p);
+        } catch (const CVellumError& e) {
+            // One image failing never stops the others.
+            ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, ASGetErrorString(e.GetErrorCode()));
+            return;
+        } catch (const std::bad_alloc&) {
+            ctx.log.Warning("Image %d 0 R left as it was: out of memory\n", id);
+            return;
+        }
+        switch (r.outcome) {
+        case images::ReductionOutcome::Replaced:
+            ctx.stats.Increment("Images_Processed");
+            ctx.log.Debug("Image %d 0 R (%s, %.0f x %.0f ppi): now %d x %d, %zu -> %zu bytes\n", id,
+                          ClassName(f.imageClass), f.ppiX, f.ppiY, r.newWidth, r.newHeight, r.bytesBefore,
+                          r.bytesAfter);
+            break;
+        case images::ReductionOutcome::NotSmaller:
+            ctx.log.Debug("Image %d 0 R kept: the result was not smaller (%zu -> %zu bytes)\n", id, r.bytesBefore,
+                          r.bytesAfter);
+            break;
+        case images::ReductionOutcome::Bad:
+            ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, r.reason.c_str());
+            break;
+        case images::ReductionOutcome::LeftAlone:
+        case images::ReductionOutcome::Unchanged:
+            if (!r.reason.empty()) ctx.log.Debug("Image %d 0 R left alone: %s\n", id, r.reason.c_str());
+            break;
+        }
+    }
+
+    ImageFinderFn m_finder;
+};
+
+}  // namespace
+
+images::ReductionParams ReductionParamsFor(const ImageClassParams& c) {
+    images::ReductionParams p;
+    p.downsample = c.downsample;
+    p.resampleFilter = c.resampleFilter;
+    p.thresholdPpi = c.thresholdPpi;
+    p.targetPpi = c.targetPpi;
+    p.compression = CompressionFor(c.filter);
+    p.jpegQuality = c.jpegQuality > 0 ? c.jpegQuality : 80;
+    p.flateLevel = c.flateLevel;
+    p.flatePrediction = c.flatePrediction;
+    p.rgbToYCbCr = c.rgbToYCbCr;
+    p.interpolate = c.interpolate;
+    return p;
+}
+
+std::unique_ptr<DocumentOperation> MakeImageReduction(ImageFinderFn finder) {
+    return std::make_unique<ImageReduction>(std::move(finder));
+}
+
+}  // namespace pipeline

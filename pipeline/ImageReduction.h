@@ -1,0 +1,30 @@
+// The image reduction step: every image the document draws is looked at
+// once, with the settings of its class (colour or grayscale; bilevel
+// images are counted but not reduced here), downsampled and recompressed.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "images/ImageFinder.h"
+#include "pipeline/Operations.h"
+
+struct ImageClassParams;
+
+namespace pipeline {
+
+// The reduction parameters for one image class of the settings.
+images::ReductionParams ReductionParamsFor(const ImageClassParams& params);
+
+// Finds the images of a document with their placements.
+using ImageFinderFn = std::function<std::vector<images::FoundImage>(PDDoc, Log&)>;
+
+// The step, with the finder it uses.  It counts Images_Total (every image
+// found), Images_ToBeProcessed (those whose class asks for work) and
+// Images_Processed (those replaced by a smaller result), and moves the
+// progress sink through the image share of the work (from 0.4 to 1.0 of
+// the document) as the images are done.
+std::unique_ptr<DocumentOperation> MakeImageReduction(ImageFinderFn finder);
+
+}  // namespace pipeline

@@ -1,0 +1,142 @@
+// Finding the images pages draw, with their sharpest placement, in
+// documents built here.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+
+#include "base/Log.h"
+#include "images/ImageFinder.h"
+#include "pdfcore/CosDoc.h"
+#include "pdfcore/CosNames.h"
+
+using namespace images;
+
+namespace {
+
+ASAtom A(const char* s) { return ASAtomFromString(s); }
+
+class Finder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        pd = PDDocCreate();
+        doc = PDDocGetCosDoc(pd);
+        log.SetFileLoggingAllowed(false);
+        log.SetChannelOff(Log::kWarning, true);
+    }
+    void TearDown() override { PDDocClose(pd); }
+
+    CosObj Stream(const std::string& content, CosObj dict = nullptr) {
+        if (!dict) dict = CosNewDict(doc, false);
+        return CosNewStream(doc, dict, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(content.data()),
+                                                               content.size()));
+    }
+    CosObj Image(int w, int h, const char* cs = "DeviceRGB", int bpc = 8) {
+        CosObj d = CosNewDict(doc, false);
+        CosDictPutName(d, A("Type"), false, A("XObject"));
+        CosDictPutName(d, A("Subtype"), false, A("Image"));
+        CosDictPutInteger(d, A("Width"), w);
+        CosDictPutInteger(d, A("Height"), h);
+        CosDictPutInteger(d, A("BitsPerComponent"), bpc);
+        CosDictPutName(d, A("ColorSpace"), false, A(cs));
+        return Stream(std::string(size_t(w) * h * 3, '\x40'), d);
+    }
+    CosObj Resources(std::initializer_list<std::pair<const char*, CosObj>> xobjects) {
+        CosObj res = CosNewDict(doc, false);
+        CosObj xo = CosNewDict(doc, false);
+        for (auto& [name, obj] : xobjects) CosDictPut(xo, A(name), obj);
+        CosDictPut(res, A("XObject"), xo);
+        return res;
+    }
+    CosObj Form(const std::string& content, CosObj resources) {
+        CosObj d = CosNewDict(doc, false);
+        CosDictPutName(d, A("Subtype"), false, A("Form"));
+        CosObj bbox = CosNewArray(doc, false);
+        for (int v : {0, 0, 1000, 1000}) CosArrayAppend(bbox, CosNewInteger(doc, false, v));
+        CosDictPut(d, A("BBox"), bbox);
+        CosDictPut(d, A("Resources"), resources);
+        return Stream(content, d);
+    }
+    CosObj AddPage(const std::string& content, CosObj resources) {
+        CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
+        CosObj page = CosNewDict(doc, true);
+        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
+        CosDictPut(page, cosnames::Parent, pages);
+        CosObj box = CosNewArray(doc, false);
+        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(doc, false, v));
+        CosDictPut(page, cosnames::MediaBox, box);
+        CosDictPut(page, cosnames::Resources, resources);
+        CosDictPut(page, cosnames::Contents, Stream(content));
+        CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
+        CosDictPutInteger(pages, cosnames::Count, CosArrayLength(CosDictGet(pages, cosnames::Kids)));
+        PDDocPagesChanged(pd);
+        return page;
+    }
+    const FoundImage* Find(const std::vector<FoundImage>& v, CosObj img) {
+        for (const FoundImage& f : v)
+            if (CosObjEqual(f.image, img)) return &f;
+        return nullptr;
+    }
+
+    PDDoc pd = nullptr;
+    CosDoc doc = nullptr;
+    Log log;
+};
+
+}  // namespace
+
+TEST_F(Finder, SharpestPlacementThroughFormsAndAnnotations) {
+    CosObj photo = Image(400, 200);
+    CosObj unused = Image(10, 10);
+    CosObj stamp = Image(300, 300, "DeviceGray");
+    // The form draws the photo at half the page's size.
+    CosObj form = Form("q 100 0 0 50 0 0 cm /P Do Q", Resources({{"P", photo}}));
+    AddPage("q 200 0 0 100 50 50 cm /Im1 Do Q /Fm1 Do",
+            Resources({{"Im1", photo}, {"Fm1", form}, {"Unused", unused}}));
+    // A second page draws the photo stretched: wide along x only.
+    CosObj page2 = AddPage("q 400 0 0 25 0 0 cm /X Do Q", Resources({{"X", photo}}));
+    // An annotation appearance draws another image at one inch.
+    CosObj ap = Form("q 72 0 0 72 0 0 cm /S Do Q", Resources({{"S", stamp}}));
+    CosObj annot = CosNewDict(doc, true);
+    CosDictPutName(annot, A("Subtype"), false, A("Stamp"));
+    CosObj rect = CosNewArray(doc, false);
+    for (int v : {0, 0, 1000, 1000}) CosArrayAppend(rect, CosNewInteger(doc, false, v));
+    CosDictPut(annot, A("Rect"), rect);
+    CosObj apDict = CosNewDict(doc, false);
+    CosDictPut(apDict, A("N"), ap);
+    CosDictPut(annot, A("AP"), apDict);
+    CosObj annots = CosNewArray(doc, false);
+    CosArrayAppend(annots, annot);
+    CosDictPut(page2, A("Annots"), annots);
+
+    std::vector<FoundImage> found = FindImages(pd, log);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(Find(found, unused), nullptr);
+    const FoundImage* p = Find(found, photo);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(p->placements, 3);
+    EXPECT_EQ(p->imageClass, ImageClass::Color);
+    // 400 px over 100 pt in the form: 288 ppi across; 200 px over 25 pt on page 2: 576 ppi down.
+    EXPECT_NEAR(p->ppiX, 288.0, 1e-6);
+    EXPECT_NEAR(p->ppiY, 576.0, 1e-6);
+    const FoundImage* s = Find(found, stamp);
+    ASSERT_NE(s, nullptr);
+    EXPECT_NEAR(s->ppiX, 300.0, 1e-6);
+    EXPECT_EQ(s->imageClass, ImageClass::Grayscale);
+}
+
+TEST_F(Finder, DegeneratePlacementsGiveNoResolution) {
+    CosObj img = Image(100, 100);
+    AddPage("q 0 0 0 0 0 0 cm /I Do Q", Resources({{"I", img}}));
+    std::vector<FoundImage> found = FindImages(pd, log);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].ppiX, 0.0);
+    EXPECT_EQ(found[0].ppiY, 0.0);
+    // The collector ignores anything that is not an image.
+    ImageCollector c;
+    c.Add(CosNewDict(doc, true), 100, 100);
+    c.Add(Form("", CosNewDict(doc, false)), 100, 100);
+    c.Add(img, std::nan(""), -5);
+    ASSERT_EQ(c.Images().size(), 1u);
+    EXPECT_EQ(c.Images()[0].ppiX, 0.0);
+}
