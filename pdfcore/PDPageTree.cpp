@@ -181,9 +181,10 @@ std::vector<CosObj> WalkTree(CosObj root, TreeRepairs& rep) {
         const ASInt32 i = f.next++;
         CosObj kid = CosArrayGet(f.kids, i);
         const CosType t = CosObjGetType(kid);
-        if (t == kCosNull) continue;  // a missing object: damaged files have them
         if (t != kCosDict || onPath.count(kid)) {
-            // Not a node at all, or a node that contains itself: drop the entry.
+            // Not a node at all (a missing or unreadable object, in damaged
+            // files), or a node that contains itself: drop the entry, so the
+            // tree written later holds only nodes.
             if (t == kCosDict) ++rep.loops;
             else ++rep.badKids;
             CosArrayRemoveAt(f.kids, i);

@@ -173,3 +173,19 @@ TEST_F(LogTest, LongMessagesAreCutToTheBuffer) {
     log.Info("%s", std::string(20000, 'z').c_str());
     EXPECT_EQ(ReadAll(err), std::string(Log::kFormatBufferSize - 1, 'z'));
 }
+
+// The strict exit status reads these counts: every message counts, also on
+// a channel that is off or a console that is quiet.
+TEST_F(LogTest, MessagesAreCountedPerChannel) {
+    log.SetConsoleQuiet(true);
+    log.Warning("one\n");
+    log.Write(Log::kWarning, "two\n");
+    log.Error("three\n");
+    log.SetChannelOff(Log::kWarning, true);
+    log.Warning("four\n");
+    log.Debug("off by default\n");
+    EXPECT_EQ(log.Count(Log::kWarning), 3u);
+    EXPECT_EQ(log.Count(Log::kError), 1u);
+    EXPECT_EQ(log.Count(Log::kDebug), 1u);
+    EXPECT_EQ(log.Count(Log::kInfo), 0u);
+}

@@ -125,10 +125,13 @@ TEST_F(PageTreeRepair, WrongParentIsCorrectedAndKeepsWhatItGave) {
 
 TEST_F(PageTreeRepair, EntriesThatAreNotPagesAreDroppedAndCountsCorrected) {
     std::vector<std::string> objs = {"<< /Type /Catalog /Pages 2 0 R >>",
-                                     "<< /Type /Pages /Kids [3 0 R 42 (junk) 5 0 R 4 0 R] /Count 9 >>", Page(2),
-                                     Page(2), "[1 2 3]"};
+                                     "<< /Type /Pages /Kids [3 0 R 42 (junk) 5 0 R 99 0 R 4 0 R] /Count 9 >>",
+                                     Page(2), Page(2), "[1 2 3]"};
     PDDoc pd = Open(MakePdf(objs).bytes);
     EXPECT_EQ(PDDocGetNumPages(pd), 2);
+    // Only the two pages stay listed; a reference to a missing object goes too.
+    CosObj root = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(pd)), cosnames::Pages);
+    EXPECT_EQ(CosArrayLength(CosDictGet(root, cosnames::Kids)), 2);
     EXPECT_TRUE(Warned("not pages"));
     EXPECT_TRUE(Warned("wrong page Count"));
     EXPECT_EQ(PagesAfterRoundTrip(pd), 2);
