@@ -38,4 +38,5 @@ PY
   find "$work/fl" -maxdepth 1 -type f ! -name '*.fl' -delete
   rm -f "$work/$f.json"
 done
-find "$work/fl" -name '*.fl' -print0 | xargs -0 "$bench" flate
+find "$work/fl" -name '*.fl' > "$work/list.txt"
+"$bench" flate "@$work/list.txt"

@@ -184,6 +184,15 @@ int BenchG4(const std::string& rawPath, int cols, int rows, const std::string& t
 
 int main(int argc, char** argv) {
     std::vector<std::string> args(argv + 1, argv + argc);
+    // "flate @LIST" reads the file names from LIST, one a line, so that one
+    // run covers more streams than a command line holds.
+    if (args.size() == 2 && args[0] == "flate" && args[1].size() > 1 && args[1][0] == '@') {
+        std::ifstream list(args[1].substr(1));
+        std::vector<std::string> files;
+        for (std::string line; std::getline(list, line);)
+            if (!line.empty()) files.push_back(line);
+        return BenchFlate(files);
+    }
     if (args.size() >= 2 && args[0] == "flate") return BenchFlate({args.begin() + 1, args.end()});
     if (args.size() == 5 && args[0] == "g4") return BenchG4(args[1], std::atoi(args[2].c_str()), std::atoi(args[3].c_str()), args[4]);
     std::cerr << "usage: filters_bench flate FILE... | filters_bench g4 RAW COLS ROWS OUT.tif\n";

