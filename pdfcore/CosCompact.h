@@ -25,11 +25,12 @@
 bool CosMayPackInObjStm(CosObj obj, ASUns16 gen, bool isEncryptDict, bool isCatalog, bool linearizing);
 
 // How packed objects are cut into object streams.  Reading one packed object
-// means inflating its whole stream, so streams are kept short; compression
-// gains little beyond a hundred or so small objects.
+// means inflating its whole stream, so streams are kept short: 200 small
+// objects (about 22 KB, under 0.1 ms to inflate) is where doubling stops
+// paying (see bench/objstm.sh and docs/writer.md).
 struct CosObjStmLimits {
-    size_t maxObjects = 100;           // objects per stream
-    size_t maxBytes = size_t(256) << 10;  // uncompressed bytes per stream
+    size_t maxObjects = 200;                 // objects per stream
+    size_t maxBytes = size_t(256) << 10;     // uncompressed bytes per stream
 };
 
 // Plans the stream breaks for packable objects that come in groups (the
