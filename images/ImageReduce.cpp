@@ -262,9 +262,13 @@ struct Encoded {
     bool colorTransformOff = false;  // DecodeParms ColorTransform 0
 };
 
+// How Flate is tried: with the PNG predictor when the settings ask for it,
+// without it, or both ways keeping the smaller.
+enum class Prediction { AsAsked, Never, Both };
+
 // Rows of `columns` samples of `colors` x `bits` each, packed as PDF packs them.
 Encoded EncodeLosslessRows(std::span<const uint8_t> rows, int colors, int bits, int columns, ImageCompression how,
-                           const ReductionParams& p) {
+                           const ReductionParams& p, Prediction prediction) {
     Encoded e;
     switch (how) {
     case ImageCompression::LZW:
@@ -278,12 +282,14 @@ Encoded EncodeLosslessRows(std::span<const uint8_t> rows, int colors, int bits, 
     default: {
         e.filter = K_FlateDecode;
         const int level = std::clamp(p.flateLevel, 0, 9);
-        e.data = filters::FlateEncode(rows, level);
-        if (p.flatePrediction) {
-            // The predictor pays on photographs and gradients, not always on
-            // flat artwork or palettes: keep whichever is smaller.
+        const bool predict = p.flatePrediction && prediction != Prediction::Never;
+        if (!predict || prediction == Prediction::Both) e.data = filters::FlateEncode(rows, level);
+        if (predict) {
+            // The predictor pays on photographs, gradients and anything
+            // resampled, not always on flat artwork: an image that keeps its
+            // samples is tried both ways and keeps the smaller.
             filters::Bytes predicted = filters::FlateEncodePNG(rows, level, colors, bits, columns);
-            if (predicted.size() < e.data.size()) {
+            if (e.data.empty() || predicted.size() < e.data.size()) {
                 e.data = std::move(predicted);
                 e.predictorColors = colors;
                 e.predictorBits = bits;
@@ -296,8 +302,8 @@ Encoded EncodeLosslessRows(std::span<const uint8_t> rows, int colors, int bits, 
     return e;
 }
 
-Encoded EncodeLossless(const Raster& r, ImageCompression how, const ReductionParams& p) {
-    return EncodeLosslessRows(r.data, r.Channels(), r.bits, r.width, how, p);
+Encoded EncodeLossless(const Raster& r, ImageCompression how, const ReductionParams& p, Prediction prediction) {
+    return EncodeLosslessRows(r.data, r.Channels(), r.bits, r.width, how, p, prediction);
 }
 
 void PutEncoding(CosObj stream, const Encoded& e, int width, int height, int bits) {
@@ -413,6 +419,8 @@ ImageClass ClassifyImage(CosObj image) {
     if (CosDictGetBool(image, K_ImageMask, false)) return ImageClass::Mono;
     ColourInfo ci = ReadColourSpace(CosDictGet(image, K_ColorSpace));
     const int bpc = CosDictGetInt(image, K_BitsPerComponent, 8);
+    // A two-entry palette at one bit is a bilevel image in two colours.
+    if (ci.indexed && bpc == 1) return ImageClass::Mono;
     if (ci.indexed) return ci.indexedBase == 1 ? ImageClass::Grayscale : ImageClass::Color;
     int chain = 0;
     const Family fam = FamilyOf(image, &chain);
@@ -500,7 +508,8 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
             return fail(ReductionOutcome::Bad,
                         complete ? "image data is shorter than its size says" : "damaged image data");
         rows.resize(expected);
-        Encoded e = EncodeLosslessRows(rows, 1, bpc, int(w), how, p);
+        // Predicting palette indices from their neighbours means nothing.
+        Encoded e = EncodeLosslessRows(rows, 1, bpc, int(w), how, p, Prediction::Never);
         res.bytesBefore = CosStreamEncodedLength(image);
         res.bytesAfter = e.data.size();
         if (res.bytesAfter >= res.bytesBefore) {
@@ -634,7 +643,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         enc.colorTransformOff = r8.colors == 3 && !dp.colorTransform;
         raster = std::move(r8);
     } else {
-        enc = EncodeLossless(*raster, target, p);
+        enc = EncodeLossless(*raster, target, p, downsampling ? Prediction::AsAsked : Prediction::Both);
     }
 
     // The soft mask, resampled to the same size.
@@ -649,7 +658,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         Raster smr = Resample(*sm, newW, newH, *filter);
         ReductionParams lossless = p;
         lossless.flatePrediction = true;
-        smEnc = EncodeLossless(smr, ImageCompression::Flate, lossless);
+        smEnc = EncodeLossless(smr, ImageCompression::Flate, lossless, Prediction::AsAsked);
         smBits = smr.bits;
         smBefore = CosStreamEncodedLength(smask);
     }

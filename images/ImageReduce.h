@@ -39,8 +39,8 @@ namespace images {
 enum class ImageClass { Color, Grayscale, Mono };
 
 // The class an image XObject falls in: image masks and 1-bit single-
-// component images are Mono; one-component images (an Indexed image by its
-// base) are Grayscale; everything else is Color.
+// component images (1-bit Indexed ones too) are Mono; one-component images
+// (an Indexed image by its base) are Grayscale; everything else is Color.
 ImageClass ClassifyImage(CosObj image);
 
 enum class ImageCompression { Original, JPEG, Flate, LZW, Packbits, Other };

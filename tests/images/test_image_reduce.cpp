@@ -438,6 +438,12 @@ TEST_F(Reduce, InterpolateAndClasses) {
     EXPECT_EQ(ClassifyImage(img), ImageClass::Grayscale);
     EXPECT_EQ(ClassifyImage(Image(8, 8, Name("DeviceGray"), 1, Bytes(8))), ImageClass::Mono);
     EXPECT_EQ(ClassifyImage(Image(8, 8, Name("DeviceCMYK"), 8, Bytes(256))), ImageClass::Color);
+    CosObj two = CosNewArray(doc, false);
+    CosArrayAppend(two, Name("Indexed"));
+    CosArrayAppend(two, Name("DeviceRGB"));
+    CosArrayAppend(two, CosNewInteger(doc, false, 1));
+    CosArrayAppend(two, CosNewString(doc, false, std::string("\0\0\0\xff\0\0", 6)));
+    EXPECT_EQ(ClassifyImage(Image(8, 8, two, 1, Bytes(8))), ImageClass::Mono);
     CosObj stencil = Image(8, 8, CosNewNull(), 1, Bytes(8));
     CosDictPut(stencil, A("ImageMask"), CosNewBoolean(doc, false, true));
     EXPECT_EQ(ClassifyImage(stencil), ImageClass::Mono);
