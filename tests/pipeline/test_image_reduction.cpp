@@ -70,14 +70,6 @@ protected:
         for (size_t i = 0; i < n; ++i) v[i] = uint8_t((i * 7 + i / size_t(period)) % 251);
         return v;
     }
-    // A smooth surface that never repeats a row: the PNG predictor wins on
-    // it whatever the deflate implementation.
-    static std::vector<uint8_t> Smooth(size_t w, size_t h) {
-        std::vector<uint8_t> v(w * h);
-        for (size_t y = 0; y < h; ++y)
-            for (size_t x = 0; x < w; ++x) v[y * w + x] = uint8_t((x * x / 3 + y * y / 5 + x * y / 7) & 0xFF);
-        return v;
-    }
     ASInt32 Count(const char* key) { return Statistics(prefs.StatisticsDict()).Get(key); }
 
     FILE* out = nullptr;
@@ -109,7 +101,7 @@ TEST_F(ImageStep, ReducesEachClassWithItsSettingsAndCounts) {
     CosObj gray = Image(300, 300, "DeviceGray", 8, Ramp(300 * 300, 300));
     CosObj mono = Image(64, 64, "DeviceGray", 1, std::vector<uint8_t>(8 * 64, 0x55));
     CosObj broken = Image(300, 300, "DeviceRGB", 8, std::vector<uint8_t>(10, 1));
-    CosObj slight = Image(300, 300, "DeviceGray", 8, Smooth(300, 300));
+    CosObj slight = Image(300, 300, "DeviceGray", 8, Ramp(300 * 300, 300));
     auto finder = [&](PDDoc, Log&) {
         images::ImageCollector col;
         col.Add(colour, 600, 600);
