@@ -97,7 +97,7 @@ CosObj ContentHandler::LookupResource(ASAtom category, std::string_view name) co
     return CosDictGet(cat, atom);
 }
 
-// ---------------------------------------------------------------- helpers
+// ---------------------------------------------------------------- writing operators
 
 void ContentHandler::Emit(OperandStack& s, std::string_view op) {
     if (!m_out.Enabled()) return;

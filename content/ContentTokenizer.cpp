@@ -429,6 +429,9 @@ bool ContentTokenizer::PlausibleContentAfter(size_t pos) const {
         if (r == Result::Operator) {
             if (!IsKnownKeyword(op)) return false;
             if (op == "ID") return true;  // the next inline image's data follows
+            // An EI right after the end of an image cannot be content: this
+            // EI lies inside the data and the later one ends it.
+            if (op == "EI") return false;
         }
         if (probe.m_warn.strayBytes > 0) return false;
     }

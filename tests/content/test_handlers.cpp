@@ -13,7 +13,7 @@ class HandlerDoc : public ::testing::Test {
 protected:
     void SetUp() override {
         doc = CosDocCreate();
-        resources = CosNewDict(doc, false);
+        resources = CosNewDict(doc, true);  // indirect: the document owns it
     }
     void TearDown() override { CosDocClose(doc); }
     CosDoc doc;

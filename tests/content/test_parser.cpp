@@ -124,6 +124,12 @@ TEST(InlineImages, FilteredDataEndsAtAnEIFollowedByContent) {
     // Images whose data runs into EI without white space, one after another.
     EXPECT_EQ(Rewrite("BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID aEI BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID bEI Q"),
               "BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID a\nEI BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID b\nEI Q ");
+    // Data whose last bytes spell EI: the rewrite adds "\nEI" after them,
+    // and reading that back must not end the image at the data's own EI.
+    std::string tricky = "BI /W 2 /H 1 /CS /G /BPC 8 /F /AHx ID 00ff>\nEIEI 1 w";
+    std::string once = Rewrite(tricky);
+    EXPECT_EQ(once, "BI /W 2 /H 1 /CS /G /BPC 8 /F /AHx ID 00ff>\nEI\nEI 1 w ");
+    EXPECT_EQ(Rewrite(once), once);
     // A colour space named in the resources is not known to the tokenizer
     // without them, so the end is searched for.
     EXPECT_EQ(Rewrite("BI /W 2 /H 1 /BPC 8 /CS /Cs1 ID ab\nEI n"), "BI /W 2 /H 1 /BPC 8 /CS /Cs1 ID ab\nEI n ");
