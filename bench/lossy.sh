@@ -30,10 +30,7 @@ trap 'rm -rf "$work"' EXIT
 manifest="$corpus/MANIFEST.tsv"
 tools=(trimora gs ocrmypdf)
 
-password_for() {
-  [ -f "$manifest" ] || return 0
-  awk -F'\t' -v f="$1" '$1==f { n=split($NF,a,","); for(i=1;i<=n;i++) if (a[i] ~ /^userpw=/) { sub(/^userpw=/,"",a[i]); print a[i] } }' "$manifest" | head -1
-}
+source "$root/bench/common.sh"
 
 run_tool() {  # tool in out password
   case $1 in

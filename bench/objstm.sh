@@ -21,10 +21,7 @@ work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 manifest="$corpus/MANIFEST.tsv"
 
-password_for() {
-  [ -f "$manifest" ] || return 0
-  awk -F'\t' -v f="$1" '$1==f { n=split($NF,a,","); for(i=1;i<=n;i++) if (a[i] ~ /^userpw=/) { sub(/^userpw=/,"",a[i]); print a[i] } }' "$manifest" | head -1
-}
+source "$root/bench/common.sh"
 
 # Inflate speed in decoded bytes per microsecond, from a 16 MB sample of
 # PDF-like text.
