@@ -279,7 +279,9 @@ TEST_F(PipelineTest, ObjectStreamsSettingChoosesTheFileForm) {
         std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         const bool stream = bytes.find("/Type/XRef") != std::string::npos;
         EXPECT_NE(stream, bytes.find("\rxref\r") != std::string::npos) << name;
-        if (stream) EXPECT_EQ(bytes.substr(0, 8), "%PDF-1.5") << name;
+        if (stream) {
+            EXPECT_EQ(bytes.substr(0, 8), "%PDF-1.5") << name;
+        }
         return stream;
     };
     // Preserve (the default) follows what the input used.
