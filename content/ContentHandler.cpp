@@ -164,35 +164,30 @@ void ContentHandler::ConcatenateMatrix(OperandStack& s) {
     State().ctm = m.Times(State().ctm);
 }
 
+void ContentHandler::DeviceColour(OperandStack& s, std::string_view op, int count, const char* message,
+                                  const char* space, bool fill) {
+    if (!Keep(s, op, count, message)) return;
+    GraphicsState& g = State();
+    (fill ? g.fillSpace : g.strokeSpace) = space;
+    (fill ? g.fillPattern : g.strokePattern) = false;
+}
 void ContentHandler::GrayFill(OperandStack& s) {
-    if (!Keep(s, "g", 1, "   GrayFill: TOO MANY PARAMS\n ")) return;
-    State().fillSpace = "DeviceGray";
-    State().fillPattern = false;
+    DeviceColour(s, "g", 1, "   GrayFill: TOO MANY PARAMS\n ", "DeviceGray", true);
 }
 void ContentHandler::GrayStroke(OperandStack& s) {
-    if (!Keep(s, "G", 1, "   GrayStroke: TOO MANY PARAMS\n ")) return;
-    State().strokeSpace = "DeviceGray";
-    State().strokePattern = false;
+    DeviceColour(s, "G", 1, "   GrayStroke: TOO MANY PARAMS\n ", "DeviceGray", false);
 }
 void ContentHandler::CMYKFill(OperandStack& s) {
-    if (!Keep(s, "k", 4, "   CMYKFill: TOO MANY PARAMS\n ")) return;
-    State().fillSpace = "DeviceCMYK";
-    State().fillPattern = false;
+    DeviceColour(s, "k", 4, "   CMYKFill: TOO MANY PARAMS\n ", "DeviceCMYK", true);
 }
 void ContentHandler::CMYKStroke(OperandStack& s) {
-    if (!Keep(s, "K", 4, "   CMYKStroke: TOO MANY PARAMS\n ")) return;
-    State().strokeSpace = "DeviceCMYK";
-    State().strokePattern = false;
+    DeviceColour(s, "K", 4, "   CMYKStroke: TOO MANY PARAMS\n ", "DeviceCMYK", false);
 }
 void ContentHandler::RGBFill(OperandStack& s) {
-    if (!Keep(s, "rg", 3, "   RGBFill: TOO MANY PARAMS\n ")) return;
-    State().fillSpace = "DeviceRGB";
-    State().fillPattern = false;
+    DeviceColour(s, "rg", 3, "   RGBFill: TOO MANY PARAMS\n ", "DeviceRGB", true);
 }
 void ContentHandler::RGBStroke(OperandStack& s) {
-    if (!Keep(s, "RG", 3, "   RGBStroke: TOO MANY PARAMS\n ")) return;
-    State().strokeSpace = "DeviceRGB";
-    State().strokePattern = false;
+    DeviceColour(s, "RG", 3, "   RGBStroke: TOO MANY PARAMS\n ", "DeviceRGB", false);
 }
 void ContentHandler::SetColorFill(OperandStack& s) { Emit(s, "sc"); }
 void ContentHandler::SetColorStroke(OperandStack& s) { Emit(s, "SC"); }

@@ -183,6 +183,10 @@ protected:
     // `count` (any count when negative); otherwise logs `message` and
     // writes nothing.  Returns whether it wrote.
     bool Keep(OperandStack& s, std::string_view op, int count, const char* message);
+    // Keep() for the device colour operators (g, G, k, K, rg, RG), which
+    // also select their device space for filling or stroking.
+    void DeviceColour(OperandStack& s, std::string_view op, int count, const char* message,
+                      const char* space, bool fill);
     // Writes the operands and the operator without a check.
     void Emit(OperandStack& s, std::string_view op);
     void Emit(std::string_view op) { m_out.WriteOperator(op); }

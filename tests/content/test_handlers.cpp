@@ -166,6 +166,23 @@ TEST_F(HandlerDoc, GraphicsStateTracksColourSpacesAndFonts) {
     EXPECT_EQ(h.State().fontSize, 7);
 }
 
+// Each device colour operator selects its own space for its own side only.
+TEST_F(HandlerDoc, DeviceColourOperatorsSetOneSide) {
+    struct Case { const char* ops; const char* space; bool fill; } cases[] = {
+        {"0.5 g", "DeviceGray", true},       {"0.5 G", "DeviceGray", false},
+        {"0 0 0 1 k", "DeviceCMYK", true},   {"0 0 0 1 K", "DeviceCMYK", false},
+        {"1 0 0 rg", "DeviceRGB", true},     {"1 0 0 RG", "DeviceRGB", false},
+    };
+    for (const Case& c : cases) {
+        ContentHandler h;
+        h.SetResources(resources);
+        h.RunContent(Bytes(std::string("/Pattern cs /Pattern CS ") + c.ops));
+        EXPECT_EQ(c.fill ? h.State().fillSpace : h.State().strokeSpace, c.space) << c.ops;
+        EXPECT_FALSE(c.fill ? h.State().fillPattern : h.State().strokePattern) << c.ops;
+        EXPECT_TRUE(c.fill ? h.State().strokePattern : h.State().fillPattern) << c.ops;
+    }
+}
+
 TEST_F(HandlerDoc, RotatedPlacementAndDegenerateMatrices) {
     PlacedImage p;
     p.width = 100;
