@@ -281,7 +281,7 @@ void ContentHandler::ClosePath() { Emit("h"); }
 void ContentHandler::Clip() { Emit("W"); }
 void ContentHandler::EOClip() { Emit("W*"); }
 
-void ContentHandler::BeginMarkedContent(OperandStack& s) {
+void ContentHandler::BeginMarked(OperandStack& s, const char* op, bool knownTag) {
     if (s.empty() || !s[0].IsName()) {
         // Without its tag the sequence cannot be kept; its EMC goes too.
         m_markedDropEMC.push_back(true);
@@ -292,32 +292,21 @@ void ContentHandler::BeginMarkedContent(OperandStack& s) {
         const std::string& tag = s[0].text;
         if (InList(kStrippedTags, tag)) {
             drop = true;
-        } else if (!InList(kKnownBMC, tag) && m_reportedTags.insert("BMC " + tag).second) {
-            std::string msg = "Unknown BMC operator '" + tag + "'\n";
+        } else if (!knownTag && m_reportedTags.insert(std::string(op) + " " + tag).second) {
+            std::string msg = std::string("Unknown ") + op + " operator '" + tag + "'\n";
             Report(Log::kInfo, msg.c_str());
         }
     }
     m_markedDropEMC.push_back(drop);
-    if (!drop) Emit(s, "BMC");
+    if (!drop) Emit(s, op);
+}
+
+void ContentHandler::BeginMarkedContent(OperandStack& s) {
+    BeginMarked(s, "BMC", !s.empty() && InList(kKnownBMC, s[0].text));
 }
 
 void ContentHandler::BeginMarkedContentProps(OperandStack& s) {
-    if (s.empty() || !s[0].IsName()) {
-        m_markedDropEMC.push_back(true);
-        return;
-    }
-    bool drop = false;
-    if (m_removeMarkedContent) {
-        const std::string& tag = s[0].text;
-        if (InList(kStrippedTags, tag)) {
-            drop = true;
-        } else if (!InList(kKnownBDC, tag) && m_reportedTags.insert("BDC " + tag).second) {
-            std::string msg = "Unknown BDC operator '" + tag + "'\n";
-            Report(Log::kInfo, msg.c_str());
-        }
-    }
-    m_markedDropEMC.push_back(drop);
-    if (!drop) Emit(s, "BDC");
+    BeginMarked(s, "BDC", !s.empty() && InList(kKnownBDC, s[0].text));
 }
 
 void ContentHandler::EndMarkedContent() {

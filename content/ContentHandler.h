@@ -187,6 +187,9 @@ protected:
     // also select their device space for filling or stroking.
     void DeviceColour(OperandStack& s, std::string_view op, int count, const char* message,
                       const char* space, bool fill);
+    // BMC and BDC: keeps, drops (with its EMC) or reports the sequence by
+    // its tag; `knownTag` says whether the tag is one the operator expects.
+    void BeginMarked(OperandStack& s, const char* op, bool knownTag);
     // Writes the operands and the operator without a check.
     void Emit(OperandStack& s, std::string_view op);
     void Emit(std::string_view op) { m_out.WriteOperator(op); }
