@@ -339,9 +339,10 @@ public:
     }
 };
 
-TEST_F(SaveTest, EncryptionUsesTheNewNumbersAndLeavesTheEncryptDictionaryPlain) {
-    doc = CosDocCreate();
-    CosDocMutableFileInfo(doc).minorVersion = 3;
+// A one-page document with an Info title, content "ab" and a write-time
+// cipher of version `v`, revision `r` that tests can follow byte by byte.
+// Returns the page's content stream.
+CosObj MakeEncryptedOnePage(CosDoc doc, CosObj& pages, CosObj& info, CosObj& catalog, int v, int r) {
     pages = CosNewDict(doc, true);
     CosObj stream = CosNewStream(doc, CosNewNull(), Span("ab"));
     CosObj page = CosNewDict(doc, true);
@@ -360,10 +361,17 @@ TEST_F(SaveTest, EncryptionUsesTheNewNumbersAndLeavesTheEncryptDictionaryPlain) 
     CosDictPut(CosDocGetTrailer(doc), cosnames::Info, info);
     CosObj enc = CosNewDict(doc, false);
     CosDictPutName(enc, cosnames::Filter, false, cosnames::Standard);
-    CosDictPut(enc, kV, CosNewInteger(doc, false, 2));
-    CosDictPut(enc, kR, CosNewInteger(doc, false, 3));
+    CosDictPut(enc, kV, CosNewInteger(doc, false, v));
+    CosDictPut(enc, kR, CosNewInteger(doc, false, r));
     CosDictPut(enc, kO, CosNewString(doc, false, std::string_view("OK")));
     CosDocSetWriteCrypt(doc, std::make_unique<AddCrypt>(), enc);
+    return stream;
+}
+
+TEST_F(SaveTest, EncryptionUsesTheNewNumbersAndLeavesTheEncryptDictionaryPlain) {
+    doc = CosDocCreate();
+    CosDocMutableFileInfo(doc).minorVersion = 3;
+    CosObj stream = MakeEncryptedOnePage(doc, pages, info, catalog, 2, 3);
 
     std::string out = Save("e.pdf");
     EXPECT_EQ(out.substr(0, 9), "%PDF-1.4\r");  // 128-bit RC4 needs 1.4
@@ -528,28 +536,7 @@ TEST_F(SaveTest, CompactFormVersionsCatalogWhenLinearisingAndReproducibleBytes) 
 
 TEST_F(SaveTest, CompactFormEncryptsObjectStreamsWholeAndLeavesTheXrefStreamPlain) {
     doc = CosDocCreate();
-    pages = CosNewDict(doc, true);
-    CosObj stream = CosNewStream(doc, CosNewNull(), Span("ab"));
-    CosObj page = CosNewDict(doc, true);
-    CosDictPut(page, cosnames::Parent, pages);
-    CosDictPutName(page, cosnames::Type, false, cosnames::Page);
-    CosDictPut(page, cosnames::Contents, stream);
-    CosObj kids = CosNewArray(doc, false);
-    CosArrayAppend(kids, page);
-    CosDictPutName(pages, cosnames::Type, false, cosnames::Pages);
-    CosDictPut(pages, cosnames::Kids, kids);
-    info = CosNewDict(doc, true);
-    CosDictPut(info, kTitle, CosNewString(doc, false, std::string_view("AB")));
-    catalog = CosNewDict(doc, true);
-    CosDictPut(catalog, cosnames::Pages, pages);
-    CosDictPut(CosDocGetTrailer(doc), cosnames::Root, catalog);
-    CosDictPut(CosDocGetTrailer(doc), cosnames::Info, info);
-    CosObj enc = CosNewDict(doc, false);
-    CosDictPutName(enc, cosnames::Filter, false, cosnames::Standard);
-    CosDictPut(enc, kV, CosNewInteger(doc, false, 1));
-    CosDictPut(enc, kR, CosNewInteger(doc, false, 2));
-    CosDictPut(enc, kO, CosNewString(doc, false, std::string_view("OK")));
-    CosDocSetWriteCrypt(doc, std::make_unique<AddCrypt>(), enc);
+    MakeEncryptedOnePage(doc, pages, info, catalog, 1, 2);
 
     std::string out = Save("e.pdf", kCompact);
     // catalog 1, pages 2, page 3, info 4 (packed), content 5, encrypt 6,
