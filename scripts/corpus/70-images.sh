@@ -14,6 +14,7 @@
 #
 #   70-images.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 settings="$root/examples/ebook.tmc"
@@ -94,17 +95,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
     continue
   fi
   problems=(); notes=()
-  if [ "$have_qpdf" = 1 ]; then
-    qpdf --check ${password:+--password="$password"} "$out" > "$work/chk.txt" 2>&1
-    crc=$?
-    [ "$crc" = 0 ] || [ "$crc" = 3 ] || problems+=("qpdf --check: $(grep -m1 -v '^checking\|^PDF Version\|^File is' "$work/chk.txt")")
-  fi
-  expected="$pages"
-  if [ "$expected" = "?" ]; then
-    expected="$(pdfinfo ${password:+-upw "$password"} "$in" 2> /dev/null | awk '/^Pages:/{print $2}')"
-  fi
-  got="$(pdfinfo ${password:+-upw "$password"} "$out" 2> /dev/null | awk '/^Pages:/{print $2}')"
-  [ -z "$expected" ] || [ "$got" = "$expected" ] || problems+=("page count $got, expected $expected")
+  check_output "$in" "$out"
   worst="inf"
   if [ "$have_render" = 1 ]; then
     rm -f "$work"/a-* "$work"/b-*

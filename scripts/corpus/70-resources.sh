@@ -10,6 +10,7 @@
 #
 #   70-resources.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 preset="$root/examples/lossless-cleanup.tmc"
@@ -57,17 +58,7 @@ while IFS=$'\t' read -r file _ pages _ _ traits; do
     rm -f "$copy"; continue
   fi
   problems=()
-  if [ "$have_qpdf" = 1 ]; then
-    qpdf --check ${password:+--password="$password"} "$copy" > "$work/chk.txt" 2>&1
-    crc=$?
-    [ "$crc" = 0 ] || [ "$crc" = 3 ] || problems+=("qpdf --check: $(grep -m1 -v '^checking\|^PDF Version\|^File is' "$work/chk.txt")")
-  fi
-  expected="$pages"
-  if [ "$expected" = "?" ]; then
-    expected="$(pdfinfo ${password:+-upw "$password"} "$in" 2> /dev/null | awk '/^Pages:/{print $2}')"
-  fi
-  got="$(pdfinfo ${password:+-upw "$password"} "$copy" 2> /dev/null | awk '/^Pages:/{print $2}')"
-  [ -z "$expected" ] || [ "$got" = "$expected" ] || problems+=("page count $got, expected $expected")
+  check_output "$in" "$copy"
   if [ "$have_render" = 1 ]; then
     rm -f "$work"/a-* "$work"/b-*
     pdftoppm -q -r 72 -f 1 -l 3 ${password:+-upw "$password"} "$in" "$work/a" 2> /dev/null
