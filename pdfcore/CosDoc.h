@@ -41,7 +41,10 @@ struct CosObjLocation {
 };
 CosObjLocation CosDocGetObjLocation(CosDoc doc, ASInt32 objNum);
 
-// Real-number precision used when writing fixed numbers (default 5, at most 9).
+// Real-number precision used when writing fixed numbers (at most 9).  The
+// default, 9, writes back every real read from a file as it stood: fewer
+// decimals would round matrices and font scales (0.833333 to 0.83333),
+// which readers render visibly differently.
 void CosDocSetPrecision(CosDoc doc, ASInt16 precision);
 ASInt16 CosDocGetPrecision(CosDoc doc);
 

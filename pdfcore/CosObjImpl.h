@@ -69,7 +69,7 @@ struct CosDocRec {
     std::unique_ptr<CosCryptFilter> writeCrypt;
     CosObjRec* writeEncryptDict = nullptr;  // direct dictionary, owned
     CosDocFileInfo info;
-    ASInt16 precision = 5;
+    ASInt16 precision = 9;
     ASInt32 loadDepth = 0;  // nesting of on-demand loads
 };
 

@@ -75,6 +75,12 @@ void CosWriteFixed(std::string& out, double value, int precision) {
     const bool negative = std::signbit(value) && value != 0.0;
     double a = std::fabs(value);
     static const double kPow10[10] = {1, 10, 100, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+    // A double holds about 15 significant digits; decimals beyond them would
+    // only print the binary rounding of the value (4000000000.099999904), so
+    // large magnitudes get fewer of them.
+    int wholeDigits = 1;
+    for (double m = 10; a >= m && wholeDigits < 15; m *= 10) ++wholeDigits;
+    if (precision > 15 - wholeDigits) precision = 15 - wholeDigits;
     a += 0.5 / kPow10[precision];
     double whole = std::floor(a);
     double frac = a - whole;

@@ -93,7 +93,7 @@ private:
     }
 
     bool m_compact = false;
-    int m_precision = 5;
+    int m_precision = 9;
     const std::vector<ASInt32>* m_renumber = nullptr;
     CosCryptFilter* m_crypt = nullptr;
     ASUns32 m_cryptNum = 0;

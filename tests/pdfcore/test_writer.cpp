@@ -72,6 +72,23 @@ TEST(WriterNumbers, FixedPointExamplesAndRounding) {
     EXPECT_EQ(Fixed(-0.0, 5), "0");
 }
 
+TEST(WriterNumbers, DefaultPrecisionWritesFileRealsBackAsTheyStood) {
+    // Rounding these to fewer decimals moves an appearance's matrix far
+    // enough to change how readers render it.
+    CosDoc doc = CosDocCreate();
+    CosObjWriter w;
+    w.SetPrecision(CosDocGetPrecision(doc));
+    for (const char* text : {"0.833333", "0.00004578", "-7911.83", "0.000244140625", "4000000000.1"}) {
+        std::string out;
+        CosObj num = CosNewFixed(doc, false, std::strtod(text, nullptr));
+        w.WriteBody(out, num);
+        const std::string expect = std::string(text) == "0.000244140625" ? "0.000244141" : text;
+        EXPECT_EQ(out, expect);
+        CosObjDestroy(num);
+    }
+    CosDocClose(doc);
+}
+
 TEST(WriterNumbers, PrecisionAboveNineIsRefusedByTheFormatterAndCutByTheWriter) {
     EXPECT_EQ(ErrorOf([] { Fixed(1.5, 10); }), kErrBadParm);
     EXPECT_EQ(ErrorOf([] { Fixed(1.5, -1); }), kErrBadParm);
