@@ -24,6 +24,7 @@ for stage in "$ROOT"/scripts/corpus/*.sh; do
   echo "== $name"
   mkdir -p "$work/$name"
   status=0
+  started=$SECONDS
   bash "$stage" "$corpus" "$ROOT/build" "$work/$name" > "$work/$name.out" 2>&1 || status=$?
   while IFS= read -r line; do
     echo "$line"
@@ -34,6 +35,7 @@ for stage in "$ROOT"/scripts/corpus/*.sh; do
     echo "FAIL $name: the stage itself exited with status $status"
     echo "$name FAIL stage exited with status $status" >> "$results"
   fi
+  echo "== $name took $((SECONDS - started)) s"
 done
 passed=$(grep -c ' PASS' "$results" || true)
 failed=$(grep -c ' FAIL' "$results" || true)
