@@ -348,8 +348,13 @@ public:
         ctx.log.Progress("\tFlattening annotations...\n");
         // Fields are counted once per document.
         if (ctx.pageNumber <= 0 || m_fields.doc != ctx.doc) m_fields = FieldTally{ctx.doc, {}};
-        FlattenPageAnnotations(page, AnnotActionFromWord(ctx.prefs.Optimize().annotProcessing),
-                               AnnotActionFromWord(ctx.prefs.Optimize().acroformProcessing), ctx, &m_fields);
+        AnnotFlattenCounts c =
+            FlattenPageAnnotations(page, AnnotActionFromWord(ctx.prefs.Optimize().annotProcessing),
+                                   AnnotActionFromWord(ctx.prefs.Optimize().acroformProcessing), ctx, &m_fields);
+        int drawn = c.annotsFlattened + c.widgetsFlattened, removed = c.annotsRemoved + c.widgetsRemoved;
+        if (drawn + removed > 0)
+            ctx.log.Debug("Page %d: %d annotations drawn into the page, %d removed\n", int(ctx.pageNumber + 1),
+                          drawn, removed);
     }
 
 private:

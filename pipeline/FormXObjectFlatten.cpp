@@ -341,7 +341,8 @@ public:
     }
     void Apply(CosObj page, RunContext& ctx) override {
         ctx.log.Progress("\tFlattening Form XObjects...\n");
-        FlattenPageFormXObjects(page, ctx);
+        if (int n = FlattenPageFormXObjects(page, ctx))
+            ctx.log.Debug("Page %d: %d form XObjects drawn in place\n", int(ctx.pageNumber + 1), n);
     }
 };
 
