@@ -283,11 +283,13 @@ private:
                 Warn("an annotation's appearance has no usable BBox: left alone");
                 return Outcome::Skipped;
             }
+            bool complete = false;
             try {
-                bool complete = true;
                 CosStreamDecodedData(ap, {}, &complete);
-                if (!complete) throw CVellumError(0);
             } catch (const CVellumError&) {
+                complete = false;
+            }
+            if (!complete) {
                 Warn("an annotation's appearance cannot be read: left alone");
                 return Outcome::Skipped;
             }

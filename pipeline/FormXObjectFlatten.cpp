@@ -34,6 +34,7 @@ const ASAtom K_StructParents = K("StructParents");
 const ASAtom K_Matrix = K("Matrix");
 
 bool HasDefaultSpaces(CosObj resources) {
+    if (CosObjGetType(resources) != kCosDict) return false;
     CosObj cs = CosDictGet(resources, K_ColorSpace);
     if (CosObjGetType(cs) != kCosDict) return false;
     for (const char* n : {"DefaultGray", "DefaultRGB", "DefaultCMYK"})
@@ -42,6 +43,7 @@ bool HasDefaultSpaces(CosObj resources) {
 }
 
 bool NonEmptyCategory(CosObj resources, ASAtom category) {
+    if (CosObjGetType(resources) != kCosDict) return false;
     CosObj c = CosDictGet(resources, category);
     return CosObjGetType(c) == kCosDict && CosDictCount(c) > 0;
 }
@@ -177,6 +179,7 @@ private:
             }
         }
         level = -1;
+        if (CosObjGetType(m_pageRes) != kCosDict) return CosNewNull();
         CosObj cat = CosDictGet(m_pageRes, category);
         if (atom == ASAtomNull || CosObjGetType(cat) != kCosDict) return CosNewNull();
         return CosDictGet(cat, atom);

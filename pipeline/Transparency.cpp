@@ -112,7 +112,9 @@ public:
             bool t = Resources(PDPageGetInheritedAttr(page, cosnames::Resources));
             CosObj annots = CosDictGet(page, K_Annots);
             for (ASInt32 k = 0; CosObjGetType(annots) == kCosArray && k < CosArrayLength(annots); ++k) {
-                CosObj ap = CosDictGet(CosArrayGet(annots, k), K_AP);
+                CosObj annot = CosArrayGet(annots, k);
+                if (CosObjGetType(annot) != kCosDict) continue;
+                CosObj ap = CosDictGet(annot, K_AP);
                 if (CosObjGetType(ap) != kCosDict) continue;
                 for (ASInt32 j = 0; j < CosDictCount(ap); ++j) {
                     CosObj e = CosDictValueAt(ap, j);
