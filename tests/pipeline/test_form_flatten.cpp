@@ -116,6 +116,30 @@ TEST_F(FormFlattenTest, FormsThatCannotBecomePageContentKeepTheirDo) {
     EXPECT_TRUE(CosObjEqual(CosDictGet(page2, cosnames::Contents), before));
 }
 
+TEST_F(FormFlattenTest, InheritedResourcesAreCopiedNotChanged) {
+    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
+    CosObj shared = CosNewDict(doc, true);
+    CosDictPut(pages, cosnames::Resources, shared);
+    CosObj form = Form("BT /F1 5 Tf ET", {0, 0, 1, 1});
+    CosObj font = Font("Form");
+    Put(form, "Font", "F1", font);
+    CosObj xo = CosNewDict(doc, true);
+    CosDictPut(xo, A("Fm"), form);
+    CosDictPut(shared, A("XObject"), xo);
+    CosObj p1 = AddPage("/Fm Do", false);
+    CosObj p2 = AddPage("/Fm Do", false);
+    EXPECT_EQ(Flatten(p1), 1);
+    CosObj own = CosDictGet(p1, cosnames::Resources);
+    ASSERT_EQ(CosObjGetType(own), kCosDict);
+    EXPECT_TRUE(CosObjEqual(CosDictGet(CosDictGet(own, A("Font")), A("F1")), font));
+    EXPECT_EQ(CosDictCount(CosDictGet(own, A("XObject"))), 0);
+    // The page tree's dictionaries, which the second page still uses, keep
+    // what they had and gain nothing.
+    EXPECT_EQ(CosDictCount(shared), 1);
+    EXPECT_TRUE(CosObjEqual(CosDictGet(xo, A("Fm")), form));
+    EXPECT_EQ(Content(p2), "/Fm Do");
+}
+
 TEST_F(FormFlattenTest, NestingStopsAtTheBound) {
     // A chain of forms deeper than the bound: the innermost stay Do.
     CosObj page = AddPage("/L0 Do");
