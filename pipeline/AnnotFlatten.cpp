@@ -1,5 +1,6 @@
 #include "pipeline/AnnotFlatten.h"
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -151,16 +152,6 @@ std::string LinkBorder(CosObj annot, const double rect[4]) {
     return s;
 }
 
-// The name under which `obj` is entered in `category` of `resources`: an
-// existing entry for the same object, else a new TMR<prefix>n entry.
-std::string ResourceNameFor(CosObj resources, ASAtom category, std::string_view prefix, CosObj obj) {
-    CosObj cat = WritableResourceCategory(resources, category);
-    ASInt32 n = CosDictCount(cat);
-    for (ASInt32 i = 0; i < n; ++i)
-        if (CosObjIsIndirect(obj) && CosObjEqual(CosDictValueAt(cat, i), obj)) return ASAtomGetString(CosDictKeyAt(cat, i));
-    return ContentWriter::AddResource(resources, category, prefix, obj);
-}
-
 class Flattener {
 public:
     Flattener(CosObj page, AnnotAction annots, AnnotAction widgets, RunContext& ctx, FieldTally* fields)
@@ -265,6 +256,33 @@ private:
         return m_resources;
     }
 
+    // The name under which `obj` is entered in `category` of the page's
+    // resources: an existing entry for the same object, else a new
+    // `prefix`n entry.  Names already given are remembered, so a page with
+    // thousands of annotations is not searched over and over.
+    std::string NameFor(ASAtom category, const char* prefix, CosObj obj) {
+        CosObj cat = WritableResourceCategory(Resources(), category);
+        Names& names = m_names[category];
+        if (!names.scanned) {
+            names.scanned = true;
+            for (ASInt32 i = CosDictCount(cat) - 1; i >= 0; --i) {
+                CosObj v = CosDictValueAt(cat, i);
+                if (CosObjIsIndirect(v)) names.byObject[v] = ASAtomGetString(CosDictKeyAt(cat, i));
+            }
+        }
+        if (CosObjIsIndirect(obj)) {
+            auto it = names.byObject.find(obj);
+            if (it != names.byObject.end()) return it->second;
+        }
+        std::string name;
+        do {
+            name = prefix + std::to_string(++names.counter);
+        } while (CosDictKnown(cat, ASAtomFromString(name)));
+        CosDictPut(cat, ASAtomFromString(name), obj);
+        if (CosObjIsIndirect(obj)) names.byObject[obj] = name;
+        return name;
+    }
+
     Outcome Draw(CosObj a, ASAtom subtype, bool widget) {
         double rect[4];
         if (!ReadContentRect(CosDictGet(a, K_Rect), rect)) {
@@ -296,7 +314,7 @@ private:
             ContentMatrix m;
             ReadContentMatrix(CosDictGet(ap, K_Matrix), m);
             ContentMatrix fit = AppearanceFit(bbox, m, rect);
-            std::string name = ResourceNameFor(Resources(), K_XObject, "TMRAnnot", ap);
+            std::string name = NameFor(K_XObject, "TMRAnnot", ap);
             mark = "q " + MatrixText(fit) + " cm /" + name + " Do Q ";
         } else if (subtype == K_Movie) {
             CosObj movie = CosDictGet(a, K_Movie);
@@ -304,7 +322,7 @@ private:
             if (CosObjGetType(poster) != kCosStream || CosDictGetName(poster, K_Subtype) != K_Image)
                 return Outcome::NothingToDraw;
             // The poster image fills the annotation's rectangle.
-            std::string name = ResourceNameFor(Resources(), K_XObject, "TMRAnnot", poster);
+            std::string name = NameFor(K_XObject, "TMRAnnot", poster);
             ContentMatrix fit{rect[2] - rect[0], 0, 0, rect[3] - rect[1], rect[0], rect[1]};
             mark = "q " + MatrixText(fit) + " cm /" + name + " Do Q ";
         } else if (subtype == K_Link) {
@@ -318,7 +336,7 @@ private:
         // An annotation in optional content stays in it.
         CosObj oc = CosDictGet(a, K_OC);
         if (CosObjGetType(oc) == kCosDict) {
-            std::string name = ResourceNameFor(Resources(), K_Properties, "TMROC", oc);
+            std::string name = NameFor(K_Properties, "TMROC", oc);
             mark = "/OC /" + name + " BDC " + mark + "EMC ";
         }
         m_drawing += mark;
@@ -329,7 +347,13 @@ private:
     AnnotAction m_annotAct, m_widgetAct;
     RunContext& m_ctx;
     FieldTally* m_fields;
+    struct Names {
+        bool scanned = false;
+        int counter = 0;
+        std::map<CosObj, std::string> byObject;
+    };
     CosObj m_resources = CosNewNull();
+    std::map<ASAtom, Names> m_names;
     bool m_needAppearances = false;
     std::string m_drawing;
     AnnotFlattenCounts m_counts;

@@ -58,7 +58,8 @@ bool IsDeviceSpace(const std::string& n) {
 // names their resources get in the page's resources.
 class FlattenHandler : public ContentHandler {
 public:
-    FlattenHandler(CosObj page, Log* log) : ContentHandler(log), m_page(page) {
+    FlattenHandler(CosObj page, Log* log, size_t maxContent)
+        : ContentHandler(log), m_page(page), m_maxContent(maxContent) {
         m_pageRes = PDPageGetInheritedAttr(page, cosnames::Resources);
         m_defaultsOnPage = HasDefaultSpaces(m_pageRes);
         SetResources(m_pageRes);
@@ -230,6 +231,7 @@ private:
 
     bool Flattenable(CosObj form, double bbox[4], ContentMatrix& m, std::vector<uint8_t>& data) {
         if (CosObjGetType(form) != kCosStream || CosDictGetName(form, K_Subtype) != K_Form) return false;
+        if (Out().Size() > m_maxContent) return false;
         if (int(m_frames.size()) >= kMaxFlattenDepth) return false;
         for (const Frame& f : m_frames)
             if (f.form == form) return false;
@@ -301,6 +303,7 @@ private:
     }
 
     CosObj m_page;
+    size_t m_maxContent;
     CosObj m_pageRes;
     bool m_writable = false;
     bool m_defaultsOnPage = false;
@@ -351,14 +354,14 @@ public:
 
 }  // namespace
 
-int FlattenPageFormXObjects(CosObj page, RunContext& ctx) {
+int FlattenPageFormXObjects(CosObj page, RunContext& ctx, size_t maxContent) {
     if (CosObjGetType(page) != kCosDict || !CosDictKnown(page, cosnames::Contents)) return 0;
     if (!ContentReadable(page)) {
         ctx.log.Warning("Page %d: its content cannot be read completely: form XObjects not flattened\n",
                         int(ctx.pageNumber + 1));
         return 0;
     }
-    FlattenHandler h(page, &ctx.log);
+    FlattenHandler h(page, &ctx.log, maxContent);
     std::vector<uint8_t> bytes = PageContentBytes(page, &ctx.log);
     h.RunContent(bytes);
     h.Finish();

@@ -27,10 +27,15 @@ namespace pipeline {
 // drawing a form ... counts one level per form).
 constexpr int kMaxFlattenDepth = 12;
 
+// The most content a page's flattening writes: forms that draw forms many
+// times each would otherwise multiply without end.  Past it, the remaining
+// forms stay Do operators.
+constexpr size_t kMaxFlattenedContent = size_t(32) << 20;
+
 // Flattens the forms drawn by one page's content; returns how many Do
 // operators were replaced.  The page's content is replaced only when one
 // was; the page's entries for forms it no longer draws are dropped.
-int FlattenPageFormXObjects(CosObj page, RunContext& ctx);
+int FlattenPageFormXObjects(CosObj page, RunContext& ctx, size_t maxContent = kMaxFlattenedContent);
 
 // "\tFlattening Form XObjects...\n", enabled by `flatten-xobjects`.
 std::unique_ptr<PageOperation> MakeFormXObjectFlatten();

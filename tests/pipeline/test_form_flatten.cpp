@@ -8,6 +8,20 @@ namespace {
 
 using namespace flattentest;
 
+// "L" followed by the number, and the operator that draws it (built in
+// steps: g++ 12 warns falsely about a literal added to a temporary string).
+std::string L(int i) {
+    std::string s = "L";
+    s += std::to_string(i);
+    return s;
+}
+std::string DrawL(int i) {
+    std::string s = "/";
+    s += L(i);
+    s += " Do";
+    return s;
+}
+
 class FormFlattenTest : public DocTest {
 protected:
     int Flatten(CosObj page) {
@@ -145,13 +159,34 @@ TEST_F(FormFlattenTest, NestingStopsAtTheBound) {
     CosObj page = AddPage("/L0 Do");
     const int depth = pipeline::kMaxFlattenDepth + 3;
     std::vector<CosObj> forms;
-    for (int i = 0; i < depth; ++i) forms.push_back(Form("/L" + std::to_string(i + 1) + " Do", {0, 0, 1, 1}));
+    for (int i = 0; i < depth; ++i) forms.push_back(Form(DrawL(i + 1), {0, 0, 1, 1}));
     for (int i = 0; i + 1 < depth; ++i)
-        Put(forms[size_t(i)], "XObject", ("L" + std::to_string(i + 1)).c_str(), forms[size_t(i + 1)]);
+        Put(forms[size_t(i)], "XObject", L(i + 1).c_str(), forms[size_t(i + 1)]);
     Put(page, "XObject", "L0", forms[0]);
     EXPECT_EQ(Flatten(page), pipeline::kMaxFlattenDepth);
     std::string c = Content(page);
-    EXPECT_NE(c.find("/L" + std::to_string(pipeline::kMaxFlattenDepth) + " Do"), std::string::npos) << c;
+    EXPECT_NE(c.find(DrawL(pipeline::kMaxFlattenDepth)), std::string::npos) << c;
+}
+
+TEST_F(FormFlattenTest, FormsDrawingFormsManyTimesStopAtTheContentBound) {
+    // Each form draws the next ten times: flattened in full, twelve levels
+    // would write 10^12 copies of the innermost form.
+    CosObj page = AddPage("/L0 Do");
+    std::vector<CosObj> forms;
+    std::string tenTimes;
+    for (int i = 0; i < 10; ++i) tenTimes += "/N Do ";
+    for (int i = 0; i < 14; ++i) forms.push_back(Form(tenTimes, {0, 0, 1, 1}));
+    for (int i = 0; i + 1 < 14; ++i) Put(forms[size_t(i)], "XObject", "N", forms[size_t(i + 1)]);
+    Put(page, "XObject", "L0", forms[0]);
+    auto ctx = Ctx();
+    const size_t bound = 64 * 1024;
+    int n = pipeline::FlattenPageFormXObjects(page, ctx, bound);
+    EXPECT_GT(n, 100);
+    std::string c = Content(page);
+    // Past the bound only what is already open is closed: a few forms'
+    // worth of text more.
+    EXPECT_LT(c.size(), bound + 4096);
+    EXPECT_NE(c.find("/N Do"), std::string::npos);
 }
 
 // ------------------------------------------------------------ transparency
