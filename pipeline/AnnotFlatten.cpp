@@ -1,5 +1,6 @@
 #include "pipeline/AnnotFlatten.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -201,6 +202,13 @@ public:
         for (auto& [i, p] : popups) {
             CosObj parent = CosDictGet(p, K_Parent);
             if (CosObjGetType(parent) == kCosDict && dropped.count(parent)) drop[size_t(i)] = true;
+        }
+        if (std::find(drop.begin(), drop.end(), true) != drop.end() && CosObjIsIndirect(annots)) {
+            // An Annots array of its own object may be another page's too:
+            // this page gets its own copy before anything leaves it.
+            annots = CosObjCopy(annots, CosObjGetDoc(m_page), false);
+            CosDictPut(m_page, K_Annots, annots);
+            annots = CosDictGet(m_page, K_Annots);
         }
         for (ASInt32 i = n - 1; i >= 0; --i)
             if (drop[size_t(i)]) CosArrayRemoveAt(annots, i);

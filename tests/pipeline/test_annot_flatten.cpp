@@ -337,6 +337,21 @@ TEST_F(AnnotFlattenTest, SharedOrInheritedResourcesAreCopiedBeforeTheyChange) {
     EXPECT_TRUE(CosObjEqual(PDPageGetInheritedAttr(p2, cosnames::Resources), inherited));
 }
 
+TEST_F(AnnotFlattenTest, AnAnnotsArraySharedByPagesIsCopiedFirst) {
+    CosObj p1 = AddPage("");
+    CosObj p2 = AddPage("");
+    CosObj a = Annot(p1, "Square", {0, 0, 1, 1});
+    SetAppearance(a, Form("", {0, 0, 1, 1}));
+    CosObj shared = CosNewArray(doc, true);
+    CosArrayAppend(shared, a);
+    CosDictPut(p1, A("Annots"), shared);
+    CosDictPut(p2, A("Annots"), shared);
+    Flatten(p1);
+    EXPECT_EQ(AnnotCount(p1), 0);
+    EXPECT_EQ(CosArrayLength(shared), 1);
+    EXPECT_TRUE(CosObjEqual(CosDictGet(p2, A("Annots")), shared));
+}
+
 TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
     CosObj page = AddPage("");
     // A movie without appearance shows its poster image over its rectangle.
