@@ -95,27 +95,29 @@ void AppendToPageContent(CosObj page, std::string_view drawing, int flateLevel, 
     tail += Repeat("Q", opened + b.end);
     tail += drawing;
 
+    // The page's streams, kept as they are (also one that cannot be
+    // decoded: it is the user's, and a better reader may manage).
     CosObj contents = CosDictGet(page, cosnames::Contents);
-    CosObj array = CosNewArray(doc, false);
-    if (!bytes.empty()) {
-        CosArrayAppend(array, NewContentStream(doc, head, flateLevel));
-        if (CosObjGetType(contents) == kCosArray) {
-            ASInt32 n = CosArrayLength(contents);
-            for (ASInt32 i = 0; i < n; ++i) {
-                CosObj s = CosArrayGet(contents, i);
-                if (CosObjGetType(s) == kCosStream) CosArrayAppend(array, s);
-            }
-        } else if (CosObjGetType(contents) == kCosStream) {
-            CosArrayAppend(array, contents);
+    std::vector<CosObj> streams;
+    if (CosObjGetType(contents) == kCosArray) {
+        ASInt32 n = CosArrayLength(contents);
+        for (ASInt32 i = 0; i < n; ++i) {
+            CosObj s = CosArrayGet(contents, i);
+            if (CosObjGetType(s) == kCosStream) streams.push_back(s);
         }
-    } else {
-        tail = std::string(drawing);
+    } else if (CosObjGetType(contents) == kCosStream) {
+        streams.push_back(contents);
     }
+    if (streams.empty()) {
+        // Nothing drawn so far: the drawing is the page's whole content.
+        CosDictPut(page, cosnames::Contents, NewContentStream(doc, drawing, flateLevel));
+        return;
+    }
+    CosObj array = CosNewArray(doc, false);
+    CosArrayAppend(array, NewContentStream(doc, head, flateLevel));
+    for (CosObj s : streams) CosArrayAppend(array, s);
     CosArrayAppend(array, NewContentStream(doc, tail, flateLevel));
-    if (CosArrayLength(array) == 1)
-        CosDictPut(page, cosnames::Contents, CosArrayGet(array, 0));
-    else
-        CosDictPut(page, cosnames::Contents, array);
+    CosDictPut(page, cosnames::Contents, array);
 }
 
 ContentMatrix AppearanceFit(const double bbox[4], const ContentMatrix& m, const double rect[4]) {

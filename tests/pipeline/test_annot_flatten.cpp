@@ -115,6 +115,7 @@ TEST_F(AnnotFlattenTest, AppearanceIsDrawnAfterThePageStateIsClosed) {
 
 TEST_F(AnnotFlattenTest, StateSelectedByASIsTheOneDrawn) {
     CosObj page = AddPage("");
+    CosDictRemove(page, cosnames::Contents);
     CosObj on = Form("0 g 0 0 5 5 re f", {0, 0, 5, 5});
     CosObj off = Form("", {0, 0, 5, 5});
     CosObj a = Annot(page, "Widget", {0, 0, 5, 5});
@@ -308,6 +309,18 @@ TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
               "q q q \nQ Q q 1 0 0 1 5 5 cm BT /F1 1 Tf\n\nET Q Q q 1 0 0 1 0 0 cm /TMRAnnot1 Do Q ");
 }
 
+TEST_F(AnnotFlattenTest, ContentThatCannotBeDecodedIsKept) {
+    CosObj page = AddPage("");
+    CosObj broken = CosDictGet(page, cosnames::Contents);
+    CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
+    SetAppearance(Annot(page, "Square", {0, 0, 1, 1}), Form("", {0, 0, 1, 1}));
+    Flatten(page);
+    CosObj contents = CosDictGet(page, cosnames::Contents);
+    ASSERT_EQ(CosObjGetType(contents), kCosArray);
+    ASSERT_EQ(CosArrayLength(contents), 3);
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(contents, 1), broken));
+}
+
 TEST_F(AnnotFlattenTest, SharedOrInheritedResourcesAreCopiedBeforeTheyChange) {
     // Both pages inherit the page tree's resources.
     CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
@@ -380,8 +393,9 @@ TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
     auto c = Flatten(page);
     EXPECT_EQ(c.annotsFlattened, 3);
     EXPECT_EQ(c.annotsRemoved, 1);
+    // An empty content stream is kept, and closed like any other.
     EXPECT_EQ(Content(page),
-              "q 100 0 0 50 10 20 cm /TMRAnnot1 Do Q "
+              "q \n\n\nQ q 100 0 0 50 10 20 cm /TMRAnnot1 Do Q "
               "q 1 0 0 RG 2 w 0 0 50 10 re S Q "
               "/OC /TMROC1 BDC q 1 0 0 1 0 0 cm /TMRAnnot2 Do Q EMC ");
     EXPECT_EQ(NameOf(page, poster), "TMRAnnot1");
