@@ -1,6 +1,7 @@
 // Removing transparency that has no visible effect (`remove-transparency`).
 //
-// Only entries whose removal cannot change a rendered pixel are dropped:
+// Only entries whose removal does not change what the page shows are
+// dropped:
 //  - extended graphics state entries that set the initial value (CA 1,
 //    ca 1, BM Normal or Compatible, SMask None, AIS false, TK true), when no
 //    graphics state reached from any page sets that entry to anything else
