@@ -48,6 +48,23 @@ bool NonEmptyCategory(CosObj resources, ASAtom category) {
     return CosObjGetType(c) == kCosDict && CosDictCount(c) > 0;
 }
 
+// A Type 3 font without resources of its own draws its glyphs with the
+// resources of the stream that shows them: the form's names, which
+// flattening may rename.
+bool HasType3WithoutResources(CosObj resources) {
+    if (CosObjGetType(resources) != kCosDict) return false;
+    CosObj fonts = CosDictGet(resources, K_Font);
+    if (CosObjGetType(fonts) != kCosDict) return false;
+    static const ASAtom kType3 = ASAtomFromString("Type3");
+    for (ASInt32 i = 0; i < CosDictCount(fonts); ++i) {
+        CosObj f = CosDictValueAt(fonts, i);
+        if (CosObjGetType(f) == kCosDict && CosDictGetName(f, K_Subtype) == kType3 &&
+            CosObjGetType(CosDictGet(f, cosnames::Resources)) != kCosDict)
+            return true;
+    }
+    return false;
+}
+
 bool IsDeviceSpace(const std::string& n) {
     return n == "DeviceGray" || n == "DeviceRGB" || n == "DeviceCMYK" || n == "Pattern" || n == "G" ||
            n == "RGB" || n == "CMYK" || n == "I" || n == "Indexed";
@@ -239,7 +256,9 @@ private:
             CosDictKnown(form, K_StructParents))
             return false;
         CosObj res = CosDictGet(form, cosnames::Resources);
-        if (m_defaultsOnPage || HasDefaultSpaces(res) || NonEmptyCategory(res, K_Pattern)) return false;
+        if (m_defaultsOnPage || HasDefaultSpaces(res) || NonEmptyCategory(res, K_Pattern) ||
+            HasType3WithoutResources(res))
+            return false;
         if (!ReadContentRect(CosDictGet(form, cosnames::BBox), bbox)) return false;
         CosObj mo = CosDictGet(form, K_Matrix);
         if (!CosObjIsNull(mo) && !ReadContentMatrix(mo, m)) return false;

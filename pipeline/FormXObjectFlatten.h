@@ -11,7 +11,7 @@
 // content (OC), a structure link (StructParent or StructParents), its own
 // patterns or uses of patterns (their space is the form's), default colour
 // spaces (DefaultGray, DefaultRGB, DefaultCMYK) in its or the page's
-// resources, a BBox or Matrix that cannot be read, content that cannot be
+// resources, Type 3 fonts that use the form's resources, a BBox or Matrix that cannot be read, content that cannot be
 // decoded, a form that draws itself, or nesting deeper than the bound.
 // The form object itself is never changed: other pages, annotations and
 // patterns that draw it keep drawing it.

@@ -101,7 +101,7 @@ TEST_F(FormFlattenTest, AFormsStrayOperatorsStayInsideIt) {
 }
 
 TEST_F(FormFlattenTest, FormsThatCannotBecomePageContentKeepTheirDo) {
-    CosObj page = AddPage("/G Do /O Do /B Do /D Do /P Do /U Do /Ok Do");
+    CosObj page = AddPage("/G Do /O Do /B Do /D Do /P Do /U Do /T Do /Ok Do");
     CosObj group = Form("0 g", {0, 0, 1, 1});
     CosDictPut(group, A("Group"), CosNewDict(doc, false));
     CosObj oc = Form("0 g", {0, 0, 1, 1});
@@ -115,12 +115,18 @@ TEST_F(FormFlattenTest, FormsThatCannotBecomePageContentKeepTheirDo) {
     // page's space instead of the form's: the output is taken back.
     CosObj usesPattern = Form("/Pattern cs /P9 scn 0 0 1 1 re f", {0, 0, 1, 1});
     Put(page, "Pattern", "P9", CosNewDict(doc, true));
+    // A Type 3 font without resources of its own would look its glyphs'
+    // names up in the form's resources.
+    CosObj type3 = Form("", {0, 0, 1, 1});
+    CosObj t3font = Font("T3");
+    CosDictPutName(t3font, A("Subtype"), false, A("Type3"));
+    Put(type3, "Font", "T", t3font);
     CosObj ok = Form("0.5 g", {0, 0, 1, 1});
     for (auto [n, f] : {std::pair{"G", group}, {"O", oc}, {"B", badBox}, {"D", broken}, {"P", ownPattern},
-                        {"U", usesPattern}, {"Ok", ok}})
+                        {"U", usesPattern}, {"T", type3}, {"Ok", ok}})
         Put(page, "XObject", n, f);
     EXPECT_EQ(Flatten(page), 1);
-    EXPECT_EQ(Content(page), "/G Do /O Do /B Do /D Do /P Do /U Do q 0 0 1 1 re W n 0.5 g \nQ ");
+    EXPECT_EQ(Content(page), "/G Do /O Do /B Do /D Do /P Do /U Do /T Do q 0 0 1 1 re W n 0.5 g \nQ ");
 
     // Nothing flattenable: the content stream is not even rewritten.
     CosObj page2 = AddPage("/G  Do");
