@@ -1,14 +1,25 @@
 // The list of operations the program runs.  Page clean-up, content,
 // resource, font, image, layout and document clean-up operations each add
 // their line here; the order of lines is the order within a phase.
+#include "pipeline/AnnotFlatten.h"
+#include "pipeline/FormXObjectFlatten.h"
 #include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/Operations.h"
 #include "pipeline/ResourceOptimizer.h"
+#include "pipeline/Transparency.h"
 
 namespace pipeline {
 
 void RegisterStandardOperations(OperationRegistry& registry) {
+    // Post-layout page operations that change what a page draws: the
+    // annotations and form fields drawn into the page, then form XObjects
+    // drawn in place of their Do, then transparency entries without effect
+    // dropped.  They run after the page clean-up removals and before the
+    // content-stream work, which then sees the flattened content.
+    registry.Add(MakeAnnotFlatten());
+    registry.Add(MakeFormXObjectFlatten());
+    registry.Add(MakeTransparencyRemoval());
     // Post-layout, after the page loop: resources first (their duplicate
     // images and profiles, then every stream recompressed), then the
     // merge of all equal objects, which finds more once equal data has

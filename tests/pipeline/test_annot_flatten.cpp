@@ -1,0 +1,429 @@
+// Flattening and removing annotations and form fields on documents built
+// here: where appearances land, which annotations are drawn, what is
+// counted, and what bad input leaves behind.
+#include <algorithm>
+
+#include "content/PageAppend.h"
+#include "flatten_fixture.h"
+#include "pipeline/AnnotFlatten.h"
+
+namespace {
+
+using namespace flattentest;
+using pipeline::AnnotAction;
+using pipeline::FlattenPageAnnotations;
+
+// ------------------------------------------------------------ placement
+
+// The appearance box, through Matrix and then the fit, must land exactly
+// on the annotation's rectangle whatever the rotation or scale.
+TEST(AppearanceFit, TransformedBoxLandsOnTheRectangle) {
+    const double bbox[4] = {-5, 10, 95, 60};
+    const double rect[4] = {100, 200, 160, 320};
+    const ContentMatrix matrices[] = {
+        {1, 0, 0, 1, 0, 0},  {0, 1, -1, 0, 0, 0},  {-1, 0, 0, -1, 7, 3}, {0, -1, 1, 0, 0, 0},
+        {2, 0, 0, 0.5, 3, 4}, {1, 0.5, 0, 1, 0, 0},
+    };
+    for (const ContentMatrix& m : matrices) {
+        ContentMatrix fit = AppearanceFit(bbox, m, rect);
+        ContentMatrix all = m.Times(fit);
+        double lo[2] = {1e9, 1e9}, hi[2] = {-1e9, -1e9};
+        for (double x : {bbox[0], bbox[2]})
+            for (double y : {bbox[1], bbox[3]}) {
+                double ox, oy;
+                all.Apply(x, y, ox, oy);
+                lo[0] = std::min(lo[0], ox), lo[1] = std::min(lo[1], oy);
+                hi[0] = std::max(hi[0], ox), hi[1] = std::max(hi[1], oy);
+            }
+        EXPECT_NEAR(lo[0], rect[0], 1e-9);
+        EXPECT_NEAR(lo[1], rect[1], 1e-9);
+        EXPECT_NEAR(hi[0], rect[2], 1e-9);
+        EXPECT_NEAR(hi[1], rect[3], 1e-9);
+    }
+}
+
+TEST(AppearanceFit, RotatedAndScaledBoxesGiveTheViewersMatrix) {
+    // Rotated a quarter turn: the 100 x 50 box stands 50 wide and 100 high
+    // at x -50..0, and is doubled onto a 100 x 200 rectangle.
+    const double bbox[4] = {0, 0, 100, 50};
+    const double rect[4] = {10, 20, 110, 220};
+    EXPECT_EQ(MatrixText(AppearanceFit(bbox, {0, 1, -1, 0, 0, 0}, rect)), "2 0 0 2 110 20");
+    // A box away from the origin is moved as well as scaled.
+    const double off[4] = {10, 10, 30, 20};
+    const double r2[4] = {100, 100, 140, 120};
+    EXPECT_EQ(MatrixText(AppearanceFit(off, {}, r2)), "2 0 0 2 80 80");
+    // A box without height is only moved in that direction.
+    const double flat[4] = {0, 5, 10, 5};
+    EXPECT_EQ(MatrixText(AppearanceFit(flat, {}, r2)), "4 0 0 1 100 95");
+}
+
+// ------------------------------------------------------------ flattening
+
+class AnnotFlattenTest : public DocTest {
+protected:
+    CosObj Annot(CosObj page, const char* subtype, std::initializer_list<double> rect) {
+        CosObj a = CosNewDict(doc, true);
+        CosDictPutName(a, A("Type"), false, A("Annot"));
+        CosDictPutName(a, A("Subtype"), false, A(subtype));
+        if (rect.size()) CosDictPut(a, A("Rect"), Array(rect));
+        CosObj annots = CosDictGet(page, A("Annots"));
+        if (CosObjIsNull(annots)) {
+            annots = CosNewArray(doc, false);
+            CosDictPut(page, A("Annots"), annots);
+        }
+        CosArrayAppend(annots, a);
+        return a;
+    }
+    void SetAppearance(CosObj annot, CosObj form) {
+        CosObj ap = CosNewDict(doc, false);
+        CosDictPut(ap, cosnames::N, form);
+        CosDictPut(annot, A("AP"), ap);
+    }
+    ASInt32 AnnotCount(CosObj page) { return CosArrayLength(CosDictGet(page, A("Annots"))); }
+    // The resource name the flattened content draws `obj` under.
+    std::string NameOf(CosObj page, CosObj obj) {
+        CosObj xo = CosDictGet(CosDictGet(page, cosnames::Resources), A("XObject"));
+        for (ASInt32 i = 0; i < CosDictCount(xo); ++i)
+            if (CosObjEqual(CosDictValueAt(xo, i), obj)) return ASAtomGetString(CosDictKeyAt(xo, i));
+        return "";
+    }
+    pipeline::AnnotFlattenCounts Flatten(CosObj page, AnnotAction annots = AnnotAction::Flatten,
+                                         AnnotAction widgets = AnnotAction::Flatten) {
+        auto ctx = Ctx();
+        return FlattenPageAnnotations(page, annots, widgets, ctx);
+    }
+};
+
+TEST_F(AnnotFlattenTest, AppearanceIsDrawnAfterThePageStateIsClosed) {
+    CosObj page = AddPage("1 0 0 1 50 50 cm 0 0 1 rg");
+    CosObj form = Form("0 0 20 10 re f", {0, 0, 20, 10}, {0, 1, -1, 0, 0, 0});
+    CosObj a = Annot(page, "Square", {100, 100, 110, 120});
+    SetAppearance(a, form);
+    auto c = Flatten(page);
+    EXPECT_EQ(c.annotsFlattened, 1);
+    EXPECT_EQ(AnnotCount(page), 0);
+    EXPECT_EQ(Stat("Annots_Total"), 1);
+    EXPECT_EQ(Stat("Annots_Flattened"), 1);
+    EXPECT_EQ(Stat("Annots_Removed"), 0);
+    // The rotated 20 x 10 box stands 10 wide at x -10..0 and fits the
+    // 10 x 20 rectangle unscaled.
+    EXPECT_EQ(Content(page), "q \n1 0 0 1 50 50 cm 0 0 1 rg\n\nQ q 1 0 0 1 110 100 cm /TMRAnnot1 Do Q ");
+    EXPECT_EQ(NameOf(page, form), "TMRAnnot1");
+    // The original stream is kept as it was, between the two new ones.
+    EXPECT_EQ(CosArrayLength(CosDictGet(page, cosnames::Contents)), 3);
+}
+
+TEST_F(AnnotFlattenTest, StateSelectedByASIsTheOneDrawn) {
+    CosObj page = AddPage("");
+    CosDictRemove(page, cosnames::Contents);
+    CosObj on = Form("0 g 0 0 5 5 re f", {0, 0, 5, 5});
+    CosObj off = Form("", {0, 0, 5, 5});
+    CosObj a = Annot(page, "Widget", {0, 0, 5, 5});
+    CosObj states = CosNewDict(doc, false);
+    CosDictPut(states, A("On"), on);
+    CosDictPut(states, A("Off"), off);
+    CosObj ap = CosNewDict(doc, false);
+    CosDictPut(ap, cosnames::N, states);
+    CosDictPut(a, A("AP"), ap);
+    CosDictPutName(a, A("AS"), false, A("On"));
+    Flatten(page);
+    EXPECT_EQ(NameOf(page, on), "TMRAnnot1");
+    EXPECT_EQ(NameOf(page, off), "");
+    // A page without content gets the drawing alone.
+    EXPECT_EQ(Content(page), "q 1 0 0 1 0 0 cm /TMRAnnot1 Do Q ");
+
+    // Without AS a dictionary of states draws nothing.
+    CosObj page2 = AddPage("");
+    CosObj b = Annot(page2, "Widget", {0, 0, 5, 5});
+    CosDictPut(b, A("AP"), CosObjCopy(ap, doc, false));
+    auto c = Flatten(page2);
+    EXPECT_EQ(c.widgetsRemoved, 1);
+    EXPECT_EQ(Content(page2), "");
+}
+
+TEST_F(AnnotFlattenTest, HiddenNoViewAndInvisibleUnknownTypesAreRemovedUndrawn) {
+    CosObj page = AddPage("0 g");
+    CosObj form = Form("0 0 1 1 re f", {0, 0, 1, 1});
+    struct Case {
+        const char* subtype;
+        int flags;
+    } cases[] = {{"Square", 2}, {"Square", 32}, {"MadeUpType", 1}};
+    for (const Case& k : cases) {
+        CosObj a = Annot(page, k.subtype, {0, 0, 1, 1});
+        SetAppearance(a, form);
+        CosDictPutInteger(a, A("F"), k.flags);
+    }
+    // Invisible alone does not hide a standard type; Print does not matter.
+    CosObj shown = Annot(page, "Circle", {0, 0, 1, 1});
+    SetAppearance(shown, form);
+    CosDictPutInteger(shown, A("F"), 1 | 4);
+    auto c = Flatten(page);
+    EXPECT_EQ(c.annotsTotal, 4);
+    EXPECT_EQ(c.annotsRemoved, 3);
+    EXPECT_EQ(c.annotsFlattened, 1);
+    EXPECT_EQ(AnnotCount(page), 0);
+    std::string content = Content(page);
+    EXPECT_EQ(std::count(content.begin(), content.end(), 'D'), 1) << content;  // one Do
+}
+
+TEST_F(AnnotFlattenTest, PopupsGoWithTheirParentsAndRemoveDrawsNothing) {
+    CosObj page = AddPage("0 g");
+    CosObj text = Annot(page, "Text", {10, 10, 30, 30});
+    SetAppearance(text, Form("0 0 1 1 re f", {0, 0, 1, 1}));
+    CosObj popup = Annot(page, "Popup", {40, 40, 200, 100});
+    CosDictPut(popup, A("Parent"), text);
+    CosDictPut(text, A("Popup"), popup);
+    auto c = Flatten(page, AnnotAction::Remove, AnnotAction::Keep);
+    EXPECT_EQ(c.annotsTotal, 2);
+    EXPECT_EQ(c.annotsRemoved, 2);
+    EXPECT_EQ(AnnotCount(page), 0);
+    EXPECT_EQ(Content(page), "0 g");  // Remove leaves the content alone
+    EXPECT_EQ(Stat("Annots_Flattened"), 0);
+
+    // Annotations kept, widgets flattened: the popup of a widget goes with
+    // it, other popups and annotations stay and are not counted.
+    CosObj page2 = AddPage("");
+    CosObj widget = Annot(page2, "Widget", {0, 0, 10, 10});
+    SetAppearance(widget, Form("", {0, 0, 10, 10}));
+    CosObj wpopup = Annot(page2, "Popup", {0, 0, 10, 10});
+    CosDictPut(wpopup, A("Parent"), widget);
+    CosObj note = Annot(page2, "Text", {0, 0, 10, 10});
+    CosObj npopup = Annot(page2, "Popup", {0, 0, 10, 10});
+    CosDictPut(npopup, A("Parent"), note);
+    auto c2 = Flatten(page2, AnnotAction::Keep, AnnotAction::Flatten);
+    EXPECT_EQ(c2.annotsTotal, 0);
+    EXPECT_EQ(c2.widgetsFlattened, 1);
+    CosObj left = CosDictGet(page2, A("Annots"));
+    ASSERT_EQ(CosArrayLength(left), 2);
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 0), note));
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 1), npopup));
+}
+
+TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
+    CosObj page = AddPage("");
+    // A radio group: one field, two widgets as its kids.
+    CosObj field = CosNewDict(doc, true);
+    CosDictPut(field, A("T"), CosNewString(doc, false, "choice"));
+    CosObj kids = CosNewArray(doc, false);
+    CosDictPut(field, A("Kids"), kids);
+    for (int i = 0; i < 2; ++i) {
+        CosObj w = Annot(page, "Widget", {double(i * 20), 0, double(i * 20 + 10), 10});
+        CosDictPut(w, A("Parent"), field);
+        CosArrayAppend(kids, w);
+        SetAppearance(w, Form("", {0, 0, 10, 10}));
+    }
+    // A field and widget in one dictionary, drawn.
+    CosObj merged = Annot(page, "Widget", {50, 0, 60, 10});
+    CosDictPut(merged, A("T"), CosNewString(doc, false, "name"));
+    SetAppearance(merged, Form("", {0, 0, 10, 10}));
+    // A field whose one widget has no appearance: removed, not drawn.
+    CosObj bare = Annot(page, "Widget", {70, 0, 80, 10});
+    CosDictPut(bare, A("T"), CosNewString(doc, false, "empty"));
+    pipeline::FieldTally tally;
+    auto ctx = Ctx();
+    auto c = FlattenPageAnnotations(page, AnnotAction::Keep, AnnotAction::Flatten, ctx, &tally);
+    EXPECT_EQ(c.widgetsTotal, 3);
+    EXPECT_EQ(c.widgetsFlattened, 2);
+    EXPECT_EQ(c.widgetsRemoved, 1);
+    EXPECT_EQ(Stat("AcroForms_Total"), 3);
+    EXPECT_EQ(Stat("AcroForms_Flattened"), 2);
+    EXPECT_EQ(Stat("AcroForms_Removed"), 1);
+    EXPECT_EQ(Stat("Annots_Total"), 0);
+
+    // The same field's widget on a later page counts no more; a field first
+    // seen removed counts as flattened once a widget of it is drawn.
+    CosObj page2 = AddPage("");
+    CosObj more = Annot(page2, "Widget", {0, 0, 10, 10});
+    CosDictPut(more, A("Parent"), field);
+    SetAppearance(more, Form("", {0, 0, 10, 10}));
+    CosObj later = Annot(page2, "Widget", {0, 0, 10, 10});
+    CosDictPut(later, A("Parent"), bare);
+    SetAppearance(later, Form("", {0, 0, 10, 10}));
+    auto ctx2 = Ctx(1);
+    FlattenPageAnnotations(page2, AnnotAction::Keep, AnnotAction::Flatten, ctx2, &tally);
+    EXPECT_EQ(Stat("AcroForms_Total"), 3);
+    EXPECT_EQ(Stat("AcroForms_Flattened"), 3);
+    EXPECT_EQ(Stat("AcroForms_Removed"), 0);
+}
+
+TEST_F(AnnotFlattenTest, FieldsTheFormAsksViewersToDrawAreReported) {
+    CosObj form = CosNewDict(doc, true);
+    CosDictPut(form, A("NeedAppearances"), CosNewBoolean(doc, false, true));
+    CosDictPut(CosDocGetRoot(doc), A("AcroForm"), form);
+    CosObj page = AddPage("");
+    CosObj w = Annot(page, "Widget", {0, 0, 10, 10});
+    CosDictPut(w, A("T"), CosNewString(doc, false, "text"));
+    auto c = Flatten(page);
+    EXPECT_EQ(c.widgetsRemoved, 1);
+    EXPECT_NE(cap.All().find("asks viewers to make one"), std::string::npos);
+}
+
+TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
+    CosObj page = AddPage("");
+    CosObj noRect = Annot(page, "Square", {});
+    SetAppearance(noRect, Form("", {0, 0, 1, 1}));
+    CosObj badBox = Annot(page, "Square", {0, 0, 1, 1});
+    CosObj box = Form("", {0, 0, 1, 1});
+    CosDictPut(box, cosnames::BBox, CosNewName(doc, false, A("Nonsense")));
+    SetAppearance(badBox, box);
+    CosObj badData = Annot(page, "Square", {0, 0, 1, 1});
+    CosObj broken = Form("this is no flate data", {0, 0, 1, 1});
+    CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
+    SetAppearance(badData, broken);
+    CosArrayAppend(CosDictGet(page, A("Annots")), CosNewInteger(doc, false, 7));
+    CosObj good = Annot(page, "Square", {0, 0, 1, 1});
+    SetAppearance(good, Form("0 0 1 1 re f", {0, 0, 1, 1}));
+
+    auto c = Flatten(page);
+    EXPECT_EQ(c.annotsTotal, 4);
+    EXPECT_EQ(c.annotsFlattened, 1);
+    EXPECT_EQ(c.annotsRemoved, 0);
+    CosObj left = CosDictGet(page, A("Annots"));
+    ASSERT_EQ(CosArrayLength(left), 4);
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 0), noRect));
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 1), badBox));
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 2), badData));
+    std::string log = cap.All();
+    EXPECT_NE(log.find("no usable Rect"), std::string::npos);
+    EXPECT_NE(log.find("no usable BBox"), std::string::npos);
+    EXPECT_NE(log.find("cannot be read"), std::string::npos);
+    EXPECT_NE(log.find("not a dictionary"), std::string::npos);
+
+    // Annots of the wrong kind: a warning, nothing else.
+    CosObj page2 = AddPage("0 g");
+    CosDictPut(page2, A("Annots"), CosNewName(doc, false, A("Oops")));
+    auto c2 = Flatten(page2);
+    EXPECT_EQ(c2.annotsTotal, 0);
+    EXPECT_EQ(Content(page2), "0 g");
+    EXPECT_NE(cap.All().find("not an array"), std::string::npos);
+}
+
+TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
+    CosObj page = AddPage("Q Q q 1 0 0 1 5 5 cm BT /F1 1 Tf");
+    CosObj a = Annot(page, "Square", {0, 0, 1, 1});
+    SetAppearance(a, Form("", {0, 0, 1, 1}));
+    Flatten(page);
+    // Three q: one per stray Q and one of our own; the text object is
+    // closed and the two states left open are restored.
+    EXPECT_EQ(Content(page),
+              "q q q \nQ Q q 1 0 0 1 5 5 cm BT /F1 1 Tf\n\nET Q Q q 1 0 0 1 0 0 cm /TMRAnnot1 Do Q ");
+}
+
+TEST_F(AnnotFlattenTest, ContentThatCannotBeDecodedIsKept) {
+    CosObj page = AddPage("");
+    CosObj broken = CosDictGet(page, cosnames::Contents);
+    CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
+    SetAppearance(Annot(page, "Square", {0, 0, 1, 1}), Form("", {0, 0, 1, 1}));
+    Flatten(page);
+    CosObj contents = CosDictGet(page, cosnames::Contents);
+    ASSERT_EQ(CosObjGetType(contents), kCosArray);
+    ASSERT_EQ(CosArrayLength(contents), 3);
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(contents, 1), broken));
+}
+
+TEST_F(AnnotFlattenTest, SharedOrInheritedResourcesAreCopiedBeforeTheyChange) {
+    // Both pages inherit the page tree's resources.
+    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
+    CosObj inherited = CosNewDict(doc, true);
+    CosObj xo = CosNewDict(doc, true);
+    CosObj logo = Form("", {0, 0, 1, 1});
+    CosDictPut(xo, A("Logo"), logo);
+    CosDictPut(inherited, A("XObject"), xo);
+    CosDictPut(pages, cosnames::Resources, inherited);
+    CosObj p1 = AddPage("/Logo Do", false);
+    CosObj p2 = AddPage("/Logo Do", false);
+    CosObj ap = Form("", {0, 0, 1, 1});
+    SetAppearance(Annot(p1, "Square", {0, 0, 1, 1}), ap);
+    // The same appearance twice on the page is entered once.
+    SetAppearance(Annot(p1, "Square", {0, 0, 2, 2}), ap);
+    Flatten(p1);
+    CosObj own = CosDictGet(p1, cosnames::Resources);
+    ASSERT_EQ(CosObjGetType(own), kCosDict);
+    EXPECT_FALSE(CosObjEqual(own, inherited));
+    CosObj ownXo = CosDictGet(own, A("XObject"));
+    EXPECT_EQ(CosDictCount(ownXo), 2);
+    EXPECT_TRUE(CosObjEqual(CosDictGet(ownXo, A("Logo")), logo));
+    EXPECT_TRUE(CosObjEqual(CosDictGet(ownXo, A("TMRAnnot1")), ap));
+    // Nothing the other page sees has changed.
+    EXPECT_EQ(CosDictCount(xo), 1);
+    EXPECT_TRUE(CosObjIsNull(CosDictGet(p2, cosnames::Resources)));
+    EXPECT_TRUE(CosObjEqual(PDPageGetInheritedAttr(p2, cosnames::Resources), inherited));
+}
+
+TEST_F(AnnotFlattenTest, AnAnnotsArraySharedByPagesIsCopiedFirst) {
+    CosObj p1 = AddPage("");
+    CosObj p2 = AddPage("");
+    CosObj a = Annot(p1, "Square", {0, 0, 1, 1});
+    SetAppearance(a, Form("", {0, 0, 1, 1}));
+    CosObj shared = CosNewArray(doc, true);
+    CosArrayAppend(shared, a);
+    CosDictPut(p1, A("Annots"), shared);
+    CosDictPut(p2, A("Annots"), shared);
+    Flatten(p1);
+    EXPECT_EQ(AnnotCount(p1), 0);
+    EXPECT_EQ(CosArrayLength(shared), 1);
+    EXPECT_TRUE(CosObjEqual(CosDictGet(p2, A("Annots")), shared));
+}
+
+TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
+    CosObj page = AddPage("");
+    // A movie without appearance shows its poster image over its rectangle.
+    CosObj movie = Annot(page, "Movie", {10, 20, 110, 70});
+    CosObj poster = Stream(std::string(4, '\xff'));
+    CosDictPutName(poster, A("Subtype"), false, A("Image"));
+    CosObj mdict = CosNewDict(doc, false);
+    CosDictPut(mdict, A("Poster"), poster);
+    CosDictPut(movie, A("Movie"), mdict);
+    // A link without appearance gets the border a viewer strokes, on the
+    // rectangle's edges, in its colour.
+    CosObj link = Annot(page, "Link", {0, 0, 50, 10});
+    CosDictPut(link, A("Border"), Array({0, 0, 2}));
+    CosDictPut(link, A("C"), Array({1, 0, 0}));
+    // A link with a zero-width border draws nothing.
+    CosObj plain = Annot(page, "Link", {0, 0, 50, 10});
+    CosDictPut(plain, A("Border"), Array({0, 0, 0}));
+    CosDictPut(plain, A("C"), Array({1, 0, 0}));
+    // An annotation in optional content stays in it.
+    CosObj layered = Annot(page, "Square", {0, 0, 1, 1});
+    SetAppearance(layered, Form("", {0, 0, 1, 1}));
+    CosObj ocg = CosNewDict(doc, true);
+    CosDictPutName(ocg, A("Type"), false, A("OCG"));
+    CosDictPut(layered, A("OC"), ocg);
+
+    auto c = Flatten(page);
+    EXPECT_EQ(c.annotsFlattened, 3);
+    EXPECT_EQ(c.annotsRemoved, 1);
+    // An empty content stream is kept, and closed like any other.
+    EXPECT_EQ(Content(page),
+              "q \n\n\nQ q 100 0 0 50 10 20 cm /TMRAnnot1 Do Q "
+              "q 1 0 0 RG 2 w 0 0 50 10 re S Q "
+              "/OC /TMROC1 BDC q 1 0 0 1 0 0 cm /TMRAnnot2 Do Q EMC ");
+    EXPECT_EQ(NameOf(page, poster), "TMRAnnot1");
+    CosObj props = CosDictGet(CosDictGet(page, cosnames::Resources), A("Properties"));
+    EXPECT_TRUE(CosObjEqual(CosDictGet(props, A("TMROC1")), ocg));
+}
+
+TEST_F(AnnotFlattenTest, OperationFollowsTheSettingsWords) {
+    auto op = pipeline::MakeAnnotFlatten();
+    EXPECT_FALSE(op->Enabled(prefs));
+    prefs.Optimize().acroformProcessing = A("Remove");
+    EXPECT_TRUE(op->Enabled(prefs));
+    prefs.Optimize().acroformProcessing = A("None");
+    prefs.Optimize().annotProcessing = A("Flatten");
+    EXPECT_TRUE(op->Enabled(prefs));
+
+    CosObj page = AddPage("");
+    SetAppearance(Annot(page, "Square", {0, 0, 1, 1}), Form("", {0, 0, 1, 1}));
+    CosObj w = Annot(page, "Widget", {0, 0, 1, 1});
+    SetAppearance(w, Form("", {0, 0, 1, 1}));
+    auto ctx = Ctx();
+    op->Apply(page, ctx);
+    EXPECT_NE(cap.All().find("\tFlattening annotations...\n"), std::string::npos);
+    EXPECT_EQ(Stat("Annots_Flattened"), 1);
+    // Widgets are kept when only annotations are asked for.
+    EXPECT_EQ(Stat("AcroForms_Total"), 0);
+    ASSERT_EQ(AnnotCount(page), 1);
+    EXPECT_TRUE(CosObjEqual(CosArrayGet(CosDictGet(page, A("Annots")), 0), w));
+}
+
+}  // namespace
