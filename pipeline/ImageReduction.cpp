@@ -119,9 +119,13 @@ private:
         switch (r.outcome) {
         case images::ColourOutcome::Palettized:
         case images::ColourOutcome::Quantized:
-            ctx.log.Debug("Image %d 0 R %s: %d colours at %d bits, %zu -> %zu bytes\n", id,
-                          r.outcome == images::ColourOutcome::Palettized ? "palettised" : "quantised", r.colours,
-                          r.bits, r.bytesBefore, r.bytesAfter);
+            if (r.psnr > 0)
+                ctx.log.Debug("Image %d 0 R quantised: %d colours at %d bits, %zu -> %zu bytes, %.1f dB\n", id,
+                              r.colours, r.bits, r.bytesBefore, r.bytesAfter, r.psnr);
+            else
+                ctx.log.Debug("Image %d 0 R %s: %d colours at %d bits, %zu -> %zu bytes\n", id,
+                              r.outcome == images::ColourOutcome::Palettized ? "palettised" : "quantised", r.colours,
+                              r.bits, r.bytesBefore, r.bytesAfter);
             break;
         case images::ColourOutcome::NotSmaller:
             ctx.log.Debug("Image %d 0 R kept its colours: the result was not smaller (%zu -> %zu bytes)\n", id,
@@ -131,7 +135,11 @@ private:
             ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, r.reason.c_str());
             break;
         default:
-            if (!r.reason.empty()) ctx.log.Debug("Image %d 0 R kept its colours: %s\n", id, r.reason.c_str());
+            if (r.psnr > 0)
+                ctx.log.Debug("Image %d 0 R kept its colours: %s (%d colours, %.1f dB)\n", id, r.reason.c_str(),
+                              r.colours, r.psnr);
+            else if (!r.reason.empty())
+                ctx.log.Debug("Image %d 0 R kept its colours: %s\n", id, r.reason.c_str());
             break;
         }
         return r;
