@@ -16,7 +16,7 @@ struct LiqDeleter {
 
 }  // namespace
 
-std::optional<IndexedRaster> QuantizeRGB(const Raster& rgb, int maxColors, std::string* why) {
+std::optional<IndexedRaster> QuantizeRGB(const Raster& rgb, int maxColors, std::string* why, bool quick) {
     if (rgb.colors != 3 || rgb.alpha || rgb.bits != 8 || rgb.width <= 0 || rgb.height <= 0 ||
         rgb.data.size() < rgb.ByteSize()) {
         *why = "quantisation needs 8-bit RGB samples";
@@ -37,6 +37,7 @@ std::optional<IndexedRaster> QuantizeRGB(const Raster& rgb, int maxColors, std::
         return std::nullopt;
     }
     liq_set_max_colors(attr.get(), std::clamp(maxColors, 2, 256));
+    liq_set_speed(attr.get(), quick ? 10 : 4);
     // 0 would let the quantiser give up on its own; the caller measures the
     // result against its own bound instead.
     liq_set_quality(attr.get(), 0, 100);

@@ -18,6 +18,7 @@ namespace images {
 // Quantises an 8-bit three-component raster (no alpha) to at most
 // `maxColors` (clamped to 2..256) table entries.  Nullopt, with the reason
 // in `why`, when the raster has another layout or the quantiser fails.
-std::optional<IndexedRaster> QuantizeRGB(const Raster& rgb, int maxColors, std::string* why);
+// `quick` trades some quality for speed (for estimates).
+std::optional<IndexedRaster> QuantizeRGB(const Raster& rgb, int maxColors, std::string* why, bool quick = false);
 
 }  // namespace images

@@ -436,3 +436,49 @@ TEST_F(Colours, QuantisationOnlyForPlainRGBAndOnlyWhenSmaller) {
     CosDictPut(decoded, A("Decode"), Numbers({1, 0, 1, 0, 1, 0}));
     EXPECT_EQ(ReduceColours(decoded, p).outcome, ColourOutcome::LeftAlone);
 }
+
+TEST_F(Colours, LargeImagesAreProbedBeforeQuantising) {
+    // A megapixel of shades with grain: the probe and the full run agree
+    // that a table pays.
+    const int w = 1024, h = 1024;
+    Bytes shades;
+    shades.reserve(size_t(w) * h * 3);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const int grain = (x * 7 + y * 13) % 3;
+            shades.push_back(uint8_t(40 + x / 8 + grain));
+            shades.push_back(uint8_t(60 + y / 16 + grain));
+            shades.push_back(uint8_t(200 - (x + y) / 32));
+        }
+    CosObj img = Image(w, h, Name("DeviceRGB"), 8, shades);
+    ColourResult r = ReduceColours(img, Quantize());
+    ASSERT_EQ(r.outcome, ColourOutcome::Quantized) << r.reason << " " << r.psnr;
+    EXPECT_GE(r.psnr, 35.0);
+    EXPECT_LT(r.bytesAfter, r.bytesBefore);
+
+    // Noise stored as a small JPEG: the probe's estimate is far above it,
+    // and the image is not quantised.
+    Bytes noise(size_t(w) * h * 3);
+    unsigned seed = 1;
+    for (auto& v : noise) {
+        seed = seed * 1103515245u + 12345u;
+        v = uint8_t(128 + int((seed >> 16) % 48) - 24);
+    }
+    filters::DCTEncodeParams dp;
+    dp.quality = 30;
+    const Bytes jpeg = filters::EncodeDCT(noise, w, h, 3, dp);
+    CosObj d = CosNewDict(doc, false);
+    CosDictPutInteger(d, A("Width"), w);
+    CosDictPutInteger(d, A("Height"), h);
+    CosDictPutInteger(d, A("BitsPerComponent"), 8);
+    CosDictPutName(d, A("ColorSpace"), false, A("DeviceRGB"));
+    CosDictPutName(d, A("Filter"), false, A("DCTDecode"));
+    CosObj photo = CosNewStream(doc, d, jpeg);
+    ColourReductionParams p = Quantize();
+    p.minPsnr = 0;
+    ColourResult q = ReduceColours(photo, p);
+    EXPECT_EQ(q.outcome, ColourOutcome::NotSmaller);
+    EXPECT_GT(q.bytesAfter, jpeg.size() * 3 / 2);
+    EXPECT_EQ(q.psnr, 0);  // decided by the probe, before the full run
+    EXPECT_EQ(CosStreamEncodedLength(photo), jpeg.size());
+}
