@@ -35,6 +35,11 @@ const ASAtom K_LZWDecode = ASAtomFromString("LZWDecode");
 const ASAtom K_RunLengthDecode = ASAtomFromString("RunLengthDecode");
 
 constexpr int64_t kMaxSide = 1 << 20;
+// Colour tables up to this many bytes are strings, larger ones streams,
+// which cost about this much beyond their data (dictionary, keywords,
+// cross-reference entry).
+constexpr size_t kStringTable = 48;
+constexpr size_t kStreamCost = 80;
 // Images of this many pixels or more are probed before being quantised.
 constexpr size_t kProbePixels = size_t(1) << 20;
 
@@ -624,7 +629,15 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
     }
     const std::vector<uint8_t> rows = PackSamples(indexed->indices, int(w), int(h), 1, bits);
     const Encoded e = EncodeRows(rows, 1, bits, int(w), p, false);
-    if (!replace(outcome, e, indexed->table.size() + 16, bits)) return res;
+    // A small table goes in a string; a large one in a Flate stream of its
+    // own, since strings of binary bytes are written in hex.
+    const bool tableStream = indexed->table.size() > kStringTable;
+    filters::Bytes packedTable;
+    if (tableStream) packedTable = filters::FlateEncode(indexed->table, 9);
+    const bool packTable = tableStream && packedTable.size() < indexed->table.size();
+    const size_t tableCost = !tableStream ? 2 * indexed->table.size() + 2
+                                          : (packTable ? packedTable.size() : indexed->table.size()) + kStreamCost;
+    if (!replace(outcome, e, tableCost, bits)) return res;
 
     CosObj base = CosDictGet(image, K_ColorSpace);
     if (!CosObjIsIndirect(base)) base = CosObjCopy(base, doc, false);
@@ -632,8 +645,14 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
     CosArrayAppend(cs, CosNewName(doc, false, K_Indexed));
     CosArrayAppend(cs, base);
     CosArrayAppend(cs, CosNewInteger(doc, false, indexed->entries - 1));
-    CosArrayAppend(cs, CosNewString(doc, false, reinterpret_cast<const char*>(indexed->table.data()),
-                                    indexed->table.size()));
+    if (tableStream) {
+        CosObj dict = CosNewDict(doc, false);
+        if (packTable) CosDictPut(dict, K_Filter, CosNewName(doc, false, K_FlateDecode));
+        CosArrayAppend(cs, CosNewStream(doc, dict, packTable ? packedTable : indexed->table));
+    } else {
+        CosArrayAppend(cs, CosNewString(doc, false, reinterpret_cast<const char*>(indexed->table.data()),
+                                        indexed->table.size()));
+    }
     CosDictPut(image, K_ColorSpace, cs);
     CosDictRemove(image, K_Decode);
     PutKey(image, key.has_value(), 0, keyed - 1);

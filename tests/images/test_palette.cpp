@@ -93,9 +93,20 @@ protected:
         EXPECT_EQ(CosObjGetType(cs), kCosArray);
         EXPECT_EQ(CosNameValue(CosArrayGet(cs, 0)), A("Indexed"));
         const int hival = CosIntegerValue(CosArrayGet(cs, 2));
-        size_t tableLength = 0;
-        const char* tableBytes = CosStringValue(CosArrayGet(cs, 3), &tableLength);
-        const std::string table(tableBytes, tableLength);
+        // Small tables are strings, large ones streams.
+        CosObj lookup = CosArrayGet(cs, 3);
+        std::string table;
+        if (CosObjGetType(lookup) == kCosStream) {
+            const Bytes b = CosStreamDecodedData(lookup);
+            table.assign(b.begin(), b.end());
+            EXPECT_GT(table.size(), 48u);
+        } else {
+            size_t tableLength = 0;
+            const char* tableBytes = CosStringValue(lookup, &tableLength);
+            table.assign(tableBytes, tableLength);
+            EXPECT_LE(table.size(), 48u);
+        }
+        EXPECT_EQ(table.size() % size_t(hival + 1), 0u);
         const int comps = int(table.size()) / (hival + 1);
         const int w = CosDictGetInt(img, A("Width"), 0), h = CosDictGetInt(img, A("Height"), 0);
         const int bits = CosDictGetInt(img, A("BitsPerComponent"), 0);
