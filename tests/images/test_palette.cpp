@@ -243,6 +243,25 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     EXPECT_EQ(ReduceColours(img4, Palettize()).outcome, ColourOutcome::Unchanged);
     EXPECT_EQ(CosDictGetInt(img4, A("BitsPerComponent"), 0), 8);
 
+    // A key on gray levels moves to the new depth: [200 255] holds only
+    // white, which is 1 at one bit; [10 20] holds no level at all.
+    CosObj keyed = Image(200, 100, Name("DeviceGray"), 8, bw);
+    CosDictPut(keyed, A("Mask"), Numbers({200, 255}));
+    ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
+    CosObj mask = CosDictGet(keyed, A("Mask"));
+    ASSERT_EQ(CosObjGetType(mask), kCosArray);
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 0)), 1);
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 1)), 1);
+    CosObj keyed2 = Image(200, 100, Name("DeviceGray"), 8, four);
+    CosDictPut(keyed2, A("Mask"), Numbers({80, 175}));
+    ASSERT_EQ(ReduceColours(keyed2, Palettize()).outcome, ColourOutcome::Palettized);
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 0)), 1);
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 1)), 2);
+    CosObj unkeyed = Image(200, 100, Name("DeviceGray"), 8, bw);
+    CosDictPut(unkeyed, A("Mask"), Numbers({10, 20}));
+    ASSERT_EQ(ReduceColours(unkeyed, Palettize()).outcome, ColourOutcome::Palettized);
+    EXPECT_FALSE(CosDictKnown(unkeyed, A("Mask")));
+
     // 4-bit black and white becomes 1-bit; 1-bit stays as it is.
     Bytes nib(100 * 50, 0);
     for (size_t i = 0; i < nib.size(); ++i) nib[i] = (i / 100 / 4 + i % 100 / 7) % 2 ? 0xF0 : 0x0F;
