@@ -3,6 +3,7 @@
 // replace-only-when-smaller.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -268,6 +269,7 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     CosObj img5 = Image(200, 50, Name("DeviceGray"), 4, nib);
     ASSERT_EQ(ReduceColours(img5, Palettize()).outcome, ColourOutcome::Palettized);
     EXPECT_EQ(CosDictGetInt(img5, A("BitsPerComponent"), 0), 1);
+    EXPECT_EQ(CosDictGetName(img5, A("ColorSpace")), A("DeviceGray"));
     EXPECT_EQ(ReduceColours(img5, Palettize()).outcome, ColourOutcome::Unchanged);
 }
 
@@ -511,4 +513,40 @@ TEST_F(Colours, LargeImagesAreProbedBeforeQuantising) {
     EXPECT_GT(q.bytesAfter, jpeg.size() * 3 / 2);
     EXPECT_EQ(q.psnr, 0);  // decided by the probe, before the full run
     EXPECT_EQ(CosStreamEncodedLength(photo), jpeg.size());
+}
+
+TEST(Quantise, DiffusesTheErrorSoAreasKeepTheirMeanColour) {
+    // A ramp across 256 columns with only four colours to draw it: without
+    // error diffusion it turns into four bands, with it the 8 x 8 blocks
+    // keep close to their means (about 5.6 levels off on average here,
+    // against 13 for plain nearest-colour mapping).
+    const int w = 256, h = 64;
+    Bytes ramp;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int k = 0; k < 3; ++k) ramp.push_back(uint8_t(x));
+    std::string why;
+    auto q = QuantizeRGB(RGB(w, h, ramp), 4, &why);
+    ASSERT_TRUE(q) << why;
+    EXPECT_LE(q->entries, 4);
+    const Raster drawn = ExpandIndexed(*q);
+    double total = 0;
+    int blocks = 0;
+    for (int by = 0; by < h; by += 8)
+        for (int bx = 0; bx < w; bx += 8) {
+            double a = 0, b = 0;
+            for (int y = by; y < by + 8; ++y)
+                for (int x = bx; x < bx + 8; ++x) {
+                    a += ramp[(size_t(y) * w + size_t(x)) * 3];
+                    b += drawn.data[(size_t(y) * w + size_t(x)) * 3];
+                }
+            total += std::abs(a - b) / 64;
+            ++blocks;
+        }
+    EXPECT_LT(total / blocks, 9.0);
+    std::string bad;
+    Raster two = RGB(2, 1, Bytes{1, 2, 3, 4, 5, 6});
+    two.colors = 1;
+    EXPECT_FALSE(QuantizeRGB(two, 4, &bad));
+    EXPECT_FALSE(bad.empty());
 }
