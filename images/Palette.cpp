@@ -17,6 +17,8 @@ const ASAtom K_BitsPerComponent = ASAtomFromString("BitsPerComponent");
 const ASAtom K_ColorSpace = ASAtomFromString("ColorSpace");
 const ASAtom K_ImageMask = ASAtomFromString("ImageMask");
 const ASAtom K_Mask = ASAtomFromString("Mask");
+const ASAtom K_SMask = ASAtomFromString("SMask");
+const ASAtom K_Matte = ASAtomFromString("Matte");
 const ASAtom K_Filter = ASAtomFromString("Filter");
 const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
 const ASAtom K_Decode = ASAtomFromString("Decode");
@@ -560,6 +562,11 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
     // Decode array is folded into them.
     if (hasDecode && (!inverted || !space.unitRanges))
         return stop(ColourOutcome::LeftAlone, "Decode array that a colour table cannot hold");
+    // A soft mask's Matte colour has one value per component of its image's
+    // colour space, which an Indexed space would change.
+    CosObj smask = CosDictGet(image, K_SMask);
+    if (CosObjGetType(smask) == kCosStream && CosDictKnown(smask, K_Matte))
+        return stop(ColourOutcome::LeftAlone, "soft mask with a Matte colour");
 
     // Below this many bits per pixel a table does not pay.
     const int bitsPerPixel = comps * bpc;

@@ -21,7 +21,8 @@
 //  - 16-bit images whose samples are not all 8-bit values in disguise
 //    (v = 257 * b), for palettisation;
 //  - Decode arrays other than the plain one or the inverted one ([1 0] per
-//    component) for images that would get a colour table;
+//    component), and soft masks with a Matte colour, for images that would
+//    get a colour table;
 //  - for quantisation: anything but three-component RGB-like spaces (no
 //    gray, CMYK, Lab, Separation or DeviceN), colour-keyed images and
 //    images with a Decode array.

@@ -353,6 +353,21 @@ TEST_F(Colours, ReplacesOnlyWhenSmallerAndLeavesOtherKindsAlone) {
     EXPECT_EQ(CosDictGet(img, A("SMask")), smask);
     EXPECT_EQ(CosDictGetInt(smask, A("BitsPerComponent"), 0), 8);
 
+    // A soft mask with a Matte colour pins the image's colour space; a gray
+    // image can still drop to fewer bits in its own space.
+    CosObj matted = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
+    CosObj matte = Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200));
+    CosObj white = CosNewArray(doc, false);
+    for (int k = 0; k < 3; ++k) CosArrayAppend(white, CosNewInteger(doc, false, 1));
+    CosDictPut(matte, A("Matte"), white);
+    CosDictPut(matted, A("SMask"), matte);
+    EXPECT_EQ(ReduceColours(matted, Palettize()).outcome, ColourOutcome::LeftAlone);
+    Bytes bw(128 * 64);
+    for (size_t i = 0; i < bw.size(); ++i) bw[i] = (i / 128 + i % 128 / 9) % 2 ? 255 : 0;
+    CosObj grayMatted = Image(128, 64, Name("DeviceGray"), 8, bw);
+    CosDictPut(grayMatted, A("SMask"), matte);
+    EXPECT_EQ(ReduceColours(grayMatted, Palettize()).outcome, ColourOutcome::Palettized);
+
     // Already Indexed, image masks, nothing asked for, damaged data.
     EXPECT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Unchanged);
     CosObj stencil = Image(64, 64, Name("DeviceGray"), 1, Bytes(512, 0x0F));
