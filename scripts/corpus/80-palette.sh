@@ -135,7 +135,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
       if [ "$name" = pal ]; then
         [ "$db" = "inf" ] || problems+=("palettised page $page differs ($db dB)")
       else
-        notes+=("quantised page $page at $db dB")
+        notes+=("page $page at $db dB")
         [ "$db" = "size" ] && { problems+=("page $page changed size"); continue; }
         if [ "$db" != "inf" ] && awk -v x="$db" 'BEGIN{exit !(x < 30)}'; then
           problems+=("quantised page $page at $db dB")
