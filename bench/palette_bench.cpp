@@ -129,8 +129,21 @@ void Run(const std::string& path, const std::string& pw, bool quantize, Tally& t
     images::ColourReductionParams p;
     p.palettize = true;
     p.quantize = quantize;
+    // Soft masks are images too, but never drawn on their own.
+    std::vector<bool> softMask(size_t(CosDocGetObjTableSize(cos)) + 1, false);
     for (ASInt32 i = 1; i < CosDocGetObjTableSize(cos); ++i) {
         try {
+            CosObj o = CosDocGetObjByID(cos, i);
+            if (CosObjGetType(o) != kCosStream) continue;
+            CosObj sm = CosDictGet(o, A("SMask"));
+            if (CosObjGetType(sm) == kCosStream && CosObjIsIndirect(sm) && size_t(CosObjGetID(sm)) < softMask.size())
+                softMask[size_t(CosObjGetID(sm))] = true;
+        } catch (const CVellumError&) {
+        }
+    }
+    for (ASInt32 i = 1; i < CosDocGetObjTableSize(cos); ++i) {
+        try {
+            if (softMask[size_t(i)]) continue;
             CosObj o = CosDocGetObjByID(cos, i);
             if (CosObjGetType(o) != kCosStream || CosDictGetName(o, A("Subtype")) != A("Image")) continue;
             if (CosDictGetBool(o, A("ImageMask"), false)) continue;

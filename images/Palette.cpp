@@ -43,7 +43,7 @@ constexpr int64_t kMaxSide = 1 << 20;
 constexpr size_t kStringTable = 48;
 constexpr size_t kStreamCost = 80;
 // Images of this many pixels or more are probed before being quantised.
-constexpr size_t kProbePixels = size_t(1) << 20;
+constexpr size_t kProbePixels = size_t(1) << 18;
 
 // What this step needs to know of an image's colour space.
 struct Space {
