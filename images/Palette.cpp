@@ -44,6 +44,8 @@ constexpr size_t kStringTable = 48;
 constexpr size_t kStreamCost = 80;
 // Images of this many pixels or more are probed before being quantised.
 constexpr size_t kProbePixels = size_t(1) << 18;
+// Largest image quantised: 64 megapixels.
+constexpr size_t kMaxQuantizePixels = size_t(1) << 26;
 
 // What this step needs to know of an image's colour space.
 struct Space {
@@ -582,6 +584,9 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
         if (!space.rgb) return stop(ColourOutcome::Unchanged, "too many colours; only RGB images are quantised");
         if (key) return stop(ColourOutcome::LeftAlone, "colour-keyed images are not quantised");
         if (hasDecode) return stop(ColourOutcome::LeftAlone, "images with a Decode array are not quantised");
+        // The quantiser holds several copies of the image at once.
+        if (size_t(w) * size_t(h) > kMaxQuantizePixels)
+            return stop(ColourOutcome::LeftAlone, "image too large to quantise");
         std::string why;
         if (size_t(w) * size_t(h) >= kProbePixels) {
             // Quantising a large photograph costs seconds and mostly ends
