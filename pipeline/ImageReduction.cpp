@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/Log.h"
+#include "images/Palette.h"
 #include "settings/TrimoraPreferences.h"
 
 namespace pipeline {
@@ -44,6 +45,8 @@ public:
         std::vector<images::FoundImage> found = m_finder(ctx.doc, ctx.log);
         const images::ReductionParams color = ReductionParamsFor(ctx.prefs.Image().color);
         const images::ReductionParams gray = ReductionParamsFor(ctx.prefs.Image().grayscale);
+        const images::ColourReductionParams colorColours = ColourReductionParamsFor(ctx.prefs.Image(), color);
+        const images::ColourReductionParams grayColours = ColourReductionParamsFor(ctx.prefs.Image(), gray);
         ctx.stats.Increment("Images_Total", ASInt32(found.size()));
         ProgressSink& sink = ctx.log.Sink();
         size_t done = 0;
@@ -51,9 +54,10 @@ public:
             const images::ReductionParams* p = f.imageClass == images::ImageClass::Color       ? &color
                                                : f.imageClass == images::ImageClass::Grayscale ? &gray
                                                                                                 : nullptr;
-            if (p && p->Active()) {
+            const images::ColourReductionParams* cr = p == &color ? &colorColours : &grayColours;
+            if (p && (p->Active() || cr->Active())) {
                 ctx.stats.Increment("Images_ToBeProcessed");
-                ReduceOne(f, *p, ctx);
+                ReduceWithColours(f, *p, *cr, ctx);
             }
             ++done;
             sink.Completed(kPageShare + (1.0 - kPageShare) * double(done) / double(found.size()));
@@ -61,7 +65,88 @@ public:
     }
 
 private:
-    void ReduceOne(const images::FoundImage& f, const images::ReductionParams& p, RunContext& ctx) {
+    // Palettisation runs before the reduction, so an image with few colours
+    // is kept exact instead of going to JPEG; the reduction then keeps the
+    // palette unless it downsamples.  Anything the reduction replaced, and
+    // anything not palettised when quantisation is on, gets the colour
+    // step again on the image as it now stands.
+    void ReduceWithColours(const images::FoundImage& f, const images::ReductionParams& p,
+                           const images::ColourReductionParams& cr, RunContext& ctx) {
+        images::ColourReductionParams exact = cr;
+        exact.quantize = false;
+        const images::ColourResult before = Colours(f, exact, ctx);
+        bool palettized = before.outcome == images::ColourOutcome::Palettized;
+        bool replaced = palettized;
+        bool reduced = false;
+        if (p.Active()) {
+            const int bits = CosDictGetInt(f.image, ASAtomFromString("BitsPerComponent"), 0);
+            const int width = CosDictGetInt(f.image, ASAtomFromString("Width"), 0);
+            const int height = CosDictGetInt(f.image, ASAtomFromString("Height"), 0);
+            reduced = ReduceOne(f, p, ctx);
+            // A reduction that kept the size and depth kept the palette too.
+            if (reduced && palettized)
+                palettized = CosDictGetInt(f.image, ASAtomFromString("BitsPerComponent"), 0) == bits &&
+                             CosDictGetInt(f.image, ASAtomFromString("Width"), 0) == width &&
+                             CosDictGetInt(f.image, ASAtomFromString("Height"), 0) == height;
+            replaced = replaced || reduced;
+        }
+        bool quantized = false;
+        if ((reduced && !palettized && cr.palettize) || (cr.quantize && !palettized)) {
+            const images::ColourResult after = Colours(f, cr, ctx);
+            palettized = palettized || after.outcome == images::ColourOutcome::Palettized;
+            quantized = after.outcome == images::ColourOutcome::Quantized;
+            replaced = replaced || palettized || quantized;
+        }
+        if (replaced) ctx.stats.Increment("Images_Processed");
+        if (palettized) ctx.stats.Increment("Images_Palettized");
+        if (quantized) ctx.stats.Increment("Images_Quantized");
+    }
+
+    images::ColourResult Colours(const images::FoundImage& f, const images::ColourReductionParams& cr,
+                                 RunContext& ctx) {
+        images::ColourResult r;
+        if (!cr.Active()) return r;
+        const int id = CosObjGetID(f.image);
+        try {
+            r = images::ReduceColours(f.image, cr);
+        } catch (const CVellumError& e) {
+            ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, ASGetErrorString(e.GetErrorCode()));
+            return {};
+        } catch (const std::bad_alloc&) {
+            ctx.log.Warning("Image %d 0 R left as it was: out of memory\n", id);
+            return {};
+        }
+        switch (r.outcome) {
+        case images::ColourOutcome::Palettized:
+        case images::ColourOutcome::Quantized:
+            if (r.psnr > 0)
+                ctx.log.Debug("Image %d 0 R quantised: %d colours at %d bits, %zu -> %zu bytes, %.1f dB\n", id,
+                              r.colours, r.bits, r.bytesBefore, r.bytesAfter, r.psnr);
+            else
+                ctx.log.Debug("Image %d 0 R %s: %d colours at %d bits, %zu -> %zu bytes\n", id,
+                              r.outcome == images::ColourOutcome::Palettized ? "palettised" : "quantised", r.colours,
+                              r.bits, r.bytesBefore, r.bytesAfter);
+            break;
+        case images::ColourOutcome::NotSmaller:
+            ctx.log.Debug("Image %d 0 R kept its colours: the result was not smaller (%zu -> %zu bytes)\n", id,
+                          r.bytesBefore, r.bytesAfter);
+            break;
+        case images::ColourOutcome::Bad:
+            ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, r.reason.c_str());
+            break;
+        default:
+            if (r.psnr > 0)
+                ctx.log.Debug("Image %d 0 R kept its colours: %s (%d colours, %.1f dB)\n", id, r.reason.c_str(),
+                              r.colours, r.psnr);
+            else if (!r.reason.empty())
+                ctx.log.Debug("Image %d 0 R kept its colours: %s\n", id, r.reason.c_str());
+            break;
+        }
+        return r;
+    }
+
+    // True when the image was replaced.
+    bool ReduceOne(const images::FoundImage& f, const images::ReductionParams& p, RunContext& ctx) {
         const int id = CosObjGetID(f.image);
         images::ReductionResult r;
         try {
@@ -69,14 +154,13 @@ private:
         } catch (const CVellumError& e) {
             // One image failing never stops the others.
             ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, ASGetErrorString(e.GetErrorCode()));
-            return;
+            return false;
         } catch (const std::bad_alloc&) {
             ctx.log.Warning("Image %d 0 R left as it was: out of memory\n", id);
-            return;
+            return false;
         }
         switch (r.outcome) {
         case images::ReductionOutcome::Replaced:
-            ctx.stats.Increment("Images_Processed");
             ctx.log.Debug("Image %d 0 R (%s, %.0f x %.0f ppi): now %d x %d, %zu -> %zu bytes\n", id,
                           ClassName(f.imageClass), f.ppiX, f.ppiY, r.newWidth, r.newHeight, r.bytesBefore,
                           r.bytesAfter);
@@ -93,6 +177,7 @@ private:
             if (!r.reason.empty()) ctx.log.Debug("Image %d 0 R left alone: %s\n", id, r.reason.c_str());
             break;
         }
+        return r.outcome == images::ReductionOutcome::Replaced;
     }
 
     ImageFinderFn m_finder;
@@ -113,6 +198,19 @@ images::ReductionParams ReductionParamsFor(const ImageClassParams& c) {
     p.rgbToYCbCr = c.rgbToYCbCr;
     p.interpolate = c.interpolate;
     return p;
+}
+
+images::ColourReductionParams ColourReductionParamsFor(const ImageParams& images,
+                                                      const images::ReductionParams& cls) {
+    images::ColourReductionParams c;
+    c.palettize = images.palettize;
+    c.quantize = images.quantize;
+    c.maxColors = images.maxColors;
+    c.compression = cls.compression;
+    c.flateLevel = cls.flateLevel;
+    c.flatePrediction = cls.flatePrediction;
+    c.maxDecodedBytes = cls.maxDecodedBytes;
+    return c;
 }
 
 std::unique_ptr<DocumentOperation> MakeImageReduction(ImageFinderFn finder) {

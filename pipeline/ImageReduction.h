@@ -8,21 +8,28 @@
 #include <vector>
 
 #include "images/ImageFinder.h"
+#include "images/Palette.h"
 #include "pipeline/Operations.h"
 
 struct ImageClassParams;
+struct ImageParams;
 
 namespace pipeline {
 
 // The reduction parameters for one image class of the settings.
 images::ReductionParams ReductionParamsFor(const ImageClassParams& params);
 
+// The palettisation and quantisation parameters for one image class: the
+// section-wide switches with the class's lossless encoding.
+images::ColourReductionParams ColourReductionParamsFor(const ImageParams& images, const images::ReductionParams& cls);
+
 // Finds the images of a document with their placements.
 using ImageFinderFn = std::function<std::vector<images::FoundImage>(PDDoc, Log&)>;
 
 // The step, with the finder it uses.  It counts Images_Total (every image
 // found), Images_ToBeProcessed (those whose class asks for work) and
-// Images_Processed (those replaced by a smaller result), and moves the
+// Images_Processed (those replaced by a smaller result), Images_Palettized
+// and Images_Quantized (those stored with a colour table in the end), and moves the
 // progress sink through the image share of the work (from 0.4 to 1.0 of
 // the document) as the images are done.
 std::unique_ptr<DocumentOperation> MakeImageReduction(ImageFinderFn finder);

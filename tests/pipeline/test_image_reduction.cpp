@@ -167,3 +167,71 @@ TEST_F(ImageStep, RunsOnlyWhenImageReductionIsConfigured) {
     EXPECT_FALSE(p.Active());
     EXPECT_EQ(ReductionParamsFor(prefs.Image().grayscale).compression, images::ImageCompression::LZW);
 }
+
+TEST_F(ImageStep, PalettisesBeforeReducingAndCountsTheFinalState) {
+    // Colour images above 225 ppi come down to 150 as JPEG; palettisation
+    // and quantisation are on.
+    ImageClassSettings& c = prefs.Images().color;
+    c.downsampleUsing = A("Bicubic");
+    c.downsampleAbove = 225;
+    c.resolution = 150;
+    c.filter = A("Original");
+    prefs.Images().allowPalettization = true;
+    prefs.Images().allowQuantization = true;
+    prefs.RunFinishingSteps();
+    EXPECT_TRUE(prefs.Image().Configured());
+
+    // Five flat colours in blocks.
+    std::vector<uint8_t> flat;
+    for (int y = 0; y < 200; ++y)
+        for (int x = 0; x < 200; ++x)
+            for (int k = 0; k < 3; ++k) flat.push_back(uint8_t(((x / 40 + y / 40) % 5) * (50 + 20 * k) % 256));
+    // Shades of two hues with a little grain: many colours, which a table
+    // of 256 holds closely.
+    std::vector<uint8_t> smooth;
+    for (int y = 0; y < 200; ++y)
+        for (int x = 0; x < 200; ++x) {
+            const int grain = (x * 7 + y * 13) % 3;
+            smooth.push_back(uint8_t(40 + x / 2 + grain));
+            smooth.push_back(uint8_t(60 + x / 4 + grain));
+            smooth.push_back(uint8_t(200 - y / 8));
+        }
+    CosObj kept = Image(200, 200, "DeviceRGB", 8, flat);      // not downsampled: stays exact
+    // Downsampled, but its table is smaller than any downsampled copy.
+    CosObj shrunk = Image(200, 200, "DeviceRGB", 8, flat);
+    CosObj shades = Image(200, 200, "DeviceRGB", 8, smooth);  // quantised
+    auto finder = [&](PDDoc, Log&) {
+        images::ImageCollector col;
+        col.Add(kept, 200, 200);
+        col.Add(shrunk, 600, 600);
+        col.Add(shades, 100, 100);
+        return col.TakeImages();
+    };
+    OperationRegistry reg;
+    reg.Add(MakeImageReduction(finder));
+    auto ops = reg.DocumentOperations(DocumentPoint::ImageReduction, prefs);
+    ASSERT_EQ(ops.size(), 1u);
+    RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), log};
+    EXPECT_EQ(RunDocumentOperations(ops, ctx), 0);
+
+    // Not JPEG: a table of its five colours, every sample as it was.
+    CosObj cs = CosDictGet(kept, A("ColorSpace"));
+    ASSERT_EQ(CosObjGetType(cs), kCosArray);
+    EXPECT_EQ(CosNameValue(CosArrayGet(cs, 0)), A("Indexed"));
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(cs, 2)), 4);
+    EXPECT_EQ(CosDictGetInt(kept, A("BitsPerComponent"), 0), 4);
+    EXPECT_EQ(CosDictGetInt(shrunk, A("Width"), 0), 200);
+    EXPECT_EQ(CosDictGetInt(shrunk, A("BitsPerComponent"), 0), 4);
+    CosObj qcs = CosDictGet(shades, A("ColorSpace"));
+    ASSERT_EQ(CosObjGetType(qcs), kCosArray);
+    EXPECT_EQ(CosNameValue(CosArrayGet(qcs, 0)), A("Indexed"));
+
+    EXPECT_EQ(Count("Images_Total"), 3);
+    EXPECT_EQ(Count("Images_Processed"), 3);
+    EXPECT_EQ(Count("Images_Palettized"), 2);
+    EXPECT_EQ(Count("Images_Quantized"), 1);
+    EXPECT_EQ(BuildReport(ReportInputs{}, Statistics(prefs.StatisticsDict()), ""),
+              "Reduced 3 of 3 images in size\nPalettized 2 of 3 images\nQuantized 1 of 3 images\n");
+    const std::string debug = ReadAll(out);
+    EXPECT_NE(debug.find("palettised: 5 colours at 4 bits"), std::string::npos) << debug;
+}
