@@ -1,6 +1,7 @@
 // The list of operations the program runs.  Page clean-up, content,
 // resource, font, image, layout and document clean-up operations each add
 // their line here; the order of lines is the order within a phase.
+#include "pipeline/DocumentCleanup.h"
 #include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/Operations.h"
@@ -18,6 +19,9 @@ void RegisterStandardOperations(OperationRegistry& registry) {
     // Image reduction runs at its own point, after the resources: each
     // image left after the duplicate merge is reduced once.
     registry.Add(MakeImageReduction(images::FindImages));
+    // Document clean-up: the catalog and its trees, step by step in a
+    // fixed order, once the page, resource and image work is done.
+    RegisterDocumentCleanupOperations(registry);
 }
 
 }  // namespace pipeline
