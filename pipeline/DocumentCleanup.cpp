@@ -69,7 +69,10 @@ constexpr const char* kPrivateCatalogKeys[] = {"FICL:Enfocus", "QITE_cache_2", "
 constexpr int kMaxOutlineDepth = 64;
 
 bool IsDict(CosObj o) { return CosObjGetType(o) == kCosDict; }
-bool Present(CosObj dict, ASAtom key) { return !CosObjIsNull(CosDictGet(dict, key)); }
+bool Present(CosObj dict, ASAtom key) {
+    const CosType t = CosObjGetType(dict);
+    return (t == kCosDict || t == kCosStream) && !CosObjIsNull(CosDictGet(dict, key));
+}
 
 // A choice word that asks for something: neither unset nor None.
 bool Asks(ASAtom choice) { return choice != ASAtomNull && choice != K_None; }
@@ -94,7 +97,7 @@ public:
 
     // Removes `key` from `dict` when present; true when it did.
     static bool RemoveIfPresent(CosObj dict, ASAtom key) {
-        if (!IsDict(dict) || !Present(dict, key)) return false;
+        if (!Present(dict, key)) return false;
         CosDictRemove(dict, key);
         return true;
     }
