@@ -323,7 +323,7 @@ TEST_F(DocumentCleanupTest, TreeReaderBoundsDepthAndReportsBadParts) {
     EXPECT_TRUE(t.entries.empty());
     EXPECT_EQ(t.problem, "the tree is nested too deeply");
 
-    CosObj leaf = Dict();
+    CosObj leaf = Dict(true);
     CosDictPut(leaf, A("Names"), Arr({Str("a"), Int(1), Int(5), Int(2), Str("c")}));
     t = ReadTree(leaf, TreeKind::Names);
     ASSERT_EQ(t.entries.size(), 1u);  // the integer key is skipped, "c" has no value
@@ -338,7 +338,7 @@ TEST_F(DocumentCleanupTest, PageLabelsArePlainOnlyWhenTheyReadAsPageNumbers) {
             CosArrayAppend(nums, Int(page));
             CosArrayAppend(nums, range);
         }
-        CosObj d = Dict();
+        CosObj d = Dict(true);  // owned by the document, as nothing holds it
         CosDictPut(d, A("Nums"), nums);
         return d;
     };
