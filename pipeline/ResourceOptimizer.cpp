@@ -11,6 +11,7 @@
 #include "filters/Filters.h"
 #include "pdfcore/CosDoc.h"
 #include "pdfcore/security/MD5.h"
+#include "pipeline/NestedContent.h"
 #include "pipeline/ObjectGraph.h"
 #include "pipeline/StreamRecompress.h"
 #include "settings/TrimoraPreferences.h"
@@ -146,6 +147,17 @@ private:
         return r.outcome == RecompressOutcome::Smaller;
     }
 
+    // Content carried by a resource (form, tiling pattern, glyph procedure,
+    // appearance): rewritten compactly when that reads back token for
+    // token, else recompressed as it is; once per stream, true when it
+    // shrank.
+    bool ShrinkContent(CosObj stream, CosObj resources) {
+        if (!IsStream(stream) || !First(m_done, stream)) return false;
+        ContentRewriteResult r = RewriteContentStream(stream, resources, m_level);
+        if (r.recompress.outcome == RecompressOutcome::Undecodable) Warn(stream, r.recompress.message);
+        return r.recompress.outcome == RecompressOutcome::Smaller;
+    }
+
     void Resources(CosObj res, int depth) {
         if (!IsDict(res) || depth > kMaxDepth || !First(m_seenResources, res)) return;
         Guard("Error while processing Font Resources", [&] { Fonts(CosDictGet(res, K_Font), depth); });
@@ -208,12 +220,13 @@ private:
 
         if (type3) {
             CosObj procs = CosDictGet(font, K_CharProcs);
+            CosObj glyphResources = CosDictGet(font, K_Resources);
             if (IsDict(procs))
                 for (ASInt32 i = 0; i < CosDictCount(procs); ++i) {
                     CosObj glyph = CosDictValueAt(procs, i);
                     if (!IsStream(glyph) || m_done.count(glyph)) continue;
                     m_ctx.stats.Increment("T3FontGlyphs_Total");
-                    if (Shrink(glyph)) m_ctx.stats.Increment("T3FontGlyphs_Compressed");
+                    if (ShrinkContent(glyph, glyphResources)) m_ctx.stats.Increment("T3FontGlyphs_Compressed");
                 }
             Resources(CosDictGet(font, K_Resources), depth + 1);
         }
@@ -288,7 +301,7 @@ private:
         if (!First(m_seenForms, form)) return;
         m_ctx.stats.Increment("FormXObjects_Total");
         PrivateKeys(form);
-        if (Shrink(form)) m_ctx.stats.Increment("FormXObjects_Compressed");
+        if (ShrinkContent(form, CosDictGet(form, K_Resources))) m_ctx.stats.Increment("FormXObjects_Compressed");
         Resources(CosDictGet(form, K_Resources), depth + 1);
     }
 
@@ -380,7 +393,8 @@ private:
         if (!(IsDict(pattern) || IsStream(pattern)) || !First(m_seenPatterns, pattern)) return;
         m_ctx.stats.Increment("Patterns_Total");
         if (IsStream(pattern) && CosDictGetInt(pattern, K_PatternType, 1) == 1) {
-            if (Shrink(pattern)) m_ctx.stats.Increment("Patterns_Compressed");
+            if (ShrinkContent(pattern, CosDictGet(pattern, K_Resources)))
+                m_ctx.stats.Increment("Patterns_Compressed");
             Resources(CosDictGet(pattern, K_Resources), depth + 1);
         } else {
             Shading(CosDictGet(pattern, K_Shading));
@@ -422,17 +436,23 @@ private:
         }
     }
 
+    // Every appearance stream (each state of N, R and D) is counted once,
+    // its content rewritten like a form's, and its resources walked.
     void Appearances(CosObj ap) {
         if (!IsDict(ap)) return;
+        auto one = [&](CosObj s) {
+            if (!IsStream(s) || !First(m_seenAppearances, s)) return;
+            m_ctx.stats.Increment("AnnotStreams_Total");
+            CosObj res = CosDictGet(s, K_Resources);
+            if (ShrinkContent(s, res)) m_ctx.stats.Increment("AnnotStreams_Compressed");
+            Resources(res, 1);
+        };
         for (ASInt32 i = 0; i < CosDictCount(ap); ++i) {
             CosObj v = CosDictValueAt(ap, i);
             if (IsStream(v)) {
-                Resources(CosDictGet(v, K_Resources), 1);
+                one(v);
             } else if (IsDict(v)) {
-                for (ASInt32 j = 0; j < CosDictCount(v); ++j) {
-                    CosObj s = CosDictValueAt(v, j);
-                    if (IsStream(s)) Resources(CosDictGet(s, K_Resources), 1);
-                }
+                for (ASInt32 j = 0; j < CosDictCount(v); ++j) one(CosDictValueAt(v, j));
             }
         }
     }
@@ -464,7 +484,7 @@ private:
     const OptimizeSettings& m_opt;
     int m_level;
     std::unordered_set<CosObj> m_seenResources, m_seenFonts, m_seenImages, m_seenForms, m_seenProfiles,
-        m_seenIndexed, m_seenPatterns, m_seenShadings, m_done;
+        m_seenIndexed, m_seenPatterns, m_seenShadings, m_seenAppearances, m_done;
     DuplicateFinder m_images, m_profiles;
     std::unordered_map<CosObj, CosObj> m_redirect;
 };

@@ -2,6 +2,7 @@
 // resource, font, image, layout and document clean-up operations each add
 // their line here; the order of lines is the order within a phase.
 #include "pipeline/AnnotFlatten.h"
+#include "pipeline/DocumentCleanup.h"
 #include "pipeline/FormXObjectFlatten.h"
 #include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
@@ -29,6 +30,9 @@ void RegisterStandardOperations(OperationRegistry& registry) {
     // Image reduction runs at its own point, after the resources: each
     // image left after the duplicate merge is reduced once.
     registry.Add(MakeImageReduction(images::FindImages));
+    // Document clean-up: the catalog and its trees, step by step in a
+    // fixed order, once the page, resource and image work is done.
+    RegisterDocumentCleanupOperations(registry);
 }
 
 }  // namespace pipeline
