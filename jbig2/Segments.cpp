@@ -65,7 +65,6 @@ std::vector<uint8_t> EncodeGenericPage(const Bitmap& bm, const GenericOptions& o
     SegmentWriter w;
     w.PageInformation(bm.width, bm.height, true);
     w.ImmediateGenericRegion(bm, 0, 0, options, true);
-    w.EndOfPage();
     return w.Take();
 }
 

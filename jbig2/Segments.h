@@ -1,9 +1,10 @@
 // JBIG2 segments as a PDF embeds them: no file header, each segment a
 // header (number, type, page association, data length) and its data.
 // `EncodeGenericPage` puts one bitmap on one page: a page information
-// segment, an immediate lossless generic region covering the page and an
-// end-of-page segment, which every reader takes for a JBIG2Decode stream
-// without JBIG2Globals.
+// segment and an immediate lossless generic region covering the page.  The
+// end of the stream ends the page; an end-of-page segment is left out,
+// since some PDF readers report it as an unknown segment (they draw the
+// page all the same, but say the file is damaged).
 #pragma once
 
 #include <cstdint>

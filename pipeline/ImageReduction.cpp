@@ -2,8 +2,10 @@
 
 #include <exception>
 #include <string>
+#include <type_traits>
 
 #include "base/Log.h"
+#include "jbig2/Segments.h"
 #include "settings/TrimoraPreferences.h"
 
 namespace pipeline {
@@ -44,6 +46,7 @@ public:
         std::vector<images::FoundImage> found = m_finder(ctx.doc, ctx.log);
         const images::ReductionParams color = ReductionParamsFor(ctx.prefs.Image().color);
         const images::ReductionParams gray = ReductionParamsFor(ctx.prefs.Image().grayscale);
+        const images::MonoParams mono = MonoParamsFor(ctx.prefs.Image());
         ctx.stats.Increment("Images_Total", ASInt32(found.size()));
         ProgressSink& sink = ctx.log.Sink();
         size_t done = 0;
@@ -54,6 +57,9 @@ public:
             if (p && p->Active()) {
                 ctx.stats.Increment("Images_ToBeProcessed");
                 ReduceOne(f, *p, ctx);
+            } else if (f.imageClass == images::ImageClass::Mono && mono.Active()) {
+                ctx.stats.Increment("Images_ToBeProcessed");
+                ReduceOne(f, mono, ctx);
             }
             ++done;
             sink.Completed(kPageShare + (1.0 - kPageShare) * double(done) / double(found.size()));
@@ -61,11 +67,15 @@ public:
     }
 
 private:
-    void ReduceOne(const images::FoundImage& f, const images::ReductionParams& p, RunContext& ctx) {
+    template <typename Params>
+    void ReduceOne(const images::FoundImage& f, const Params& p, RunContext& ctx) {
         const int id = CosObjGetID(f.image);
         images::ReductionResult r;
         try {
-            r = images::ReduceImage(f.image, f.ppiX, f.ppiY, p);
+            if constexpr (std::is_same_v<Params, images::MonoParams>)
+                r = images::ReduceMonoImage(f.image, f.ppiX, f.ppiY, p);
+            else
+                r = images::ReduceImage(f.image, f.ppiX, f.ppiY, p);
         } catch (const CVellumError& e) {
             // One image failing never stops the others.
             ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, ASGetErrorString(e.GetErrorCode()));
@@ -112,6 +122,35 @@ images::ReductionParams ReductionParamsFor(const ImageClassParams& c) {
     p.flatePrediction = c.flatePrediction;
     p.rgbToYCbCr = c.rgbToYCbCr;
     p.interpolate = c.interpolate;
+    return p;
+}
+
+images::MonoParams MonoParamsFor(const ImageParams& all) {
+    const ImageClassParams& c = all.mono;
+    images::MonoParams p;
+    p.downsample = c.downsample;
+    p.resampleFilter = c.resampleFilter;
+    p.thresholdPpi = c.thresholdPpi;
+    p.targetPpi = c.targetPpi;
+    const std::string f = ASAtomGetString(c.filter);
+    p.compression = f == "CCITTG4"    ? images::MonoCompression::CCITTG4
+                    : f == "CCITTG3"  ? images::MonoCompression::CCITTG3
+                    : f == "JBIG2"    ? images::MonoCompression::JBIG2
+                    : f == "LZW"      ? images::MonoCompression::LZW
+                    : f == "Packbits" ? images::MonoCompression::Packbits
+                    // JPEG is no encoding for line art: bilevel images asked
+                    // for it are stored losslessly with Flate.
+                    : f == "Flate" || f == "JPEG" ? images::MonoCompression::Flate
+                                                  : images::MonoCompression::Original;
+    p.flateLevel = c.flateLevel;
+    p.interpolate = c.interpolate;
+    p.despeckle = all.despeckle;
+    p.descreen = all.descreenMonochrome;
+    // Generic-region coding is exact whatever jbig2-lossless says.
+    p.jbig2 = [](std::span<const uint8_t> rows, int width, int height) {
+        const size_t stride = (size_t(width) + 7) / 8;
+        return jbig2::EncodeGenericPage({uint32_t(width), uint32_t(height), stride, rows});
+    };
     return p;
 }
 

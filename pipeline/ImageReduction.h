@@ -1,6 +1,6 @@
 // The image reduction step: every image the document draws is looked at
-// once, with the settings of its class (colour or grayscale; bilevel
-// images are counted but not reduced here), downsampled and recompressed.
+// once, with the settings of its class (colour, grayscale or mono),
+// downsampled and recompressed.
 #pragma once
 
 #include <functional>
@@ -8,14 +8,19 @@
 #include <vector>
 
 #include "images/ImageFinder.h"
+#include "images/MonoReduce.h"
 #include "pipeline/Operations.h"
 
 struct ImageClassParams;
+struct ImageParams;
 
 namespace pipeline {
 
 // The reduction parameters for one image class of the settings.
 images::ReductionParams ReductionParamsFor(const ImageClassParams& params);
+// The parameters of the mono class, with the section-wide despeckle and
+// descreen choices and the JBIG2 generic-region coder.
+images::MonoParams MonoParamsFor(const ImageParams& params);
 
 // Finds the images of a document with their placements.
 using ImageFinderFn = std::function<std::vector<images::FoundImage>(PDDoc, Log&)>;

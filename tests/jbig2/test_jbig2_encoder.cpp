@@ -129,7 +129,7 @@ TEST(GenericPage, SegmentsAreLaidOutAsReadersExpect) {
         return uint32_t(s[at]) << 24 | uint32_t(s[at + 1]) << 16 | uint32_t(s[at + 2]) << 8 | s[at + 3];
     };
     // Page information: number 0, type 48, page 1, 19 bytes: 70 x 30.
-    ASSERT_GE(s.size(), 11u + 19 + 11 + 26 + 11);
+    ASSERT_GE(s.size(), 11u + 19 + 11 + 26);
     EXPECT_EQ(u32(0), 0u);
     EXPECT_EQ(s[4], 48);
     EXPECT_EQ(s[6], 1);
@@ -149,14 +149,25 @@ TEST(GenericPage, SegmentsAreLaidOutAsReadersExpect) {
     EXPECT_EQ(s[g + 28], 0x08);
     const Bytes at(s.begin() + long(g) + 29, s.begin() + long(g) + 37);
     EXPECT_EQ(at, (Bytes{3, 0xFF, 0xFD, 0xFF, 2, 0xFE, 0xFE, 0xFE}));
-    // The code string ends with its marker; then the end of page, number 2.
-    const size_t e = g + 11 + len;
-    EXPECT_EQ(s[e - 2], 0xFF);
-    EXPECT_EQ(s[e - 1], 0xAC);
-    ASSERT_EQ(s.size(), e + 11);
-    EXPECT_EQ(u32(e), 2u);
-    EXPECT_EQ(s[e + 4], 49);
-    EXPECT_EQ(u32(e + 7), 0u);
+    // The code string ends the stream with its marker.
+    ASSERT_EQ(s.size(), g + 11 + len);
+    EXPECT_EQ(s[s.size() - 2], 0xFF);
+    EXPECT_EQ(s.back(), 0xAC);
+}
+
+// Segments after the first page's: numbering goes on, and a page number
+// past 255 takes the four-byte association.
+TEST(SegmentWriter, NumbersSegmentsAndWidensLargePageNumbers) {
+    jbig2::SegmentWriter w(300);
+    w.PageInformation(8, 8, false);
+    w.EndOfPage();
+    const Bytes& s = w.Bytes();
+    ASSERT_EQ(s.size(), 14u + 19 + 14);
+    EXPECT_EQ(s[4], 48 | 0x40);
+    EXPECT_EQ((Bytes{s[6], s[7], s[8], s[9]}), (Bytes{0, 0, 1, 44}));
+    EXPECT_EQ(s[14 + 18], 0x00);  // page flags: not lossless
+    EXPECT_EQ(s[33 + 3], 1);      // second segment number
+    EXPECT_EQ(s[33 + 4], 49 | 0x40);
 }
 
 TEST(GenericPage, RowsShorterThanTheSizeAreRefused) {
