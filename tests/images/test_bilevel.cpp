@@ -105,9 +105,11 @@ TEST(Despeckle, RemovesOnlySmallIsolatedGroups) {
     Set(b, 39, 19);               // single pixel in the far corner
     for (int y = 12; y < 20; ++y) Set(b, 5, y);   // a stroke...
     Set(b, 6, 11);                // ...with a pixel touching it diagonally: kept
+    Set(b, 7, 15);                // one column away from the stroke: a speck
     const size_t before = InkCount(b);
-    EXPECT_EQ(Despeckle(b, 3), 10u);
-    EXPECT_EQ(InkCount(b), before - 10);
+    EXPECT_EQ(Despeckle(b, 3), 11u);
+    EXPECT_EQ(InkCount(b), before - 11);
+    EXPECT_FALSE(b.Get(7, 15));
     EXPECT_FALSE(b.Get(0, 0));
     EXPECT_FALSE(b.Get(6, 6));
     EXPECT_FALSE(b.Get(12, 2));
