@@ -131,11 +131,21 @@ TEST_F(Mono, JBIG2IsHandedBlackAsOne) {
     ASSERT_EQ(seen.size(), page.size());
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) ASSERT_NE(Sample(seen, w, x, y), Sample(page, w, x, y)) << x << "," << y;
-    // Without a coder, JBIG2 falls back to CCITT G4.
+    // Without a coder, JBIG2 falls back to CCITT G4; a colour key (white
+    // shows through) stays, since the samples keep their values.
     CosObj other = Image(w, h, page);
+    CosObj key = CosNewArray(doc, false);
+    CosArrayPut(key, 0, CosNewInteger(doc, false, 1));
+    CosArrayPut(key, 1, CosNewInteger(doc, false, 1));
+    CosDictPut(other, A("Mask"), key);
     p.jbig2 = nullptr;
+    p.downsample = true;
+    p.resampleFilter = "box";
+    p.targetPpi = 150;
     ASSERT_EQ(ReduceMonoImage(other, 300, 300, p).outcome, ReductionOutcome::Replaced);
     EXPECT_EQ(FilterOf(other), "CCITTFaxDecode");
+    EXPECT_EQ(Int(other, "Width"), 20);
+    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(other, A("Mask")), 0)), 1);
 }
 
 // A vertical one-pixel line, downsampled 2:1 with the box filter, in each
