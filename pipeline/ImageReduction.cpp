@@ -2,9 +2,11 @@
 
 #include <exception>
 #include <string>
+#include <type_traits>
 
 #include "base/Log.h"
 #include "images/Palette.h"
+#include "jbig2/Segments.h"
 #include "settings/TrimoraPreferences.h"
 
 namespace pipeline {
@@ -47,6 +49,7 @@ public:
         const images::ReductionParams gray = ReductionParamsFor(ctx.prefs.Image().grayscale);
         const images::ColourReductionParams colorColours = ColourReductionParamsFor(ctx.prefs.Image(), color);
         const images::ColourReductionParams grayColours = ColourReductionParamsFor(ctx.prefs.Image(), gray);
+        const images::MonoParams mono = MonoParamsFor(ctx.prefs.Image());
         ctx.stats.Increment("Images_Total", ASInt32(found.size()));
         ProgressSink& sink = ctx.log.Sink();
         size_t done = 0;
@@ -58,6 +61,9 @@ public:
             if (p && (p->Active() || cr->Active())) {
                 ctx.stats.Increment("Images_ToBeProcessed");
                 ReduceWithColours(f, *p, *cr, ctx);
+            } else if (f.imageClass == images::ImageClass::Mono && mono.Active()) {
+                ctx.stats.Increment("Images_ToBeProcessed");
+                if (ReduceOne(f, mono, ctx)) ctx.stats.Increment("Images_Processed");
             }
             ++done;
             sink.Completed(kPageShare + (1.0 - kPageShare) * double(done) / double(found.size()));
@@ -146,11 +152,15 @@ private:
     }
 
     // True when the image was replaced.
-    bool ReduceOne(const images::FoundImage& f, const images::ReductionParams& p, RunContext& ctx) {
+    template <typename Params>
+    bool ReduceOne(const images::FoundImage& f, const Params& p, RunContext& ctx) {
         const int id = CosObjGetID(f.image);
         images::ReductionResult r;
         try {
-            r = images::ReduceImage(f.image, f.ppiX, f.ppiY, p);
+            if constexpr (std::is_same_v<Params, images::MonoParams>)
+                r = images::ReduceMonoImage(f.image, f.ppiX, f.ppiY, p);
+            else
+                r = images::ReduceImage(f.image, f.ppiX, f.ppiY, p);
         } catch (const CVellumError& e) {
             // One image failing never stops the others.
             ctx.log.Warning("Image %d 0 R left as it was: %s\n", id, ASGetErrorString(e.GetErrorCode()));
@@ -211,6 +221,35 @@ images::ColourReductionParams ColourReductionParamsFor(const ImageParams& images
     c.flatePrediction = cls.flatePrediction;
     c.maxDecodedBytes = cls.maxDecodedBytes;
     return c;
+}
+
+images::MonoParams MonoParamsFor(const ImageParams& all) {
+    const ImageClassParams& c = all.mono;
+    images::MonoParams p;
+    p.downsample = c.downsample;
+    p.resampleFilter = c.resampleFilter;
+    p.thresholdPpi = c.thresholdPpi;
+    p.targetPpi = c.targetPpi;
+    const std::string f = ASAtomGetString(c.filter);
+    p.compression = f == "CCITTG4"    ? images::MonoCompression::CCITTG4
+                    : f == "CCITTG3"  ? images::MonoCompression::CCITTG3
+                    : f == "JBIG2"    ? images::MonoCompression::JBIG2
+                    : f == "LZW"      ? images::MonoCompression::LZW
+                    : f == "Packbits" ? images::MonoCompression::Packbits
+                    // JPEG is no encoding for line art: bilevel images asked
+                    // for it are stored losslessly with Flate.
+                    : f == "Flate" || f == "JPEG" ? images::MonoCompression::Flate
+                                                  : images::MonoCompression::Original;
+    p.flateLevel = c.flateLevel;
+    p.interpolate = c.interpolate;
+    p.despeckle = all.despeckle;
+    p.descreen = all.descreenMonochrome;
+    // Generic-region coding is exact whatever jbig2-lossless says.
+    p.jbig2 = [](std::span<const uint8_t> rows, int width, int height) {
+        const size_t stride = (size_t(width) + 7) / 8;
+        return jbig2::EncodeGenericPage({uint32_t(width), uint32_t(height), stride, rows});
+    };
+    return p;
 }
 
 std::unique_ptr<DocumentOperation> MakeImageReduction(ImageFinderFn finder) {

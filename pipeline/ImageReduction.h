@@ -1,6 +1,6 @@
 // The image reduction step: every image the document draws is looked at
-// once, with the settings of its class (colour or grayscale; bilevel
-// images are counted but not reduced here), downsampled and recompressed.
+// once, with the settings of its class (colour, grayscale or mono),
+// downsampled and recompressed.
 #pragma once
 
 #include <functional>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "images/ImageFinder.h"
+#include "images/MonoReduce.h"
 #include "images/Palette.h"
 #include "pipeline/Operations.h"
 
@@ -18,6 +19,9 @@ namespace pipeline {
 
 // The reduction parameters for one image class of the settings.
 images::ReductionParams ReductionParamsFor(const ImageClassParams& params);
+// The parameters of the mono class, with the section-wide despeckle and
+// descreen choices and the JBIG2 generic-region coder.
+images::MonoParams MonoParamsFor(const ImageParams& params);
 
 // The palettisation and quantisation parameters for one image class: the
 // section-wide switches with the class's lossless encoding.

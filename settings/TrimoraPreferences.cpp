@@ -59,7 +59,7 @@ bool PageBoxSettings::Enabled() const {
 bool ImageParams::Configured() const {
     for (const ImageClassParams* c : {&color, &grayscale, &mono})
         if (c->downsample || c->recompress) return true;
-    return palettize || quantize;
+    return palettize || quantize || despeckle;
 }
 
 // ---------------------------------------------------------------- Impl
@@ -260,6 +260,8 @@ void CTrimoraPreferences::BuildImageParams() {
     p.palettize = s.allowPalettization;
     p.quantize = s.allowQuantization;
     p.maxColors = s.maxColors;
+    p.descreenMonochrome = s.descreenMonochrome;
+    p.despeckle = s.despeckle;
     m_impl->imageParams = p;
 }
 

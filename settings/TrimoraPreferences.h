@@ -326,7 +326,10 @@ struct ImageParams {
     bool palettize = false;
     bool quantize = false;
     ASInt32 maxColors = 256;
-    // Any downsampling, recompression, quantisation or palettisation asked for.
+    bool descreenMonochrome = false;
+    bool despeckle = false;
+    // Any downsampling, recompression, quantisation, palettisation or
+    // despeckling asked for.
     bool Configured() const;
 };
 

@@ -1,0 +1,306 @@
+#include "images/MonoReduce.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "filters/Filters.h"
+#include "images/Bilevel.h"
+
+namespace images {
+namespace {
+
+const ASAtom K_Width = ASAtomFromString("Width");
+const ASAtom K_Height = ASAtomFromString("Height");
+const ASAtom K_BitsPerComponent = ASAtomFromString("BitsPerComponent");
+const ASAtom K_ColorSpace = ASAtomFromString("ColorSpace");
+const ASAtom K_ImageMask = ASAtomFromString("ImageMask");
+const ASAtom K_Mask = ASAtomFromString("Mask");
+const ASAtom K_Filter = ASAtomFromString("Filter");
+const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
+const ASAtom K_Interpolate = ASAtomFromString("Interpolate");
+const ASAtom K_F = ASAtomFromString("F");
+const ASAtom K_DL = ASAtomFromString("DL");
+const ASAtom K_Decode = ASAtomFromString("Decode");
+const ASAtom K_K = ASAtomFromString("K");
+const ASAtom K_Columns = ASAtomFromString("Columns");
+const ASAtom K_Rows = ASAtomFromString("Rows");
+const ASAtom K_Predictor = ASAtomFromString("Predictor");
+const ASAtom K_Colors = ASAtomFromString("Colors");
+
+constexpr int64_t kMaxSide = 1 << 20;
+
+enum class Source { Raw, Flate, LZW, RunLength, CCITT, JBIG2, Unsupported };
+
+// The image's encoding by its last filter.
+Source SourceOf(CosObj image) {
+    CosObj filter = CosDictGet(image, K_Filter);
+    if (CosObjGetType(filter) == kCosArray) {
+        if (CosArrayLength(filter) == 0) return Source::Raw;
+        filter = CosArrayGet(filter, CosArrayLength(filter) - 1);
+    }
+    if (CosObjIsNull(filter)) return Source::Raw;
+    if (CosObjGetType(filter) != kCosName) return Source::Unsupported;
+    const std::string n = filters::CanonicalFilterName(ASAtomGetString(CosNameValue(filter)));
+    if (n == "FlateDecode") return Source::Flate;
+    if (n == "LZWDecode") return Source::LZW;
+    if (n == "RunLengthDecode") return Source::RunLength;
+    if (n == "CCITTFaxDecode") return Source::CCITT;
+    if (n == "JBIG2Decode") return Source::JBIG2;
+    if (n == "ASCIIHexDecode" || n == "ASCII85Decode") return Source::Raw;
+    return Source::Unsupported;
+}
+
+// Lightness 0..1 of a colour given in a base colour space of n components.
+double Lightness(const uint8_t* c, int n) {
+    if (n == 1) return c[0] / 255.0;
+    if (n == 3) return (0.3 * c[0] + 0.59 * c[1] + 0.11 * c[2]) / 255.0;
+    if (n == 4) return 1.0 - std::min(1.0, (0.3 * c[0] + 0.59 * c[1] + 0.11 * c[2]) / 255.0 + c[3] / 255.0);
+    return 0.5;
+}
+
+std::string FamilyName(CosObj cs) {
+    if (CosObjGetType(cs) == kCosName) return ASAtomGetString(CosNameValue(cs));
+    if (CosObjGetType(cs) == kCosArray && CosObjGetType(CosArrayGet(cs, 0)) == kCosName)
+        return ASAtomGetString(CosNameValue(CosArrayGet(cs, 0)));
+    return "";
+}
+
+int BaseComponents(CosObj cs) {
+    const std::string f = FamilyName(cs);
+    if (f == "DeviceGray" || f == "G" || f == "CalGray") return 1;
+    if (f == "DeviceRGB" || f == "RGB" || f == "CalRGB" || f == "Lab") return 3;
+    if (f == "DeviceCMYK" || f == "CMYK") return 4;
+    if (f == "ICCBased") {
+        CosObj s = CosArrayGet(cs, 1);
+        return CosObjGetType(s) == kCosStream ? CosDictGetInt(s, ASAtomFromString("N"), 0) : 0;
+    }
+    return 0;
+}
+
+// The sample value (0 or 1) that stands for ink, before any Decode array:
+// the painted value of a mask, the darker colour of a palette, the full
+// tint of a colorant, black otherwise.
+int InkSample(CosObj image, bool mask) {
+    if (mask) return 0;
+    CosObj cs = CosDictGet(image, K_ColorSpace);
+    const std::string f = FamilyName(cs);
+    if (f == "Separation" || f == "DeviceN") return 1;
+    if (f == "Indexed" || f == "I") {
+        CosObj base = CosArrayGet(cs, 1);
+        const int n = BaseComponents(base);
+        CosObj lookup = CosArrayGet(cs, 3);
+        std::vector<uint8_t> table;
+        try {
+            if (CosObjGetType(lookup) == kCosString) {
+                const std::string b = CosStringBytes(lookup);
+                table.assign(b.begin(), b.end());
+            } else if (CosObjGetType(lookup) == kCosStream) {
+                CosDecodeOptions o;
+                o.maxOutput = 1 << 16;
+                table = CosStreamDecodedData(lookup, o);
+            }
+        } catch (const CVellumError&) {
+            table.clear();
+        }
+        if (n < 1 || table.size() < size_t(2 * n)) return 0;
+        return Lightness(table.data() + n, n) < Lightness(table.data(), n) ? 1 : 0;
+    }
+    return 0;
+}
+
+// True when the Decode array swaps the two sample values.
+bool DecodeSwaps(CosObj image) {
+    CosObj d = CosDictGet(image, K_Decode);
+    if (CosObjGetType(d) != kCosArray || CosArrayLength(d) < 2) return false;
+    auto num = [](CosObj o) { return CosObjGetType(o) == kCosInteger ? double(CosIntegerValue(o)) : CosFixedValue(o); };
+    return num(CosArrayGet(d, 0)) > num(CosArrayGet(d, 1));
+}
+
+// Samples (1 bits as stored) to ink and back: the same bits, or all of
+// them flipped, with the padding past the width cleared.
+void ToInk(std::vector<uint8_t>& rows, int width, int height, bool flip) {
+    const size_t stride = (size_t(width) + 7) / 8;
+    const uint8_t last = width % 8 ? uint8_t(0xFF << (8 - width % 8)) : 0xFF;
+    for (int y = 0; y < height; ++y) {
+        uint8_t* r = rows.data() + size_t(y) * stride;
+        if (flip)
+            for (size_t i = 0; i < stride; ++i) r[i] = uint8_t(~r[i]);
+        r[stride - 1] &= last;
+    }
+}
+
+struct Encoding {
+    std::vector<uint8_t> data;
+    const char* filter = "FlateDecode";
+    int k = 0;         // CCITT: the K parameter
+    bool fax = false;  // CCITT DecodeParms needed
+    int predictorColumns = 0;  // Flate with the PNG predictor (8-bit gray)
+};
+
+void PutEncoding(CosObj image, const Encoding& e, int width, int height, int bits) {
+    CosDoc doc = CosObjGetDoc(image);
+    CosDictPutInteger(image, K_Width, width);
+    CosDictPutInteger(image, K_Height, height);
+    CosDictPutInteger(image, K_BitsPerComponent, bits);
+    CosDictPut(image, K_Filter, CosNewName(doc, false, ASAtomFromString(e.filter)));
+    CosDictRemove(image, K_DL);
+    if (e.fax) {
+        CosObj parms = CosNewDict(doc, false);
+        CosDictPutInteger(parms, K_K, e.k);
+        CosDictPutInteger(parms, K_Columns, width);
+        CosDictPutInteger(parms, K_Rows, height);
+        CosDictPut(image, K_DecodeParms, parms);
+    } else if (e.predictorColumns > 0) {
+        CosObj parms = CosNewDict(doc, false);
+        CosDictPutInteger(parms, K_Predictor, 15);
+        CosDictPutInteger(parms, K_Colors, 1);
+        CosDictPutInteger(parms, K_BitsPerComponent, 8);
+        CosDictPutInteger(parms, K_Columns, e.predictorColumns);
+        CosDictPut(image, K_DecodeParms, parms);
+    } else {
+        // A JBIG2 image's shared globals stay with the other images using them.
+        CosDictRemove(image, K_DecodeParms);
+    }
+    CosStreamSetEncodedData(image, e.data);
+}
+
+}  // namespace
+
+ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const MonoParams& p) {
+    ReductionResult res;
+    auto fail = [&](ReductionOutcome o, std::string why) {
+        res.outcome = o;
+        res.reason = std::move(why);
+        return res;
+    };
+    if (CosObjGetType(image) != kCosStream) return fail(ReductionOutcome::Bad, "not an image stream");
+    if (p.interpolate) CosDictPut(image, K_Interpolate, CosNewBoolean(CosObjGetDoc(image), false, true));
+    if (CosDictKnown(image, K_F)) return fail(ReductionOutcome::LeftAlone, "image data in an external file");
+    const bool mask = CosDictGetBool(image, K_ImageMask, false);
+    const int64_t w = CosDictGetInt(image, K_Width, 0);
+    const int64_t h = CosDictGetInt(image, K_Height, 0);
+    const Source src = SourceOf(image);
+    res.newWidth = int(w);
+    res.newHeight = int(h);
+    if (src == Source::Unsupported) return fail(ReductionOutcome::LeftAlone, "unknown image filter");
+    if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return fail(ReductionOutcome::Bad, "absurd image size");
+    const int bpc = CosDictGetInt(image, K_BitsPerComponent, mask || src == Source::CCITT || src == Source::JBIG2 ? 1 : 0);
+    if (bpc != 1) return fail(ReductionOutcome::LeftAlone, "not a 1-bit image");
+    if (uint64_t(w) * uint64_t(h) > p.maxPixels) return fail(ReductionOutcome::Bad, "image too large to reduce");
+    if (!mask && CosObjIsNull(CosDictGet(image, K_ColorSpace))) return fail(ReductionOutcome::Bad, "no colour space");
+
+    // How far down, if at all.
+    int newW = int(w), newH = int(h);
+    if (p.downsample && std::max(ppiX, ppiY) > p.thresholdPpi && p.targetPpi > 0) {
+        if (ppiX > p.targetPpi) newW = std::max(1, int(std::lround(double(w) * p.targetPpi / ppiX)));
+        if (ppiY > p.targetPpi) newH = std::max(1, int(std::lround(double(h) * p.targetPpi / ppiY)));
+        newW = std::min<int>(newW, int(w));
+        newH = std::min<int>(newH, int(h));
+    }
+    const bool downsampling = newW < w || newH < h;
+    if (!downsampling && !p.despeckle && p.compression == MonoCompression::Original) return res;  // Unchanged
+
+    MonoCompression target = p.compression;
+    if (target == MonoCompression::Original) {
+        switch (src) {
+        case Source::CCITT: target = MonoCompression::CCITTG4; break;
+        case Source::JBIG2: target = MonoCompression::JBIG2; break;
+        case Source::LZW: target = MonoCompression::LZW; break;
+        case Source::RunLength: target = MonoCompression::Packbits; break;
+        default: target = MonoCompression::Flate; break;
+        }
+    }
+    if (target == MonoCompression::JBIG2 && !p.jbig2) target = MonoCompression::CCITTG4;
+
+    // Decode.  CCITT data whose Rows disagree with Height is taken when it
+    // holds at least Height rows (as readers draw it) and refused otherwise.
+    const size_t stride = (size_t(w) + 7) / 8;
+    const size_t expected = stride * size_t(h);
+    std::vector<uint8_t> rows;
+    bool complete = true;
+    try {
+        CosDecodeOptions opts;
+        opts.maxOutput = expected + expected / 4 + 65536;
+        rows = CosStreamDecodedData(image, opts, &complete);
+    } catch (const CVellumError&) {
+        return fail(ReductionOutcome::Bad, "damaged image data");
+    }
+    if (rows.size() < expected)
+        return fail(ReductionOutcome::Bad, complete ? "image data is shorter than its size says" : "damaged image data");
+    rows.resize(expected);
+
+    const int inkValue = InkSample(image, mask) ^ (DecodeSwaps(image) ? 1 : 0);
+    const bool keyed = CosObjGetType(CosDictGet(image, K_Mask)) == kCosArray;
+    const std::string family = mask ? "" : FamilyName(CosDictGet(image, K_ColorSpace));
+    const bool grayFamily = family == "DeviceGray" || family == "G" || family == "CalGray" ||
+                            family == "Separation" || (family == "ICCBased" && BaseComponents(CosDictGet(image, K_ColorSpace)) == 1);
+
+    Encoding enc;
+    int bits = 1;
+    if (p.descreen && downsampling && !mask && !keyed && grayFamily) {
+        // A halftone becomes the gray it stands for; the samples keep their
+        // scale (0 and 1 become 0 and 255), so Decode means the same.
+        Raster g = DescreenToGray(rows, int(w), int(h), newW, newH);
+        enc.data = filters::FlateEncodePNG(g.data, std::clamp(p.flateLevel, 0, 9), 1, 8, newW);
+        enc.predictorColumns = newW;
+        bits = 8;
+    } else {
+        InkBitmap ink{int(w), int(h), std::move(rows)};
+        ToInk(ink.rows, ink.width, ink.height, inkValue == 0);
+        if (p.despeckle) Despeckle(ink, SpeckSizeFor(std::max(ppiX, ppiY)));
+        if (downsampling) {
+            const std::string filter = p.resampleFilter.empty() ? "box" : p.resampleFilter;
+            try {
+                ink = DownsampleInk(ink, newW, newH, filter);
+            } catch (const CVellumError&) {
+                return fail(ReductionOutcome::LeftAlone, "unknown resampling filter " + filter);
+            }
+        }
+        // The codecs' black is the 0 sample (CCITT with BlackIs1 false, and
+        // JBIG2 as PDF reads it): they get the samples flipped.
+        InkBitmap codec = ink;
+        ToInk(codec.rows, codec.width, codec.height, inkValue == 1);
+        switch (target) {
+        case MonoCompression::CCITTG4:
+        case MonoCompression::CCITTG3:
+            enc.data = EncodeFax(codec, target == MonoCompression::CCITTG4 ? FaxGroup::G4 : FaxGroup::G3);
+            enc.filter = "CCITTFaxDecode";
+            enc.fax = true;
+            enc.k = target == MonoCompression::CCITTG4 ? -1 : 0;
+            break;
+        case MonoCompression::JBIG2:
+            enc.data = p.jbig2(codec.rows, codec.width, codec.height);
+            enc.filter = "JBIG2Decode";
+            break;
+        default: {
+            // The samples as PDF stores them.
+            ToInk(ink.rows, ink.width, ink.height, inkValue == 0);
+            if (target == MonoCompression::LZW) {
+                enc.data = filters::LZWEncode(ink.rows);
+                enc.filter = "LZWDecode";
+            } else if (target == MonoCompression::Packbits) {
+                enc.data = filters::RunLengthEncode(ink.rows);
+                enc.filter = "RunLengthDecode";
+            } else {
+                enc.data = filters::FlateEncode(ink.rows, std::clamp(p.flateLevel, 0, 9));
+            }
+            break;
+        }
+        }
+    }
+
+    res.bytesBefore = CosStreamEncodedLength(image);
+    res.bytesAfter = enc.data.size();
+    if (res.bytesAfter >= res.bytesBefore) {
+        res.outcome = ReductionOutcome::NotSmaller;
+        return res;
+    }
+    PutEncoding(image, enc, newW, newH, bits);
+    res.newWidth = newW;
+    res.newHeight = newH;
+    res.outcome = ReductionOutcome::Replaced;
+    return res;
+}
+
+}  // namespace images
