@@ -4,11 +4,19 @@
 #include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/Operations.h"
+#include "pipeline/PageCleanup.h"
 #include "pipeline/ResourceOptimizer.h"
 
 namespace pipeline {
 
 void RegisterStandardOperations(OperationRegistry& registry) {
+    // Post-layout page loop: the page clean-up removals first; flattening
+    // of annotations and forms registers after them; then the operations
+    // that must see the final page content (annotation clean-up,
+    // transitions, rotation, combining, resources, content processing).
+    RegisterPageRemovalOperations(registry);
+    RegisterPageContentOperations(registry);
+
     // Post-layout, after the page loop: resources first (their duplicate
     // images and profiles, then every stream recompressed), then the
     // merge of all equal objects, which finds more once equal data has
