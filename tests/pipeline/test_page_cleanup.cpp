@@ -640,3 +640,53 @@ TEST_F(AnnotCleanupTest, LinksLoseIsMapAndDuplicates) {
 }
 
 }  // namespace
+
+namespace {
+
+// The standard operations in the post-layout loop: their order, their log
+// lines and the report they lead to.
+TEST_F(PageCleanupTest, StandardLoopRunsTheStepsInOrder) {
+    CosObj page = AddPage();
+    CosDictPut(page, A("Thumb"), Stream("thumb"));
+    CosDictPut(page, A("Rotate"), CosNewInteger(doc, false, 0));
+    CosObj contents = CosNewArray(doc, false);
+    CosArrayAppend(contents, Stream("q 1 0 0 1 0 0 cm"));
+    CosArrayAppend(contents, Stream("Q"));
+    CosDictPut(page, cosnames::Contents, contents);
+    AddPage();
+
+    OperationRegistry reg;
+    RegisterStandardOperations(reg);
+    RunContext ctx = Ctx();
+    EXPECT_EQ(0, RunPageLoop(reg.PageOperations(PagePhase::PostLayout, prefs), ctx));
+    const std::string log = cap.All();
+    const char* const lines[] = {"Processing Page 1\n",
+                                 "\tRemoving Edit Data...\n",
+                                 "\tRemoving Page Thumbnail...\n",
+                                 "\tRemoving Job Ticket Data...\n",
+                                 "\tRemoving embedded files...\n",
+                                 "\tRemoving Extra Page Boxes...\n",
+                                 "\tCleaning up Annotations...\n",
+                                 "\tAdjusting Rotation...\n",
+                                 "\tCombining Content Streams\n",
+                                 "\tCleaning up Page Resources...\n",
+                                 "\tRecompressing XObjects...\n",
+                                 "\tProcessing Content Streams...\n",
+                                 "Processing Page 2\n"};
+    size_t at = 0;
+    for (const char* line : lines) {
+        size_t found = log.find(line, at);
+        ASSERT_NE(std::string::npos, found) << line << " after offset " << at << " in\n" << log;
+        at = found + 1;
+    }
+    EXPECT_EQ(std::string::npos, log.find("\tAdding Transition...\n"));
+
+    Statistics stats(prefs.StatisticsDict());
+    const std::string report = BuildReport(ReportInputs{}, stats, "   ");
+    EXPECT_NE(std::string::npos, report.find("   Removed 1 unnecessary Thumbnail\n")) << report;
+    EXPECT_NE(std::string::npos, report.find("   Removed 1 unnecessary Rotation\n")) << report;
+    EXPECT_NE(std::string::npos, report.find("   Optimized 2 Page Boxes\n")) << report;
+    EXPECT_NE(std::string::npos, report.find("   Combined 2 Content Stream into 1, optimizing 0 & compressing 0\n")) << report;
+}
+
+}  // namespace
