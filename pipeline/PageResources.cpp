@@ -25,6 +25,7 @@ const ASAtom K_Type3 = K("Type3");
 const ASAtom K_Image = K("Image");
 const ASAtom K_ColorSpace = K("ColorSpace");
 const ASAtom K_XObject = K("XObject");
+const ASAtom K_Shading = K("Shading");
 
 // The categories cleaned, in this order.
 const char* const kCategories[] = {"ExtGState", "Font", "Pattern", "ColorSpace", "Shading", "XObject"};
@@ -179,6 +180,50 @@ void AddNames(PageUses& uses, CosObj resources, const ResourceNames& names) {
     }
 }
 
+// Colour spaces named by resources rather than by content: viewers look a
+// colour space given by a name that is no colour space family (as the base
+// of an Indexed space, the alternate of a Separation, the space of an image
+// or shading) up in the same resources, so such names count as used.
+void NoteSpaceNames(CosObj value, CosObj spaces, std::set<std::string>& found, int depth) {
+    if (depth > 8) return;
+    switch (CosObjGetType(value)) {
+    case kCosName: {
+        const std::string n = ASAtomGetString(CosNameValue(value));
+        if (!IsDict(spaces) || !CosDictKnown(spaces, CosNameValue(value)) || !found.insert(n).second) return;
+        NoteSpaceNames(CosDictGet(spaces, CosNameValue(value)), spaces, found, depth + 1);
+        break;
+    }
+    case kCosArray:
+        for (ASInt32 i = 0; i < CosArrayLength(value); ++i)
+            NoteSpaceNames(CosArrayGet(value, i), spaces, found, depth + 1);
+        break;
+    case kCosDict:
+    case kCosStream:
+        NoteSpaceNames(CosDictGet(value, K_ColorSpace), spaces, found, depth + 1);
+        NoteSpaceNames(CosDictGet(value, K_Shading), spaces, found, depth + 1);
+        break;
+    default:
+        break;
+    }
+}
+
+void AddIndirectColorSpaces(CosObj resources, ResourceNames& names) {
+    if (!IsDict(resources)) return;
+    CosObj spaces = CosDictGet(resources, K_ColorSpace);
+    if (!IsDict(spaces)) return;
+    std::set<std::string> found;
+    for (const char* category : {"ColorSpace", "Shading", "Pattern", "XObject"}) {
+        auto it = names.find(category);
+        CosObj dict = CosDictGet(resources, K(category));
+        if (it == names.end() || !IsDict(dict)) continue;
+        for (const std::string& n : it->second) {
+            const ASAtom key = ASAtomFind(n);
+            if (key != ASAtomNull && CosDictKnown(dict, key)) NoteSpaceNames(CosDictGet(dict, key), spaces, found, 0);
+        }
+    }
+    names["ColorSpace"].insert(found.begin(), found.end());
+}
+
 PageUses GatherPage(CosObj page, Log& log) {
     PageUses uses;
     CosObj resources = PDPageGetInheritedAttr(page, K_Resources);
@@ -194,8 +239,11 @@ PageUses GatherPage(CosObj page, Log& log) {
         check(contents);
     }
     w.RunPage(page, true);
-    for (const auto& [res, names] : w.All()) AddNames(uses, res, names);
-    for (const auto& [res, names] : w.extra) AddNames(uses, res, names);
+    std::map<CosObj, ResourceNames> all = w.All();
+    for (const auto& [res, names] : w.extra)
+        for (const auto& [category, set] : names) all[res][category].insert(set.begin(), set.end());
+    for (auto& [res, names] : all) AddIndirectColorSpaces(res, names);
+    for (const auto& [res, names] : all) AddNames(uses, res, names);
     for (CosObj res : w.doubtful) {
         uses.keep.insert(res);
         for (const char* c : kAllCategories) {

@@ -200,6 +200,16 @@ TEST_F(PageCleanupTest, ExtraBoxesEqualToTheMediaBoxGo) {
     EXPECT_TRUE(CosDictKnown(bad, A("CropBox")));
     EXPECT_FALSE(CosDictKnown(bad, A("TrimBox")));
     EXPECT_NE(std::string::npos, cap.All().find("the CropBox is not an array of four numbers"));
+
+    // An all-zero box is no copy of a media box, even of an all-zero one.
+    CosObj bare = AddPage(false);
+    CosDictPut(bare, A("MediaBox"), Numbers({0, 0, 0, 0}));
+    CosDictPut(bare, A("CropBox"), Numbers({0, 0, 0, 0}));
+    CosDictPut(bare, A("TrimBox"), Numbers({0, 0, 10, 10}));
+    const ASInt32 before = Stat("ExtraBoxes_Removed");
+    RemoveExtraBoxes(bare, ctx);
+    EXPECT_EQ(before, Stat("ExtraBoxes_Removed"));
+    EXPECT_TRUE(CosDictKnown(bare, A("CropBox")));
 }
 
 TEST_F(PageCleanupTest, MediaBoxInheritedFromAnEqualParent) {
@@ -473,7 +483,8 @@ TEST_F(PageResourcesTest, UnreadableContentKeepsItsDictionaryWhole) {
     CosObj page = AddPage();
     CosObj res = Dict();
     CosDictPut(page, A("Resources"), res);
-    CosObj fonts = Category(res, "Font");
+    CosObj fonts = CosNewDict(doc, true);  // indirect: it outlives its removal from the resources
+    CosDictPut(res, A("Font"), fonts);
     for (const char* n : {"F1", "F2"}) CosDictPut(fonts, A(n), Font(n));
     CosObj bad = CosNewDict(doc, false);
     CosDictPutName(bad, A("Subtype"), false, A("Form"));
@@ -487,6 +498,22 @@ TEST_F(PageResourcesTest, UnreadableContentKeepsItsDictionaryWhole) {
     EXPECT_TRUE(CosDictKnown(fonts, A("F1")));
     EXPECT_TRUE(CosDictKnown(fonts, A("F2")));
     EXPECT_EQ(0, Stat("Unreferenced_Fonts_Removed"));
+
+    // A form whose data is cut short: the part that decodes names F1 only,
+    // but what is lost may name F2.
+    std::string text = "BT /F1 1 Tf ET ";
+    for (int i = 0; i < 3000; ++i) text += std::to_string(i * 7919 % 10007) + " ";
+    text += "pop BT /F2 1 Tf ET";
+    filters::Bytes packed =
+        filters::FlateEncode(std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()), 6);
+    packed.resize(packed.size() / 2);
+    CosObj cutDict = CosNewDict(doc, false);
+    CosDictPutName(cutDict, A("Subtype"), false, A("Form"));
+    CosDictPut(cutDict, A("BBox"), Numbers({0, 0, 1, 1}));
+    CosDictPutName(cutDict, A("Filter"), false, A("FlateDecode"));
+    CosDictPut(Category(res, "XObject"), A("Fm"), CosNewStream(doc, cutDict, packed));
+    CleanAll();
+    EXPECT_TRUE(CosDictKnown(fonts, A("F2")));
 
     // Damaged page content: the same.
     CosDictPut(Category(res, "XObject"), A("Fm"), Form(""));
@@ -520,6 +547,35 @@ TEST_F(PageResourcesTest, OverfullOperatorsAndFormResourcesAreKept) {
     CleanAll();
     EXPECT_TRUE(CosDictKnown(fonts, A("F2")));
     EXPECT_FALSE(CosDictKnown(fonts, A("F3")));
+}
+
+TEST_F(PageResourcesTest, ColourSpacesNamedByOtherResourcesAreKept) {
+    CosObj page = AddPage();
+    CosObj res = Dict();
+    CosDictPut(page, A("Resources"), res);
+    CosObj spaces = Category(res, "ColorSpace");
+    auto space = [&](std::initializer_list<const char*> names) {
+        CosObj a = CosNewArray(doc, false);
+        for (const char* n : names) CosArrayAppend(a, CosNewName(doc, false, A(n)));
+        return a;
+    };
+    CosObj indexed = space({"Indexed", "Base"});
+    CosArrayAppend(indexed, CosNewInteger(doc, false, 0));
+    CosArrayAppend(indexed, CosNewString(doc, false, std::string("\0\0\0", 3)));
+    CosDictPut(spaces, A("CS0"), indexed);
+    CosDictPut(spaces, A("Base"), space({"CalRGB"}));
+    CosDictPut(spaces, A("ForImage"), space({"CalGray"}));
+    CosDictPut(spaces, A("Unused"), space({"CalGray"}));
+    CosObj imageDict = Dict();
+    CosDictPutName(imageDict, A("Subtype"), false, A("Image"));
+    CosDictPutName(imageDict, A("ColorSpace"), false, A("ForImage"));
+    CosDictPut(Category(res, "XObject"), A("Im0"), Stream("x", imageDict));
+    CosDictPut(page, cosnames::Contents, Stream("/CS0 cs 0 sc 0 0 1 1 re f /Im0 Do"));
+    CleanAll();
+    EXPECT_TRUE(CosDictKnown(spaces, A("CS0")));
+    EXPECT_TRUE(CosDictKnown(spaces, A("Base")));
+    EXPECT_TRUE(CosDictKnown(spaces, A("ForImage")));
+    EXPECT_FALSE(CosDictKnown(spaces, A("Unused")));
 }
 
 TEST_F(PageResourcesTest, APageIsGatheredAgainBeforeItsOwnCleanUp) {
