@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "base/Log.h"
@@ -161,6 +162,45 @@ void StoreFlate(CosObj stream, const filters::Bytes& encoded) {
     CosDictRemove(stream, K_DecodeParms);
     CosDictRemove(stream, K_DL);
     CosStreamSetEncodedData(stream, encoded);
+}
+
+// Content streams that several pages draw (a background or a letterhead
+// shared by every page): joining them into each page's own stream would
+// write their data once per page.  Counted once per document, when the
+// page loop starts.
+class SharedStreams {
+public:
+    // Called for every page the loop visits, in order.
+    void Begin(RunContext& ctx) {
+        if (ctx.pageNumber <= 0 || ctx.doc != m_doc || ctx.pageNumber <= m_last) Count(ctx.doc);
+        m_last = ctx.pageNumber;
+    }
+    bool Shared(CosObj stream) const {
+        auto it = m_uses.find(stream);
+        return it != m_uses.end() && it->second > 1;
+    }
+
+private:
+    void Count(PDDoc doc) {
+        m_uses.clear();
+        m_doc = nullptr;
+        for (ASInt32 i = 0; i < PDDocGetNumPages(doc); ++i) {
+            CosObj c = CosDictGet(PDDocGetPageObj(doc, i), K_Contents);
+            if (CosObjGetType(c) == kCosStream) ++m_uses[c];
+            if (CosObjGetType(c) != kCosArray) continue;
+            for (ASInt32 k = 0; k < CosArrayLength(c); ++k)
+                if (CosObjGetType(CosArrayGet(c, k)) == kCosStream) ++m_uses[CosArrayGet(c, k)];
+        }
+        m_doc = doc;
+    }
+    PDDoc m_doc = nullptr;
+    ASInt32 m_last = -1;
+    std::unordered_map<CosObj, int> m_uses;
+};
+
+SharedStreams& Sharing() {
+    static SharedStreams s;
+    return s;
 }
 
 // The base handler writes every operator back compactly; this one also
@@ -351,6 +391,7 @@ void AddTransition(CosObj page, RunContext& ctx) {
 
 void CombineContentStreams(CosObj page, RunContext& ctx) {
     ctx.log.Progress("\tCombining Content Streams\n");
+    Sharing().Begin(ctx);
     CosObj contents = CosDictGet(page, K_Contents);
     if (CosObjGetType(contents) == kCosStream) {
         ctx.stats.Increment("ContentStreams_Total");
@@ -366,6 +407,8 @@ void CombineContentStreams(CosObj page, RunContext& ctx) {
     }
     ctx.stats.Increment("ContentStreams_Total", ASInt32(streams.size()));
     if (streams.empty()) return;
+    for (CosObj s : streams)
+        if (Sharing().Shared(s)) return;
     std::vector<uint8_t> joined, part;
     for (CosObj s : streams) {
         if (!DecodeComplete(s, part)) {

@@ -261,11 +261,13 @@ class DocumentUses {
 public:
     void Start(PDDoc doc, Log& log) {
         *this = DocumentUses();
-        m_doc = doc;
         const ASInt32 n = PDDocGetNumPages(doc);
         m_pages.resize(size_t(n));
         for (ASInt32 i = 0; i < n; ++i) Set(i, GatherPage(PDDocGetPageObj(doc, i), log));
         KeepFormResources(doc);
+        // Only a complete gathering belongs to the document; after a failure
+        // the next page starts again.
+        m_doc = doc;
     }
 
     void Refresh(ASInt32 index, CosObj page, Log& log) {

@@ -330,6 +330,33 @@ TEST_F(PageCleanupTest, ContentArraysAreJoinedWithALineEndBetweenStreams) {
     EXPECT_EQ(2, Stat("ContentStreams_Combined"));
 }
 
+TEST_F(PageCleanupTest, StreamsThatOtherPagesDrawAreNotCopiedIntoEachPage) {
+    CosObj background = Stream("0.9 g 0 0 612 792 re f");
+    std::vector<CosObj> arrays;
+    for (int i = 0; i < 2; ++i) {
+        CosObj page = AddPage();
+        CosObj contents = CosNewArray(doc, false);
+        CosArrayAppend(contents, background);
+        CosArrayAppend(contents, Stream("BT ET"));
+        CosDictPut(page, cosnames::Contents, contents);
+        arrays.push_back(contents);
+    }
+    CosObj own = AddPage();
+    CosObj contents = CosNewArray(doc, false);
+    CosArrayAppend(contents, Stream("q"));
+    CosArrayAppend(contents, Stream("Q"));
+    CosDictPut(own, cosnames::Contents, contents);
+    for (ASInt32 i = 0; i < 3; ++i) {
+        RunContext ctx = Ctx(i);
+        CombineContentStreams(PDDocGetPageObj(pd, i), ctx);
+    }
+    EXPECT_EQ(arrays[0], CosDictGet(PDDocGetPageObj(pd, 0), cosnames::Contents));
+    EXPECT_EQ(arrays[1], CosDictGet(PDDocGetPageObj(pd, 1), cosnames::Contents));
+    EXPECT_EQ(kCosStream, CosObjGetType(CosDictGet(own, cosnames::Contents)));
+    EXPECT_EQ(6, Stat("ContentStreams_Total"));
+    EXPECT_EQ(1, Stat("ContentStreams_Combined"));
+}
+
 TEST_F(PageCleanupTest, ContentThatDoesNotDecodeIsNeitherCombinedNorRewritten) {
     CosObj page = AddPage();
     CosObj bad = CosNewDict(doc, false);
