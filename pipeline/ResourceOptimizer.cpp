@@ -55,12 +55,7 @@ const ASAtom K_Type3 = K("Type3");
 const ASAtom K_CharProcs = K("CharProcs");
 const ASAtom K_PatternType = K("PatternType");
 const ASAtom K_Annots = K("Annots");
-const ASAtom K_Link = K("Link");
 const ASAtom K_AP = K("AP");
-const ASAtom K_P = K("P");
-const ASAtom K_NM = K("NM");
-const ASAtom K_M = K("M");
-const ASAtom K_StructParent = K("StructParent");
 const ASAtom K_N = K("N");
 const ASAtom K_Metadata = K("Metadata");
 const ASAtom K_XRef = K("XRef");
@@ -409,30 +404,15 @@ private:
     }
 
     // ------------------------------------------------------------ annotations
-    // Counts link annotations and, under the duplicate search, drops a link
-    // that repeats another of the same page (same area, same target, same
-    // look).  Links tied into the structure tree are kept: they are
-    // referred to from it.  Appearance streams' resources are walked like
-    // a page's.
+    // Appearance streams' resources are walked like a page's.  (Links are
+    // counted and their duplicates dropped by the page loop's annotation
+    // clean-up.)
     void Annotations(CosObj page) {
         CosObj annots = CosDictGet(page, K_Annots);
         if (CosObjGetType(annots) != kCosArray) return;
-        std::unordered_set<std::string> links;
         for (ASInt32 i = 0; i < CosArrayLength(annots); ++i) {
             CosObj a = CosArrayGet(annots, i);
-            if (!IsDict(a)) continue;
-            Appearances(CosDictGet(a, K_AP));
-            if (CosDictGetName(a, K_Subtype) != K_Link) continue;
-            m_ctx.stats.Increment("LinkAnnots_Total");
-            if (!m_opt.dupXObjCheck || CosDictKnown(a, K_StructParent)) continue;
-            std::string sig;
-            if (!AppendCanonical(sig, a, [](CosObj v) { return std::to_string(CosObjGetID(v)); },
-                                 {K_P, K_NM, K_M}))
-                continue;
-            if (!links.insert(sig).second) {
-                CosArrayRemoveAt(annots, i--);
-                m_ctx.stats.Increment("LinkAnnots_Duplicates");
-            }
+            if (IsDict(a)) Appearances(CosDictGet(a, K_AP));
         }
     }
 

@@ -7,20 +7,27 @@
 #include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/Operations.h"
+#include "pipeline/PageCleanup.h"
 #include "pipeline/ResourceOptimizer.h"
 #include "pipeline/Transparency.h"
 
 namespace pipeline {
 
 void RegisterStandardOperations(OperationRegistry& registry) {
-    // Post-layout page operations that change what a page draws: the
-    // annotations and form fields drawn into the page, then form XObjects
-    // drawn in place of their Do, then transparency entries without effect
-    // dropped.  They run after the page clean-up removals and before the
-    // content-stream work, which then sees the flattened content.
+    // Post-layout page loop: the page clean-up removals first; then what
+    // changes what a page draws (annotations and form fields drawn into
+    // the page, form XObjects drawn in place of their Do); then the
+    // operations that must see the final page content (annotation
+    // clean-up, transitions, rotation, combining, resources, content
+    // processing).
+    RegisterPageRemovalOperations(registry);
     registry.Add(MakeAnnotFlatten());
     registry.Add(MakeFormXObjectFlatten());
+    RegisterPageContentOperations(registry);
+    // After the page loop, before the resources: transparency entries
+    // without effect dropped, once every page's drawing is final.
     registry.Add(MakeTransparencyRemoval());
+
     // Post-layout, after the page loop: resources first (their duplicate
     // images and profiles, then every stream recompressed), then the
     // merge of all equal objects, which finds more once equal data has

@@ -375,8 +375,7 @@ TEST_F(ResourcesTest, FontsAreCountedLoggedAndCompressed) {
     EXPECT_NE(std::string::npos, log.find("Unabled to access the stream for font 'Broken'\n"));
 }
 
-TEST_F(ResourcesTest, OpiAlternatesAndDuplicateLinks) {
-    prefs.Optimize().dupXObjCheck = true;
+TEST_F(ResourcesTest, OpiAndAlternates) {
     CosObj page = AddPage();
     CosObj img = Image(4, 4, Ramp(16, 7));
     CosDictPut(img, A("OPI"), CosNewDict(doc, false));
@@ -387,36 +386,12 @@ TEST_F(ResourcesTest, OpiAlternatesAndDuplicateLinks) {
     CosDictPut(img, A("PTEX.FileName"), CosNewString(doc, false, "fig.pdf"));
     CosDictPut(Res(page, "XObject"), A("Im"), img);
 
-    CosObj annots = CosNewArray(doc, false);
-    auto link = [&](int x) {
-        CosObj a = CosNewDict(doc, true);
-        CosDictPutName(a, A("Subtype"), false, A("Link"));
-        CosObj rect = CosNewArray(doc, false);
-        for (int v : {x, 0, x + 10, 10}) CosArrayAppend(rect, CosNewInteger(doc, false, v));
-        CosDictPut(a, A("Rect"), rect);
-        CosDictPut(a, A("P"), page);
-        return a;
-    };
-    CosArrayAppend(annots, link(0));
-    CosArrayAppend(annots, link(50));
-    CosArrayAppend(annots, link(0));  // same area, same (no) target
-    // Equal links that the structure tree refers to: both stay.
-    for (int i = 0; i < 2; ++i) {
-        CosObj tagged = link(80);
-        CosDictPutInteger(tagged, A("StructParent"), 4);
-        CosArrayAppend(annots, tagged);
-    }
-    CosDictPut(page, A("Annots"), annots);
-
     Run();
     EXPECT_EQ(1, Stat("OPI_Removed"));
     EXPECT_EQ(2, Stat("AltImages_Removed"));
     EXPECT_FALSE(CosDictKnown(img, A("OPI")));
     EXPECT_FALSE(CosDictKnown(img, A("Alternates")));
     EXPECT_FALSE(CosDictKnown(img, A("PTEX.FileName")));
-    EXPECT_EQ(5, Stat("LinkAnnots_Total"));
-    EXPECT_EQ(1, Stat("LinkAnnots_Duplicates"));
-    EXPECT_EQ(4, CosArrayLength(annots));
 }
 
 // ---------------------------------------------------------------- all objects
