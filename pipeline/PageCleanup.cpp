@@ -393,8 +393,12 @@ void CombineContentStreams(CosObj page, RunContext& ctx) {
     ctx.log.Progress("\tCombining Content Streams\n");
     Sharing().Begin(ctx);
     CosObj contents = CosDictGet(page, K_Contents);
+    // Every page the step runs on counts once in ContentStreams_Combined,
+    // whether its streams were joined or it already held one: the count is
+    // then the number of streams the pages hold afterwards.
     if (CosObjGetType(contents) == kCosStream) {
         ctx.stats.Increment("ContentStreams_Total");
+        ctx.stats.Increment("ContentStreams_Combined");
         return;
     }
     if (CosObjGetType(contents) != kCosArray) return;
@@ -407,6 +411,9 @@ void CombineContentStreams(CosObj page, RunContext& ctx) {
     }
     ctx.stats.Increment("ContentStreams_Total", ASInt32(streams.size()));
     if (streams.empty()) return;
+    // A page whose streams stay apart (shared with another page, or not
+    // decodable) still counts once, as the step ran on it.
+    ctx.stats.Increment("ContentStreams_Combined");
     for (CosObj s : streams)
         if (Sharing().Shared(s)) return;
     std::vector<uint8_t> joined, part;
@@ -424,7 +431,6 @@ void CombineContentStreams(CosObj page, RunContext& ctx) {
     CosObj stream = CosNewStream(CosObjGetDoc(page), CosNewNull(), {});
     CosStreamSetDecodedData(stream, joined, ctx.prefs.Optimize().flateLevel);
     CosDictPut(page, K_Contents, stream);
-    ctx.stats.Increment("ContentStreams_Combined", ASInt32(streams.size() - 1));
 }
 
 void ProcessContentStreams(CosObj page, RunContext& ctx) {

@@ -65,17 +65,16 @@ std::string BuildReport(const ReportInputs& in, const Statistics& st, const std:
                    Noun(n, r.singular, r.plural), n, get(r.total));
 
     // 10: content streams, written whenever streams were counted.  With
-    // combining, the noun follows the streams combined away and "into" is
-    // what is left; without, the noun follows the streams compressed and
-    // nothing was merged.
+    // combining, the noun follows the pages combined and "into" is what is
+    // left, one stream per page; without, the noun follows the streams
+    // compressed and nothing was merged.
     if (const ASInt32 total = get("ContentStreams_Total")) {
         const ASInt32 comp = get("ContentStreams_Compressed");
         const ASInt32 opt = get("ContentStreams_Optimized");
         const ASInt32 comb = get("ContentStreams_Combined");
         const char* fmt = "Combined %4% %1% into %3%, optimizing %5% & compressing %2%\n";
         if (comb != 0)
-            w.Line(1, fmt, Noun(comb, "Content Stream", "Content Streams"), comp,
-                   ClampedSum(total, -int64_t(comb)), total, opt);
+            w.Line(1, fmt, Noun(comb, "Content Stream", "Content Streams"), comp, comb, total, opt);
         else
             w.Line(1, fmt, Noun(comp, "Content Stream", "Content Streams"), comp, total, total, opt);
     }

@@ -7,9 +7,10 @@
 // misspelt key in some operation can never grow the dictionary or turn a
 // flag into a number.
 //
-// ContentStreams_Combined counts the streams that disappeared by combining:
-// a page whose three streams became one adds 2.  The report derives "streams
-// after combining" as ContentStreams_Total - ContentStreams_Combined.
+// ContentStreams_Combined counts the pages the combining step ran on, one
+// each: a page whose three streams became one adds 1, and so does a page
+// that held one stream already.  The report takes it as the number of
+// streams after combining.
 #pragma once
 
 #include <span>

@@ -136,10 +136,11 @@ TEST_F(StatsTest, ContentStreamVariants) {
     stats.Set("ContentStreams_Compressed", 1);
     stats.Set("ContentStreams_Optimized", 2);
     EXPECT_EQ("   Combined 6 Content Stream into 6, optimizing 2 & compressing 1\n", Report());
+    // Combined counts the pages, each left with one stream.
     stats.Set("ContentStreams_Combined", 4);
-    EXPECT_EQ("   Combined 6 Content Streams into 2, optimizing 2 & compressing 1\n", Report());
+    EXPECT_EQ("   Combined 6 Content Streams into 4, optimizing 2 & compressing 1\n", Report());
     stats.Set("ContentStreams_Combined", 1);
-    EXPECT_EQ("   Combined 6 Content Stream into 5, optimizing 2 & compressing 1\n", Report());
+    EXPECT_EQ("   Combined 6 Content Stream into 1, optimizing 2 & compressing 1\n", Report());
 
     // Without streams counted there is nothing to report.
     stats.Set("ContentStreams_Total", 0);
