@@ -11,7 +11,7 @@
 #   bench/cleanup.sh [CORPUS_DIR] [BUILD_DIR]
 set -u
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="${2:-$root/build}"
 bin="$build/frontend/trimora"
 preset="$root/examples/lossless-cleanup.tmc"

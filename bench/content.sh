@@ -2,7 +2,7 @@
 # Content streams: parse and rewrite all page, form, pattern and Type 3
 # glyph content of the corpus.
 #
-#   bench/content.sh [CORPUS_DIR]     (default /work/shared/corpus)
+#   bench/content.sh [CORPUS_DIR]     (default ../shared/corpus beside the checkout)
 #
 # Prints
 #   - the content-only figures: decoded content bytes per second through
@@ -14,7 +14,7 @@
 #     content stream), and their ratio.
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="$ROOT/build-bench"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

@@ -3,10 +3,10 @@
 # libdeflate's level 12, over every Flate stream of a folder of PDFs:
 # total bytes written and time taken, from one run.
 #
-#   bench/deflate.sh [CORPUS_DIR]     (default /work/shared/corpus)
+#   bench/deflate.sh [CORPUS_DIR]     (default ../shared/corpus beside the checkout)
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="$ROOT/build-bench"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

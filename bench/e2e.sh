@@ -9,11 +9,11 @@
 # output without pages (as qpdf counts them) is a failure too.
 #
 #   bench/e2e.sh [CORPUS_DIR] [BUILD_DIR]
-# Defaults: /work/shared/corpus and build/ (a Release build is best).  Set
+# Defaults: ../shared/corpus beside the checkout and build/ (a Release build is best).  Set
 # TRIMORA_SETTINGS to measure another settings file.
 set -u
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="${2:-$root/build}"
 bin="$build/frontend/trimora"
 preset="${TRIMORA_SETTINGS:-$root/examples/lossless-cleanup.tmc}"

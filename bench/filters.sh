@@ -2,13 +2,13 @@
 # Filter throughput: Flate decode/encode against zlib used directly, and
 # CCITT Group 4 decoding against libtiff's tiffcp on the same data.
 #
-#   bench/filters.sh [CORPUS_DIR]     (default /work/shared/corpus)
+#   bench/filters.sh [CORPUS_DIR]     (default ../shared/corpus beside the checkout)
 #
 # Builds a Release tree in build-bench/ (only the filter library), extracts
 # streams with qpdf, and prints one line per measurement plus the ratios.
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="$ROOT/build-bench"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

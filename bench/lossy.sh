@@ -12,11 +12,11 @@
 # output is furthest above the better peer's.
 #
 #   bench/lossy.sh [CORPUS_DIR] [BUILD_DIR]
-# Defaults: /work/shared/corpus and build/.  Needs gs, ocrmypdf, pngquant,
+# Defaults: ../shared/corpus beside the checkout and build/.  Needs gs, ocrmypdf, pngquant,
 # pdftoppm and python3.
 set -u
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="${2:-$root/build}"
 bin="$build/frontend/trimora"
 settings="$root/examples/ebook.tmc"

@@ -9,12 +9,14 @@
 # the jbig2dec program and must give the same bits.
 #
 #   bench/mono.sh [CORPUS_DIR] [BUILD_DIR]
-# Defaults: /work/shared/corpus and build/.  Needs pdfimages, qpdf, tiffcp,
+# Defaults: ../shared/corpus beside the checkout and build/.  Needs pdfimages, qpdf, tiffcp,
 # jbig2dec and python3.
 set -u
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="${2:-$root/build}"
+source "$root/bench/common.sh"
+need_tools poppler-utils:pdfimages qpdf:qpdf libtiff-tools:tiffcp jbig2dec:jbig2dec python3:python3
 for t in pdfimages qpdf tiffcp jbig2dec python3; do
   command -v $t > /dev/null 2>&1 || { echo "missing tool: $t" >&2; exit 2; }
 done

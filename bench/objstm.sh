@@ -7,10 +7,10 @@
 # stream at this machine's zlib speed.
 #
 #   bench/objstm.sh [CORPUS_DIR] [BUILD_DIR] [SIZES...]
-# Defaults: /work/shared/corpus, build/, sizes 10 25 50 100 200 400 1000.
+# Defaults: ../shared/corpus beside the checkout, build/, sizes 10 25 50 100 200 400 1000.
 set -u
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="${2:-$root/build}"
 shift 2 2> /dev/null || shift $#
 sizes=("$@")

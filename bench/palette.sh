@@ -7,10 +7,10 @@
 # the mean PSNR; and the time spent in each.  "!" marks a file where a
 # palettised image could not be read back for the comparison.
 #
-#   bench/palette.sh [CORPUS_DIR]     (default /work/shared/corpus)
+#   bench/palette.sh [CORPUS_DIR]     (default ../shared/corpus beside the checkout)
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="$ROOT/build-bench"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

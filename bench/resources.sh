@@ -8,10 +8,10 @@
 # their input size for that tool, so no tool gains by failing.
 #
 #   bench/resources.sh [CORPUS_DIR] [BUILD_DIR]
-# Defaults: /work/shared/corpus and build/ (a Release build is best).
+# Defaults: ../shared/corpus beside the checkout and build/ (a Release build is best).
 set -u
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-corpus="${1:-/work/shared/corpus}"
+corpus="${1:-$(dirname "${BASH_SOURCE[0]}")/../../shared/corpus}"
 build="${2:-$root/build}"
 bin="$build/frontend/trimora"
 [ -x "$bin" ] || { echo "no trimora at $bin (build it first)" >&2; exit 2; }

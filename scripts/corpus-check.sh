@@ -11,7 +11,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 [ $# -ge 1 ] || { echo "usage: $0 DIR" >&2; exit 2; }
 corpus="$(cd "$1" && pwd)"
-install_missing "${BUILD_PACKAGES[@]}" qpdf poppler-utils mupdf-tools python3
+install_missing "${BUILD_PACKAGES[@]}" qpdf poppler-utils mupdf-tools jbig2dec python3
 configure_and_build "$ROOT/build" -DCMAKE_BUILD_TYPE=Release -DTRIMORA_BUILD_TESTS=OFF
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
