@@ -270,7 +270,7 @@ void EmbeddedFiles(Cleanup& c) {
 }
 
 // The stream a slide show's resource entry holds: the entry itself or the
-// embedded file of its file specification.
+// embedded file its file dictionary (EF) holds.
 CosObj ResourceStream(CosObj value) {
     if (CosObjGetType(value) == kCosStream) return value;
     if (!IsDict(value)) return CosNewNull();
