@@ -4,12 +4,12 @@
 #include <algorithm>
 
 #include "content/PageAppend.h"
-#include "flatten_fixture.h"
 #include "pipeline/AnnotFlatten.h"
+#include "pipeline_fixture.h"
 
 namespace {
 
-using namespace flattentest;
+using namespace pipetest;
 using pipeline::AnnotAction;
 using pipeline::FlattenPageAnnotations;
 
@@ -61,28 +61,18 @@ TEST(AppearanceFit, RotatedAndScaledBoxesGiveTheViewersMatrix) {
 
 class AnnotFlattenTest : public DocTest {
 protected:
-    CosObj Annot(CosObj page, const char* subtype, std::initializer_list<double> rect) {
-        CosObj a = CosNewDict(doc, true);
-        CosDictPutName(a, A("Type"), false, A("Annot"));
-        CosDictPutName(a, A("Subtype"), false, A(subtype));
+    CosObj Annot(CosObj page, const char* subtype, std::initializer_list<double> rect = {0, 0, 1, 1}) {
+        CosObj a = Dict({{"Type", Name("Annot")}, {"Subtype", Name(subtype)}}, true);
         if (rect.size()) CosDictPut(a, A("Rect"), Array(rect));
-        CosObj annots = CosDictGet(page, A("Annots"));
-        if (CosObjIsNull(annots)) {
-            annots = CosNewArray(doc, false);
-            CosDictPut(page, A("Annots"), annots);
-        }
-        CosArrayAppend(annots, a);
+        if (!Has(page, "Annots")) CosDictPut(page, A("Annots"), Arr({}));
+        CosArrayAppend(CosDictGet(page, A("Annots")), a);
         return a;
     }
-    void SetAppearance(CosObj annot, CosObj form) {
-        CosObj ap = CosNewDict(doc, false);
-        CosDictPut(ap, cosnames::N, form);
-        CosDictPut(annot, A("AP"), ap);
-    }
+    void SetAppearance(CosObj annot, CosObj form) { CosDictPut(annot, A("AP"), Dict({{"N", form}})); }
     ASInt32 AnnotCount(CosObj page) { return CosArrayLength(CosDictGet(page, A("Annots"))); }
     // The resource name the flattened content draws `obj` under.
     std::string NameOf(CosObj page, CosObj obj) {
-        CosObj xo = CosDictGet(CosDictGet(page, cosnames::Resources), A("XObject"));
+        CosObj xo = Res(page, "XObject");
         for (ASInt32 i = 0; i < CosDictCount(xo); ++i)
             if (CosObjEqual(CosDictValueAt(xo, i), obj)) return ASAtomGetString(CosDictKeyAt(xo, i));
         return "";
@@ -119,13 +109,9 @@ TEST_F(AnnotFlattenTest, StateSelectedByASIsTheOneDrawn) {
     CosObj on = Form("0 g 0 0 5 5 re f", {0, 0, 5, 5});
     CosObj off = Form("", {0, 0, 5, 5});
     CosObj a = Annot(page, "Widget", {0, 0, 5, 5});
-    CosObj states = CosNewDict(doc, false);
-    CosDictPut(states, A("On"), on);
-    CosDictPut(states, A("Off"), off);
-    CosObj ap = CosNewDict(doc, false);
-    CosDictPut(ap, cosnames::N, states);
+    CosObj ap = Dict({{"N", Dict({{"On", on}, {"Off", off}})}});
     CosDictPut(a, A("AP"), ap);
-    CosDictPutName(a, A("AS"), false, A("On"));
+    CosDictPut(a, A("AS"), Name("On"));
     Flatten(page);
     EXPECT_EQ(NameOf(page, on), "TMRAnnot1");
     EXPECT_EQ(NameOf(page, off), "");
@@ -143,18 +129,18 @@ TEST_F(AnnotFlattenTest, StateSelectedByASIsTheOneDrawn) {
 
 TEST_F(AnnotFlattenTest, HiddenNoViewAndInvisibleUnknownTypesAreRemovedUndrawn) {
     CosObj page = AddPage("0 g");
-    CosObj form = Form("0 0 1 1 re f", {0, 0, 1, 1});
+    CosObj form = Form("0 0 1 1 re f");
     struct Case {
         const char* subtype;
         int flags;
     } cases[] = {{"Square", 2}, {"Square", 32}, {"MadeUpType", 1}};
     for (const Case& k : cases) {
-        CosObj a = Annot(page, k.subtype, {0, 0, 1, 1});
+        CosObj a = Annot(page, k.subtype);
         SetAppearance(a, form);
         CosDictPutInteger(a, A("F"), k.flags);
     }
     // Invisible alone does not hide a standard type; Print does not matter.
-    CosObj shown = Annot(page, "Circle", {0, 0, 1, 1});
+    CosObj shown = Annot(page, "Circle");
     SetAppearance(shown, form);
     CosDictPutInteger(shown, A("F"), 1 | 4);
     auto c = Flatten(page);
@@ -169,7 +155,7 @@ TEST_F(AnnotFlattenTest, HiddenNoViewAndInvisibleUnknownTypesAreRemovedUndrawn) 
 TEST_F(AnnotFlattenTest, PopupsGoWithTheirParentsAndRemoveDrawsNothing) {
     CosObj page = AddPage("0 g");
     CosObj text = Annot(page, "Text", {10, 10, 30, 30});
-    SetAppearance(text, Form("0 0 1 1 re f", {0, 0, 1, 1}));
+    SetAppearance(text, Form("0 0 1 1 re f"));
     CosObj popup = Annot(page, "Popup", {40, 40, 200, 100});
     CosDictPut(popup, A("Parent"), text);
     CosDictPut(text, A("Popup"), popup);
@@ -202,10 +188,7 @@ TEST_F(AnnotFlattenTest, PopupsGoWithTheirParentsAndRemoveDrawsNothing) {
 TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     CosObj page = AddPage("");
     // A radio group: one field, two widgets as its kids.
-    CosObj field = CosNewDict(doc, true);
-    CosDictPut(field, A("T"), CosNewString(doc, false, "choice"));
-    CosObj kids = CosNewArray(doc, false);
-    CosDictPut(field, A("Kids"), kids);
+    CosObj kids = Arr({}), field = Dict({{"T", Str("choice")}, {"Kids", kids}}, true);
     for (int i = 0; i < 2; ++i) {
         CosObj w = Annot(page, "Widget", {double(i * 20), 0, double(i * 20 + 10), 10});
         CosDictPut(w, A("Parent"), field);
@@ -214,11 +197,11 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     }
     // A field and widget in one dictionary, drawn.
     CosObj merged = Annot(page, "Widget", {50, 0, 60, 10});
-    CosDictPut(merged, A("T"), CosNewString(doc, false, "name"));
+    CosDictPut(merged, A("T"), Str("name"));
     SetAppearance(merged, Form("", {0, 0, 10, 10}));
     // A field whose one widget has no appearance: removed, not drawn.
     CosObj bare = Annot(page, "Widget", {70, 0, 80, 10});
-    CosDictPut(bare, A("T"), CosNewString(doc, false, "empty"));
+    CosDictPut(bare, A("T"), Str("empty"));
     pipeline::FieldTally tally;
     auto ctx = Ctx();
     auto c = FlattenPageAnnotations(page, AnnotAction::Keep, AnnotAction::Flatten, ctx, &tally);
@@ -247,32 +230,30 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
 }
 
 TEST_F(AnnotFlattenTest, FieldsTheFormAsksViewersToDrawAreReported) {
-    CosObj form = CosNewDict(doc, true);
-    CosDictPut(form, A("NeedAppearances"), CosNewBoolean(doc, false, true));
-    CosDictPut(CosDocGetRoot(doc), A("AcroForm"), form);
+    CosDictPut(cat, A("AcroForm"), Dict({{"NeedAppearances", Bool(true)}}, true));
     CosObj page = AddPage("");
     CosObj w = Annot(page, "Widget", {0, 0, 10, 10});
-    CosDictPut(w, A("T"), CosNewString(doc, false, "text"));
+    CosDictPut(w, A("T"), Str("text"));
     auto c = Flatten(page);
     EXPECT_EQ(c.widgetsRemoved, 1);
-    EXPECT_NE(cap.All().find("asks viewers to make one"), std::string::npos);
+    EXPECT_TRUE(cap.Logged("asks viewers to make one"));
 }
 
 TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
     CosObj page = AddPage("");
     CosObj noRect = Annot(page, "Square", {});
-    SetAppearance(noRect, Form("", {0, 0, 1, 1}));
-    CosObj badBox = Annot(page, "Square", {0, 0, 1, 1});
-    CosObj box = Form("", {0, 0, 1, 1});
-    CosDictPut(box, cosnames::BBox, CosNewName(doc, false, A("Nonsense")));
+    SetAppearance(noRect, Form(""));
+    CosObj badBox = Annot(page, "Square");
+    CosObj box = Form("");
+    CosDictPut(box, cosnames::BBox, Name("Nonsense"));
     SetAppearance(badBox, box);
-    CosObj badData = Annot(page, "Square", {0, 0, 1, 1});
-    CosObj broken = Form("this is no flate data", {0, 0, 1, 1});
-    CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
+    CosObj badData = Annot(page, "Square");
+    CosObj broken = Form("this is no flate data");
+    CosDictPut(broken, A("Filter"), Name("FlateDecode"));
     SetAppearance(badData, broken);
-    CosArrayAppend(CosDictGet(page, A("Annots")), CosNewInteger(doc, false, 7));
-    CosObj good = Annot(page, "Square", {0, 0, 1, 1});
-    SetAppearance(good, Form("0 0 1 1 re f", {0, 0, 1, 1}));
+    CosArrayAppend(CosDictGet(page, A("Annots")), Int(7));
+    CosObj good = Annot(page, "Square");
+    SetAppearance(good, Form("0 0 1 1 re f"));
 
     auto c = Flatten(page);
     EXPECT_EQ(c.annotsTotal, 4);
@@ -283,25 +264,22 @@ TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
     EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 0), noRect));
     EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 1), badBox));
     EXPECT_TRUE(CosObjEqual(CosArrayGet(left, 2), badData));
-    std::string log = cap.All();
-    EXPECT_NE(log.find("no usable Rect"), std::string::npos);
-    EXPECT_NE(log.find("no usable BBox"), std::string::npos);
-    EXPECT_NE(log.find("cannot be read"), std::string::npos);
-    EXPECT_NE(log.find("not a dictionary"), std::string::npos);
+    for (const char* text : {"no usable Rect", "no usable BBox", "cannot be read", "not a dictionary"})
+        EXPECT_TRUE(cap.Logged(text)) << text;
 
     // Annots of the wrong kind: a warning, nothing else.
     CosObj page2 = AddPage("0 g");
-    CosDictPut(page2, A("Annots"), CosNewName(doc, false, A("Oops")));
+    CosDictPut(page2, A("Annots"), Name("Oops"));
     auto c2 = Flatten(page2);
     EXPECT_EQ(c2.annotsTotal, 0);
     EXPECT_EQ(Content(page2), "0 g");
-    EXPECT_NE(cap.All().find("not an array"), std::string::npos);
+    EXPECT_TRUE(cap.Logged("not an array"));
 }
 
 TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
     CosObj page = AddPage("Q Q q 1 0 0 1 5 5 cm BT /F1 1 Tf");
-    CosObj a = Annot(page, "Square", {0, 0, 1, 1});
-    SetAppearance(a, Form("", {0, 0, 1, 1}));
+    CosObj a = Annot(page, "Square");
+    SetAppearance(a, Form(""));
     Flatten(page);
     // Three q: one per stray Q and one of our own; the text object is
     // closed and the two states left open are restored.
@@ -313,7 +291,7 @@ TEST_F(AnnotFlattenTest, ContentThatCannotBeDecodedIsKept) {
     CosObj page = AddPage("");
     CosObj broken = CosDictGet(page, cosnames::Contents);
     CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
-    SetAppearance(Annot(page, "Square", {0, 0, 1, 1}), Form("", {0, 0, 1, 1}));
+    SetAppearance(Annot(page, "Square"), Form(""));
     Flatten(page);
     CosObj contents = CosDictGet(page, cosnames::Contents);
     ASSERT_EQ(CosObjGetType(contents), kCosArray);
@@ -323,17 +301,13 @@ TEST_F(AnnotFlattenTest, ContentThatCannotBeDecodedIsKept) {
 
 TEST_F(AnnotFlattenTest, SharedOrInheritedResourcesAreCopiedBeforeTheyChange) {
     // Both pages inherit the page tree's resources.
-    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
-    CosObj inherited = CosNewDict(doc, true);
-    CosObj xo = CosNewDict(doc, true);
-    CosObj logo = Form("", {0, 0, 1, 1});
-    CosDictPut(xo, A("Logo"), logo);
-    CosDictPut(inherited, A("XObject"), xo);
+    CosObj logo = Form("");
+    CosObj xo = Dict({{"Logo", logo}}, true), inherited = Dict({{"XObject", xo}}, true);
     CosDictPut(pages, cosnames::Resources, inherited);
     CosObj p1 = AddPage("/Logo Do", false);
     CosObj p2 = AddPage("/Logo Do", false);
-    CosObj ap = Form("", {0, 0, 1, 1});
-    SetAppearance(Annot(p1, "Square", {0, 0, 1, 1}), ap);
+    CosObj ap = Form("");
+    SetAppearance(Annot(p1, "Square"), ap);
     // The same appearance twice on the page is entered once.
     SetAppearance(Annot(p1, "Square", {0, 0, 2, 2}), ap);
     Flatten(p1);
@@ -353,10 +327,9 @@ TEST_F(AnnotFlattenTest, SharedOrInheritedResourcesAreCopiedBeforeTheyChange) {
 TEST_F(AnnotFlattenTest, AnAnnotsArraySharedByPagesIsCopiedFirst) {
     CosObj p1 = AddPage("");
     CosObj p2 = AddPage("");
-    CosObj a = Annot(p1, "Square", {0, 0, 1, 1});
-    SetAppearance(a, Form("", {0, 0, 1, 1}));
-    CosObj shared = CosNewArray(doc, true);
-    CosArrayAppend(shared, a);
+    CosObj a = Annot(p1, "Square");
+    SetAppearance(a, Form(""));
+    CosObj shared = Arr({a}, true);
     CosDictPut(p1, A("Annots"), shared);
     CosDictPut(p2, A("Annots"), shared);
     Flatten(p1);
@@ -369,11 +342,8 @@ TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
     CosObj page = AddPage("");
     // A movie without appearance shows its poster image over its rectangle.
     CosObj movie = Annot(page, "Movie", {10, 20, 110, 70});
-    CosObj poster = Stream(std::string(4, '\xff'));
-    CosDictPutName(poster, A("Subtype"), false, A("Image"));
-    CosObj mdict = CosNewDict(doc, false);
-    CosDictPut(mdict, A("Poster"), poster);
-    CosDictPut(movie, A("Movie"), mdict);
+    CosObj poster = Stream(std::string(4, '\xff'), Dict({{"Subtype", Name("Image")}}));
+    CosDictPut(movie, A("Movie"), Dict({{"Poster", poster}}));
     // A link without appearance gets the border a viewer strokes, on the
     // rectangle's edges, in its colour.
     CosObj link = Annot(page, "Link", {0, 0, 50, 10});
@@ -384,10 +354,9 @@ TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
     CosDictPut(plain, A("Border"), Array({0, 0, 0}));
     CosDictPut(plain, A("C"), Array({1, 0, 0}));
     // An annotation in optional content stays in it.
-    CosObj layered = Annot(page, "Square", {0, 0, 1, 1});
-    SetAppearance(layered, Form("", {0, 0, 1, 1}));
-    CosObj ocg = CosNewDict(doc, true);
-    CosDictPutName(ocg, A("Type"), false, A("OCG"));
+    CosObj layered = Annot(page, "Square");
+    SetAppearance(layered, Form(""));
+    CosObj ocg = Dict({{"Type", Name("OCG")}}, true);
     CosDictPut(layered, A("OC"), ocg);
 
     auto c = Flatten(page);
@@ -399,8 +368,7 @@ TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
               "q 1 0 0 RG 2 w 0 0 50 10 re S Q "
               "/OC /TMROC1 BDC q 1 0 0 1 0 0 cm /TMRAnnot2 Do Q EMC ");
     EXPECT_EQ(NameOf(page, poster), "TMRAnnot1");
-    CosObj props = CosDictGet(CosDictGet(page, cosnames::Resources), A("Properties"));
-    EXPECT_TRUE(CosObjEqual(CosDictGet(props, A("TMROC1")), ocg));
+    EXPECT_TRUE(CosObjEqual(CosDictGet(Res(page, "Properties"), A("TMROC1")), ocg));
 }
 
 TEST_F(AnnotFlattenTest, OperationFollowsTheSettingsWords) {
@@ -413,12 +381,12 @@ TEST_F(AnnotFlattenTest, OperationFollowsTheSettingsWords) {
     EXPECT_TRUE(op->Enabled(prefs));
 
     CosObj page = AddPage("");
-    SetAppearance(Annot(page, "Square", {0, 0, 1, 1}), Form("", {0, 0, 1, 1}));
-    CosObj w = Annot(page, "Widget", {0, 0, 1, 1});
-    SetAppearance(w, Form("", {0, 0, 1, 1}));
+    SetAppearance(Annot(page, "Square"), Form(""));
+    CosObj w = Annot(page, "Widget");
+    SetAppearance(w, Form(""));
     auto ctx = Ctx();
     op->Apply(page, ctx);
-    EXPECT_NE(cap.All().find("\tFlattening annotations...\n"), std::string::npos);
+    EXPECT_TRUE(cap.Logged("\tFlattening annotations...\n"));
     EXPECT_EQ(Stat("Annots_Flattened"), 1);
     // Widgets are kept when only annotations are asked for.
     EXPECT_EQ(Stat("AcroForms_Total"), 0);

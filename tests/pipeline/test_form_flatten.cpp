@@ -1,12 +1,12 @@
 // Flattening form XObjects into page content, and removing transparency
 // that has no visible effect, on documents built here.
-#include "flatten_fixture.h"
 #include "pipeline/FormXObjectFlatten.h"
 #include "pipeline/Transparency.h"
+#include "pipeline_fixture.h"
 
 namespace {
 
-using namespace flattentest;
+using namespace pipetest;
 
 // "L" followed by the number, and the operator that draws it (built in
 // steps: g++ 12 warns falsely about a literal added to a temporary string).
@@ -28,25 +28,6 @@ protected:
         auto ctx = Ctx();
         return pipeline::FlattenPageFormXObjects(page, ctx);
     }
-    void Put(CosObj dict, const char* category, const char* name, CosObj value) {
-        CosObj res = CosDictGet(dict, cosnames::Resources);
-        if (CosObjIsNull(res)) {
-            res = CosNewDict(doc, false);
-            CosDictPut(dict, cosnames::Resources, res);
-        }
-        CosObj cat = CosDictGet(res, A(category));
-        if (CosObjIsNull(cat)) {
-            cat = CosNewDict(doc, false);
-            CosDictPut(res, A(category), cat);
-        }
-        CosDictPut(cat, A(name), value);
-    }
-    CosObj Font(const char* base) {
-        CosObj f = CosNewDict(doc, true);
-        CosDictPutName(f, A("Type"), false, A("Font"));
-        CosDictPutName(f, A("BaseFont"), false, A(base));
-        return f;
-    }
 };
 
 TEST_F(FormFlattenTest, FormContentReplacesItsDoWithMatrixClipAndMergedResources) {
@@ -64,13 +45,13 @@ TEST_F(FormFlattenTest, FormContentReplacesItsDoWithMatrixClipAndMergedResources
     EXPECT_EQ(Flatten(page), 1);
     EXPECT_EQ(Content(page),
               "0 g q 0 1 -1 0 10 20 cm 0 0 100 50 re W n BT /F1_1 12 Tf (a) Tj /F2 10 Tf (b) Tj /F3 9 Tf ET \nQ 1 g ");
-    CosObj fonts = CosDictGet(CosDictGet(page, cosnames::Resources), A("Font"));
+    CosObj fonts = Res(page, "Font");
     EXPECT_TRUE(CosObjEqual(CosDictGet(fonts, A("F1")), pageFont));
     EXPECT_TRUE(CosObjEqual(CosDictGet(fonts, A("F1_1")), formFont));
     EXPECT_TRUE(CosObjEqual(CosDictGet(fonts, A("F2")), other));
     EXPECT_TRUE(CosObjEqual(CosDictGet(fonts, A("F3")), pageFont));
     // The page no longer draws the form; the form itself is untouched.
-    EXPECT_TRUE(CosObjIsNull(CosDictGet(CosDictGet(CosDictGet(page, cosnames::Resources), A("XObject")), A("Fm0"))));
+    EXPECT_FALSE(Has(Res(page, "XObject"), "Fm0"));
     EXPECT_EQ(CosStreamDecodedData(form), formBefore);
     EXPECT_EQ(CosArrayLength(CosDictGet(form, A("Matrix"))), 6);
 }
@@ -84,44 +65,37 @@ TEST_F(FormFlattenTest, NestedFormsFlattenAndAFormThatDrawsItselfStaysADo) {
     Put(page, "XObject", "X", a);
     EXPECT_EQ(Flatten(page), 2);
     EXPECT_EQ(Content(page), "q 0 0 10 10 re W n 0 g q 1 0 0 1 2 3 cm 0 0 5 5 re W n 1 g \nQ /A Do \nQ ");
-    CosObj xo = CosDictGet(CosDictGet(page, cosnames::Resources), A("XObject"));
+    CosObj xo = Res(page, "XObject");
     EXPECT_TRUE(CosObjEqual(CosDictGet(xo, A("A")), a));
-    EXPECT_TRUE(CosObjIsNull(CosDictGet(xo, A("X"))));
-    EXPECT_TRUE(CosObjIsNull(CosDictGet(xo, A("B"))));
+    EXPECT_FALSE(Has(xo, "X") || Has(xo, "B"));
 }
 
 TEST_F(FormFlattenTest, AFormsStrayOperatorsStayInsideIt) {
     CosObj page = AddPage("/BDC1 BMC /F Do EMC");
     // An EMC and a Q the form did not open are dropped; what it leaves open
     // (a state, a text object, a marked sequence) is closed after it.
-    CosObj form = Form("EMC Q q 1 0 0 1 5 5 cm /Tag BMC BT", {0, 0, 1, 1});
-    Put(page, "XObject", "F", form);
+    Put(page, "XObject", "F", Form("EMC Q q 1 0 0 1 5 5 cm /Tag BMC BT"));
     EXPECT_EQ(Flatten(page), 1);
     EXPECT_EQ(Content(page), "/BDC1 BMC q 0 0 1 1 re W n q 1 0 0 1 5 5 cm /Tag BMC BT \nET EMC Q Q EMC ");
 }
 
 TEST_F(FormFlattenTest, FormsThatCannotBecomePageContentKeepTheirDo) {
     CosObj page = AddPage("/G Do /O Do /B Do /D Do /P Do /U Do /T Do /Ok Do");
-    CosObj group = Form("0 g", {0, 0, 1, 1});
-    CosDictPut(group, A("Group"), CosNewDict(doc, false));
-    CosObj oc = Form("0 g", {0, 0, 1, 1});
-    CosDictPut(oc, A("OC"), CosNewDict(doc, false));
-    CosObj badBox = Form("0 g", {0, 0, 1});
-    CosObj broken = Form("not flate", {0, 0, 1, 1});
-    CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
-    CosObj ownPattern = Form("0 g", {0, 0, 1, 1});
-    Put(ownPattern, "Pattern", "P0", CosNewDict(doc, true));
+    CosObj group = Form("0 g"), oc = Form("0 g"), badBox = Form("0 g", {0, 0, 1}), broken = Form("not flate");
+    CosDictPut(group, A("Group"), Dict());
+    CosDictPut(oc, A("OC"), Dict());
+    CosDictPut(broken, A("Filter"), Name("FlateDecode"));
+    CosObj ownPattern = Form("0 g");
+    Put(ownPattern, "Pattern", "P0", Dict(true));
     // A pattern of the page used inside a form would be placed in the
     // page's space instead of the form's: the output is taken back.
-    CosObj usesPattern = Form("/Pattern cs /P9 scn 0 0 1 1 re f", {0, 0, 1, 1});
-    Put(page, "Pattern", "P9", CosNewDict(doc, true));
+    CosObj usesPattern = Form("/Pattern cs /P9 scn 0 0 1 1 re f");
+    Put(page, "Pattern", "P9", Dict(true));
     // A Type 3 font without resources of its own would look its glyphs'
     // names up in the form's resources.
-    CosObj type3 = Form("", {0, 0, 1, 1});
-    CosObj t3font = Font("T3");
-    CosDictPutName(t3font, A("Subtype"), false, A("Type3"));
-    Put(type3, "Font", "T", t3font);
-    CosObj ok = Form("0.5 g", {0, 0, 1, 1});
+    CosObj type3 = Form("");
+    CosDictPut(Put(type3, "Font", "T", Font("T3")), A("Subtype"), Name("Type3"));
+    CosObj ok = Form("0.5 g");
     for (auto [n, f] : {std::pair{"G", group}, {"O", oc}, {"B", badBox}, {"D", broken}, {"P", ownPattern},
                         {"U", usesPattern}, {"T", type3}, {"Ok", ok}})
         Put(page, "XObject", n, f);
@@ -137,15 +111,10 @@ TEST_F(FormFlattenTest, FormsThatCannotBecomePageContentKeepTheirDo) {
 }
 
 TEST_F(FormFlattenTest, InheritedResourcesAreCopiedNotChanged) {
-    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
-    CosObj shared = CosNewDict(doc, true);
+    CosObj form = Form("BT /F1 5 Tf ET");
+    CosObj font = Put(form, "Font", "F1", Font("Form"));
+    CosObj xo = Dict({{"Fm", form}}, true), shared = Dict({{"XObject", xo}}, true);
     CosDictPut(pages, cosnames::Resources, shared);
-    CosObj form = Form("BT /F1 5 Tf ET", {0, 0, 1, 1});
-    CosObj font = Font("Form");
-    Put(form, "Font", "F1", font);
-    CosObj xo = CosNewDict(doc, true);
-    CosDictPut(xo, A("Fm"), form);
-    CosDictPut(shared, A("XObject"), xo);
     CosObj p1 = AddPage("/Fm Do", false);
     CosObj p2 = AddPage("/Fm Do", false);
     EXPECT_EQ(Flatten(p1), 1);
@@ -165,7 +134,7 @@ TEST_F(FormFlattenTest, NestingStopsAtTheBound) {
     CosObj page = AddPage("/L0 Do");
     const int depth = pipeline::kMaxFlattenDepth + 3;
     std::vector<CosObj> forms;
-    for (int i = 0; i < depth; ++i) forms.push_back(Form(DrawL(i + 1), {0, 0, 1, 1}));
+    for (int i = 0; i < depth; ++i) forms.push_back(Form(DrawL(i + 1)));
     for (int i = 0; i + 1 < depth; ++i)
         Put(forms[size_t(i)], "XObject", L(i + 1).c_str(), forms[size_t(i + 1)]);
     Put(page, "XObject", "L0", forms[0]);
@@ -181,7 +150,7 @@ TEST_F(FormFlattenTest, FormsDrawingFormsManyTimesStopAtTheContentBound) {
     std::vector<CosObj> forms;
     std::string tenTimes;
     for (int i = 0; i < 10; ++i) tenTimes += "/N Do ";
-    for (int i = 0; i < 14; ++i) forms.push_back(Form(tenTimes, {0, 0, 1, 1}));
+    for (int i = 0; i < 14; ++i) forms.push_back(Form(tenTimes));
     for (int i = 0; i + 1 < 14; ++i) Put(forms[size_t(i)], "XObject", "N", forms[size_t(i + 1)]);
     Put(page, "XObject", "L0", forms[0]);
     auto ctx = Ctx();
@@ -203,47 +172,30 @@ protected:
         auto ctx = Ctx();
         return pipeline::RemoveInvisibleTransparency(ctx);
     }
-    CosObj State(std::initializer_list<std::pair<const char*, CosObj>> entries) {
-        CosObj gs = CosNewDict(doc, true);
-        for (auto& [k, v] : entries) CosDictPut(gs, A(k), v);
-        return gs;
-    }
-    CosObj Name(const char* n) { return CosNewName(doc, false, A(n)); }
-    void Group(CosObj page) {
-        CosObj g = CosNewDict(doc, false);
-        CosDictPutName(g, A("S"), false, A("Transparency"));
-        CosDictPut(page, A("Group"), g);
-    }
+    void Group(CosObj page) { CosDictPut(page, A("Group"), Dict({{"S", Name("Transparency")}})); }
     CosObj Image(const std::string& samples, int w, int h, int bpc) {
-        CosObj img = Stream(samples);
-        CosDictPutName(img, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(img, A("Width"), w);
-        CosDictPutInteger(img, A("Height"), h);
-        CosDictPutInteger(img, A("BitsPerComponent"), bpc);
-        return img;
+        return Stream(samples, Dict({{"Subtype", Name("Image")}, {"Width", Int(w)}, {"Height", Int(h)},
+                                     {"BitsPerComponent", Int(bpc)}}));
     }
 };
 
 TEST_F(TransparencyTest, InitialValuesGoOnlyWhereNoStateSetsAnotherValue) {
     CosObj p1 = AddPage("/S1 gs");
-    CosObj s1 = State({{"CA", Num(1)}, {"ca", Num(1)}, {"BM", Name("Normal")}, {"SMask", Name("None")},
-                       {"LW", Num(2)}});
-    Put(p1, "ExtGState", "S1", s1);
+    CosObj s1 = Put(p1, "ExtGState", "S1",
+                    Dict({{"CA", Num(1)}, {"ca", Num(1)}, {"BM", Name("Normal")}, {"SMask", Name("None")},
+                          {"LW", Num(2)}}, true));
     Group(p1);
     CosObj p2 = AddPage("/S2 gs");
-    Put(p2, "ExtGState", "S2", State({{"CA", Num(0.5)}}));
+    Put(p2, "ExtGState", "S2", Dict({{"CA", Num(0.5)}}, true));
     Group(p2);
     auto c = Run();
     // CA 1 may undo CA 0.5 set earlier, so it stays.
-    EXPECT_TRUE(CosDictKnown(s1, A("CA")));
-    EXPECT_FALSE(CosDictKnown(s1, A("ca")));
-    EXPECT_FALSE(CosDictKnown(s1, A("BM")));
-    EXPECT_FALSE(CosDictKnown(s1, A("SMask")));
-    EXPECT_TRUE(CosDictKnown(s1, A("LW")));
+    EXPECT_TRUE(Has(s1, "CA") && Has(s1, "LW"));
+    EXPECT_FALSE(Has(s1, "ca") || Has(s1, "BM") || Has(s1, "SMask"));
     EXPECT_EQ(c.entries, 3);
     // The first page has no transparency and loses its group.
-    EXPECT_FALSE(CosDictKnown(p1, A("Group")));
-    EXPECT_TRUE(CosDictKnown(p2, A("Group")));
+    EXPECT_FALSE(Has(p1, "Group"));
+    EXPECT_TRUE(Has(p2, "Group"));
     EXPECT_EQ(c.pageGroups, 1);
 }
 
@@ -262,37 +214,24 @@ TEST_F(TransparencyTest, OnlyOpaqueSoftMasksGo) {
     CosDictPut(matte, A("SMask"), matteMask);
     CosObj partial = Image("xxxx", 2, 2, 8);
     CosDictPut(partial, A("SMask"), Image("\xff\xff\xff\x80", 2, 2, 8));
-    Put(page, "XObject", "A", opaque8);
-    Put(page, "XObject", "B", opaque1);
-    Put(page, "XObject", "C", matte);
-    Put(page, "XObject", "D", partial);
+    for (auto [n, img] : {std::pair{"A", opaque8}, {"B", opaque1}, {"C", matte}, {"D", partial}})
+        Put(page, "XObject", n, img);
     auto c = Run();
-    EXPECT_FALSE(CosDictKnown(opaque8, A("SMask")));
-    EXPECT_FALSE(CosDictKnown(opaque1, A("SMask")));
-    EXPECT_FALSE(CosDictKnown(opaque1, A("SMaskInData")));
-    EXPECT_TRUE(CosDictKnown(matte, A("SMask")));
-    EXPECT_TRUE(CosDictKnown(partial, A("SMask")));
+    EXPECT_FALSE(Has(opaque8, "SMask") || Has(opaque1, "SMask") || Has(opaque1, "SMaskInData"));
+    EXPECT_TRUE(Has(matte, "SMask") && Has(partial, "SMask"));
     EXPECT_EQ(c.softMasks, 3);
     // What is left is transparent: the page keeps its group.
-    EXPECT_TRUE(CosDictKnown(page, A("Group")));
+    EXPECT_TRUE(Has(page, "Group"));
 
     // A transparency group of a form inside an annotation appearance
     // keeps the page's group as well.
     CosObj page2 = AddPage("");
     Group(page2);
-    CosObj grouped = Form("", {0, 0, 1, 1});
-    CosDictPut(grouped, A("Group"), CosNewDict(doc, false));
-    CosObj ap = Form("/G Do", {0, 0, 1, 1});
-    Put(ap, "XObject", "G", grouped);
-    CosObj annot = CosNewDict(doc, true);
-    CosObj apd = CosNewDict(doc, false);
-    CosDictPut(apd, cosnames::N, ap);
-    CosDictPut(annot, A("AP"), apd);
-    CosObj annots = CosNewArray(doc, false);
-    CosArrayAppend(annots, annot);
-    CosDictPut(page2, A("Annots"), annots);
+    CosObj ap = Form("/G Do");
+    CosDictPut(Put(ap, "XObject", "G", Form("")), A("Group"), Dict());
+    CosDictPut(page2, A("Annots"), Arr({Dict({{"AP", Dict({{"N", ap}})}}, true)}));
     Run();
-    EXPECT_TRUE(CosDictKnown(page2, A("Group")));
+    EXPECT_TRUE(Has(page2, "Group"));
 }
 
 }  // namespace

@@ -1,84 +1,48 @@
 // The image reduction step with a finder made for the test: counters,
-// class settings, warnings for bad images and progress.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
-#include <vector>
-
-#include "base/Log.h"
-#include "filters/Filters.h"
-#include "pdfcore/CosDoc.h"
+// class settings, warnings for bad images and progress; and the mono class,
+// a bilevel image reduced to JBIG2 with the real coder and read back by the
+// JBIG2Decode filter.
 #include "pipeline/ImageReduction.h"
-#include "pipeline/Operations.h"
-#include "pipeline/Report.h"
-#include "settings/TrimoraPreferences.h"
+#include "pipeline_fixture.h"
 
 using namespace pipeline;
+using namespace pipetest;
 
 namespace {
-
-ASAtom A(const char* s) { return ASAtomFromString(s); }
 
 struct Fractions : ProgressSink {
     std::vector<double> seen;
     void Completed(double f) override { seen.push_back(f); }
 };
 
-std::string ReadAll(FILE* f) {
-    fflush(f);
-    rewind(f);
-    std::string s;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-    return s;
-}
-
-class ImageStep : public ::testing::Test {
+class ImageStep : public DocTest {
 protected:
-    void SetUp() override {
-        out = tmpfile();
-        err = tmpfile();
-        log.SetConsoleStreams(out, err);
-        log.SetFileLoggingAllowed(false);
-        log.SetChannelOff(Log::kDebug, false);
-        log.SetDestinations(Log::kDebug, LogToStdout);
-        log.SetProgressSink(&sink);
-        prefs.SetLog(&log);
-        Statistics(prefs.StatisticsDict()).Reset();
-        pd = PDDocCreate();
-        doc = PDDocGetCosDoc(pd);
-    }
-    void TearDown() override {
-        PDDocClose(pd);
-        fclose(out);
-        fclose(err);
-    }
+    ImageStep() : DocTest(true) { cap.log.SetProgressSink(&sink); }
     CosObj Image(int w, int h, const char* cs, int bpc, const std::vector<uint8_t>& raw) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(d, A("Width"), w);
-        CosDictPutInteger(d, A("Height"), h);
-        CosDictPutInteger(d, A("BitsPerComponent"), bpc);
-        CosDictPutName(d, A("ColorSpace"), false, A(cs));
-        CosDictPutName(d, A("Filter"), false, A("FlateDecode"));
-        return CosNewStream(doc, d, filters::FlateEncode(raw, 6));
+        CosObj img = DocTest::Image(w, h, raw, cs);
+        CosDictPutInteger(img, A("BitsPerComponent"), bpc);
+        return img;
     }
     static std::vector<uint8_t> Ramp(size_t n, int period) {
         std::vector<uint8_t> v(n);
         for (size_t i = 0; i < n; ++i) v[i] = uint8_t((i * 7 + i / size_t(period)) % 251);
         return v;
     }
-    ASInt32 Count(const char* key) { return Statistics(prefs.StatisticsDict()).Get(key); }
+    // Runs the step with a finder that gives `images`, each at its resolution.
+    void Reduce(std::initializer_list<std::pair<CosObj, double>> images) {
+        OperationRegistry reg;
+        reg.Add(MakeImageReduction([&](PDDoc, Log&) {
+            images::ImageCollector col;
+            for (auto [img, ppi] : images) col.Add(img, ppi, ppi);
+            return col.TakeImages();
+        }));
+        auto ops = reg.DocumentOperations(DocumentPoint::ImageReduction, prefs);
+        ASSERT_EQ(ops.size(), 1u);
+        auto ctx = Ctx(-1);
+        EXPECT_EQ(RunDocumentOperations(ops, ctx), 0);
+    }
 
-    FILE* out = nullptr;
-    FILE* err = nullptr;
-    Log log;
     Fractions sink;
-    CTrimoraPreferences prefs;
-    PDDoc pd = nullptr;
-    CosDoc doc = nullptr;
 };
 
 }  // namespace
@@ -102,25 +66,12 @@ TEST_F(ImageStep, ReducesEachClassWithItsSettingsAndCounts) {
     CosObj mono = Image(64, 64, "DeviceGray", 1, std::vector<uint8_t>(8 * 64, 0x55));
     CosObj broken = Image(300, 300, "DeviceRGB", 8, std::vector<uint8_t>(10, 1));
     CosObj slight = Image(300, 300, "DeviceGray", 8, Ramp(300 * 300, 300));
-    auto finder = [&](PDDoc, Log&) {
-        images::ImageCollector col;
-        col.Add(colour, 600, 600);
-        col.Add(gray, 300, 300);
-        col.Add(gray, 600, 600);  // its sharpest placement counts
-        col.Add(mono, 1200, 1200);
-        col.Add(broken, 600, 600);
-        col.Add(slight, 200, 200);  // below the threshold: only recompressed
-        return col.TakeImages();
-    };
-    OperationRegistry reg;
-    reg.Add(MakeImageReduction(finder));
-    auto ops = reg.DocumentOperations(DocumentPoint::ImageReduction, prefs);
-    ASSERT_EQ(ops.size(), 1u);
-    RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), log};
-    EXPECT_EQ(RunDocumentOperations(ops, ctx), 0);
+    // The gray image's sharpest placement counts; the slight one is below
+    // the threshold and only recompressed.
+    Reduce({{colour, 600}, {gray, 300}, {gray, 600}, {mono, 1200}, {broken, 600}, {slight, 200}});
 
-    EXPECT_EQ(Count("Images_Total"), 5);
-    EXPECT_EQ(Count("Images_ToBeProcessed"), 4);  // the bilevel image is not this step's
+    EXPECT_EQ(Stat("Images_Total"), 5);
+    EXPECT_EQ(Stat("Images_ToBeProcessed"), 4);  // the bilevel image is not this step's
     EXPECT_EQ(CosDictGetInt(colour, A("Width"), 0), 75);
     EXPECT_EQ(ASAtomGetString(CosDictGetName(colour, A("Filter"))), std::string("DCTDecode"));
     EXPECT_EQ(CosDictGetInt(gray, A("Width"), 0), 50);
@@ -129,17 +80,16 @@ TEST_F(ImageStep, ReducesEachClassWithItsSettingsAndCounts) {
     EXPECT_EQ(CosDictGetInt(broken, A("Width"), 0), 300);
     EXPECT_EQ(CosDictGetInt(slight, A("Width"), 0), 300);
     // The colour and gray images, and the one recompressed without downsampling.
-    EXPECT_EQ(Count("Images_Processed"), 3);
+    EXPECT_EQ(Stat("Images_Processed"), 3);
     EXPECT_LT(CosStreamEncodedLength(slight), filters::FlateEncode(Ramp(300 * 300, 300), 6).size());
     EXPECT_EQ(CosStreamDecodedData(slight), Ramp(300 * 300, 300));  // losslessly
-    EXPECT_EQ(BuildReport(ReportInputs{}, Statistics(prefs.StatisticsDict()), "   "),
-              "   Reduced 3 of 5 images in size\n");
+    EXPECT_EQ(Report(), "   Reduced 3 of 5 images in size\n");
 
-    const std::string e = ReadAll(err);
+    const std::string e = cap.Err();
     EXPECT_NE(e.find("Image " + std::to_string(CosObjGetID(broken)) + " 0 R left as it was: image data is shorter"),
               std::string::npos)
         << e;
-    EXPECT_NE(ReadAll(out).find("now 75 x 75"), std::string::npos);
+    EXPECT_NE(cap.Out().find("now 75 x 75"), std::string::npos);
 
     // Progress runs from the page share to the whole document, one step per image.
     ASSERT_EQ(sink.seen.size(), 5u);
@@ -200,19 +150,7 @@ TEST_F(ImageStep, PalettisesBeforeReducingAndCountsTheFinalState) {
     // Downsampled, but its table is smaller than any downsampled copy.
     CosObj shrunk = Image(200, 200, "DeviceRGB", 8, flat);
     CosObj shades = Image(200, 200, "DeviceRGB", 8, smooth);  // quantised
-    auto finder = [&](PDDoc, Log&) {
-        images::ImageCollector col;
-        col.Add(kept, 200, 200);
-        col.Add(shrunk, 600, 600);
-        col.Add(shades, 100, 100);
-        return col.TakeImages();
-    };
-    OperationRegistry reg;
-    reg.Add(MakeImageReduction(finder));
-    auto ops = reg.DocumentOperations(DocumentPoint::ImageReduction, prefs);
-    ASSERT_EQ(ops.size(), 1u);
-    RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), log};
-    EXPECT_EQ(RunDocumentOperations(ops, ctx), 0);
+    Reduce({{kept, 200}, {shrunk, 600}, {shades, 100}});
 
     // Not JPEG: a table of its five colours, every sample as it was.
     CosObj cs = CosDictGet(kept, A("ColorSpace"));
@@ -226,12 +164,73 @@ TEST_F(ImageStep, PalettisesBeforeReducingAndCountsTheFinalState) {
     ASSERT_EQ(CosObjGetType(qcs), kCosArray);
     EXPECT_EQ(CosNameValue(CosArrayGet(qcs, 0)), A("Indexed"));
 
-    EXPECT_EQ(Count("Images_Total"), 3);
-    EXPECT_EQ(Count("Images_Processed"), 3);
-    EXPECT_EQ(Count("Images_Palettized"), 2);
-    EXPECT_EQ(Count("Images_Quantized"), 1);
-    EXPECT_EQ(BuildReport(ReportInputs{}, Statistics(prefs.StatisticsDict()), ""),
+    EXPECT_EQ(Stat("Images_Total"), 3);
+    EXPECT_EQ(Stat("Images_Processed"), 3);
+    EXPECT_EQ(Stat("Images_Palettized"), 2);
+    EXPECT_EQ(Stat("Images_Quantized"), 1);
+    EXPECT_EQ(Report(""),
               "Reduced 3 of 3 images in size\nPalettized 2 of 3 images\nQuantized 1 of 3 images\n");
-    const std::string debug = ReadAll(out);
+    const std::string debug = cap.Out();
     EXPECT_NE(debug.find("palettised: 5 colours at 4 bits"), std::string::npos) << debug;
+}
+
+TEST(MonoParams, FollowTheMonoClassAndTheSectionSwitches) {
+    CTrimoraPreferences prefs;
+    prefs.RunFinishingSteps();
+    EXPECT_FALSE(MonoParamsFor(prefs.Image()).Active());
+    EXPECT_FALSE(prefs.Image().Configured());
+
+    prefs.Images().despeckle = true;
+    prefs.RunFinishingSteps();
+    EXPECT_TRUE(prefs.Image().Configured());
+    EXPECT_TRUE(MonoParamsFor(prefs.Image()).despeckle);
+
+    const std::pair<const char*, images::MonoCompression> words[] = {
+        {"CCITTG4", images::MonoCompression::CCITTG4}, {"CCITTG3", images::MonoCompression::CCITTG3},
+        {"JBIG2", images::MonoCompression::JBIG2},     {"Flate", images::MonoCompression::Flate},
+        {"JPEG", images::MonoCompression::Flate},      {"LZW", images::MonoCompression::LZW},
+        {"Packbits", images::MonoCompression::Packbits}, {"Original", images::MonoCompression::Original}};
+    for (const auto& [word, how] : words) {
+        prefs.Images().mono.filter = A(word);
+        prefs.RunFinishingSteps();
+        EXPECT_EQ(MonoParamsFor(prefs.Image()).compression, how) << word;
+    }
+    prefs.Images().mono.downsampleUsing = A("Average");
+    prefs.Images().mono.downsampleAbove = 450;
+    prefs.Images().mono.resolution = 300;
+    prefs.Images().descreenMonochrome = true;
+    prefs.RunFinishingSteps();
+    const images::MonoParams p = MonoParamsFor(prefs.Image());
+    EXPECT_TRUE(p.downsample);
+    EXPECT_EQ(p.resampleFilter, "box");
+    EXPECT_DOUBLE_EQ(p.targetPpi, 300);
+    EXPECT_TRUE(p.descreen);
+    EXPECT_TRUE(static_cast<bool>(p.jbig2));
+}
+
+TEST_F(ImageStep, ReducesABilevelScanToJBIG2ThatDecodesToTheSameSamples) {
+    const int w = 300, h = 200;
+    const size_t stride = (w + 7) / 8;
+    std::vector<uint8_t> page(stride * h, 0xFF);
+    // Glyph-like blobs of random shapes on lines of text.
+    unsigned seed = 5;
+    for (int y = 20; y < 180; ++y)
+        for (int x = 30; x < 270; ++x) {
+            seed = seed * 1103515245u + 12345u;
+            const bool inGlyph = (y / 12) % 2 == 0 && (x / 7) % 3 != 2 && ((x / 7 * 13 + y / 3) % 5 < 3);
+            if (inGlyph && (seed >> 16) % 8 != 0) page[y * stride + x / 8] &= uint8_t(~(0x80 >> (x % 8)));
+        }
+    for (int y = 0; y < h; ++y) page[y * stride + stride - 1] &= 0xF0;  // clear padding past 300
+    CosObj img = Image(w, h, "DeviceGray", 1, page);
+
+    prefs.Images().mono.filter = A("JBIG2");
+    prefs.RunFinishingSteps();
+    Reduce({{img, 300}});
+    EXPECT_EQ(Stat("Images_ToBeProcessed"), 1);
+    EXPECT_EQ(Stat("Images_Processed"), 1);
+    EXPECT_EQ(ASAtomGetString(CosDictGetName(img, A("Filter"))), std::string("JBIG2Decode"));
+    std::vector<uint8_t> back = CosStreamDecodedData(img);
+    ASSERT_EQ(back.size(), page.size());
+    for (int y = 0; y < h; ++y) back[y * stride + stride - 1] &= 0xF0;
+    EXPECT_EQ(back, page);
 }

@@ -1,31 +1,14 @@
 // Rewriting the content of forms, tiling patterns, Type 3 glyphs and
 // annotation appearances: only when it reads back token for token, only
 // when smaller, and counted by the resource step.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
-
-#include "base/Log.h"
-#include "filters/Filters.h"
-#include "pdfcore/CosDoc.h"
-#include "pdfcore/CosNames.h"
 #include "pipeline/NestedContent.h"
-#include "pipeline/Report.h"
 #include "pipeline/ResourceOptimizer.h"
-#include "settings/TrimoraPreferences.h"
+#include "pipeline_fixture.h"
 
 namespace {
 
 using namespace pipeline;
-
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-std::span<const uint8_t> B(const std::string& s) { return {reinterpret_cast<const uint8_t*>(s.data()), s.size()}; }
-
-std::string Decoded(CosObj stream) {
-    std::vector<uint8_t> d = CosStreamDecodedData(stream);
-    return std::string(d.begin(), d.end());
-}
+using namespace pipetest;
 
 // Repeated drawing with comments and loose spacing: the kind of content
 // the rewrite shortens.
@@ -57,17 +40,7 @@ TEST(NestedContent, ContentThatDoesNotReadBackCleanlyIsRefused) {
     EXPECT_TRUE(RewriteContentExactly(B(""), CosNewNull(), out));
 }
 
-class NestedContentStreamTest : public ::testing::Test {
-protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-    CosObj Stream(const std::string& data, const char* filter = nullptr) {
-        CosObj d = CosNewDict(doc, false);
-        if (filter) CosDictPutName(d, A("Filter"), false, A(filter));
-        return CosNewStream(doc, d, B(data));
-    }
-    CosDoc doc = nullptr;
-};
+using NestedContentStreamTest = DocTest;
 
 TEST_F(NestedContentStreamTest, SmallerRewriteReplacesTheContent) {
     const std::string wordy = Wordy(40);
@@ -94,103 +67,52 @@ TEST_F(NestedContentStreamTest, DamagedContentIsOnlyRecompressedAndTinyContentKe
     // Already compact and compressed: nothing smaller exists.
     const std::string compact = "0 0 1 1 re f";
     filters::Bytes packed = filters::FlateEncode(B(compact), 9);
-    CosObj t = CosNewStream(doc, CosNewDict(doc, false), packed);
-    CosDictPutName(t, A("Filter"), false, A("FlateDecode"));
+    CosObj t = Stream(packed, "FlateDecode");
     r = RewriteContentStream(t, CosNewNull(), 9);
     EXPECT_FALSE(r.rewritten);
     EXPECT_NE(r.recompress.outcome, RecompressOutcome::Smaller);
     EXPECT_EQ(CosStreamEncodedLength(t), packed.size());
 
     // Data that does not decode is left alone.
-    CosObj bad = Stream("this is not flate", "FlateDecode");
+    CosObj bad = Stream(B("this is not flate"), "FlateDecode");
     r = RewriteContentStream(bad, CosNewNull(), 9);
     EXPECT_EQ(r.recompress.outcome, RecompressOutcome::Undecodable);
     EXPECT_EQ(CosStreamEncodedLength(bad), 17u);
 }
 
 // The resource step counts and rewrites every kind of nested content.
-TEST(NestedContentResources, FormsPatternsGlyphsAndAppearancesAreRewrittenAndCounted) {
-    Log log;
-    log.SetFileLoggingAllowed(false);
-    log.SetChannelOff(Log::kWarning, true);
-    log.SetChannelOff(Log::kProgress, true);
-    CTrimoraPreferences prefs;
-    prefs.SetLog(&log);
-    Statistics stats(prefs.StatisticsDict());
-    stats.Reset();
-    PDDoc pd = PDDocCreate();
-    CosDoc doc = PDDocGetCosDoc(pd);
-    auto stream = [&](const std::string& text) {
-        return CosNewStream(doc, CosNewDict(doc, false), B(text));
-    };
-    auto dict = [&] { return CosNewDict(doc, false); };
-    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
-    CosObj page = CosNewDict(doc, true);
-    CosDictPutName(page, cosnames::Type, false, cosnames::Page);
-    CosDictPut(page, cosnames::Parent, pages);
-    CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
-    CosDictPutInteger(pages, cosnames::Count, 1);
-    PDDocPagesChanged(pd);
-    CosObj res = dict();
-    CosDictPut(page, cosnames::Resources, res);
+TEST_F(NestedContentStreamTest, FormsPatternsGlyphsAndAppearancesAreRewrittenAndCounted) {
+    CosObj page = AddPage();
+    CosObj form = Put(page, "XObject", "Fm1", Stream(Wordy(30), Dict({{"Subtype", Name("Form")}})));
+    Put(page, "Pattern", "P1", Stream(Wordy(30), Dict({{"PatternType", Int(1)}})));
+    CosObj damagedPattern = Put(page, "Pattern", "P2", Stream(Wordy(30) + " zz ", Dict({{"PatternType", Int(1)}})));
+    CosObj glyph = Stream("1000 0 0 0 750 750 d1\n" + Wordy(10));
+    // The second glyph is too small to gain anything.
+    CosObj procs = Dict({{"a", glyph}, {"b", Stream("0 0 d0")}});
+    Put(page, "Font", "T3", Dict({{"Subtype", Name("Type3")}, {"CharProcs", procs}}, true));
+    CosObj on = Stream(Wordy(30)), off = Stream(Wordy(25));
+    // The same stream twice counts once.
+    CosObj ap = Dict({{"N", Dict({{"On", on}, {"Off", off}})}, {"D", on}});
+    CosDictPut(page, cosnames::Annots, Arr({Dict({{"AP", ap}}, true)}));
 
-    CosObj form = stream(Wordy(30));
-    CosDictPutName(form, A("Subtype"), false, A("Form"));
-    CosObj xobjects = dict();
-    CosDictPut(xobjects, A("Fm1"), form);
-    CosDictPut(res, A("XObject"), xobjects);
-
-    CosObj pattern = stream(Wordy(30));
-    CosDictPutInteger(pattern, A("PatternType"), 1);
-    CosObj damagedPattern = stream(Wordy(30) + " zz ");
-    CosDictPutInteger(damagedPattern, A("PatternType"), 1);
-    CosObj patterns = dict();
-    CosDictPut(patterns, A("P1"), pattern);
-    CosDictPut(patterns, A("P2"), damagedPattern);
-    CosDictPut(res, A("Pattern"), patterns);
-
-    CosObj font = CosNewDict(doc, true);
-    CosDictPutName(font, A("Subtype"), false, A("Type3"));
-    CosObj procs = dict();
-    CosObj glyph = stream("1000 0 0 0 750 750 d1\n" + Wordy(10));
-    CosDictPut(procs, A("a"), glyph);
-    CosDictPut(procs, A("b"), stream("0 0 d0"));  // too small to gain anything
-    CosDictPut(font, A("CharProcs"), procs);
-    CosObj fonts = dict();
-    CosDictPut(fonts, A("T3"), font);
-    CosDictPut(res, A("Font"), fonts);
-
-    CosObj annot = CosNewDict(doc, true);
-    CosObj ap = dict(), states = dict();
-    CosObj on = stream(Wordy(30)), off = stream(Wordy(25));
-    CosDictPut(states, A("On"), on);
-    CosDictPut(states, A("Off"), off);
-    CosDictPut(ap, A("N"), states);
-    CosDictPut(ap, A("D"), on);  // the same stream twice counts once
-    CosDictPut(annot, A("AP"), ap);
-    CosObj annots = CosNewArray(doc, false);
-    CosArrayAppend(annots, annot);
-    CosDictPut(page, cosnames::Annots, annots);
-
-    RunContext ctx{pd, prefs, stats, log};
+    auto ctx = Ctx(-1);
     OptimizeResources(ctx);
-    EXPECT_EQ(stats.Get("FormXObjects_Total"), 1);
-    EXPECT_EQ(stats.Get("FormXObjects_Compressed"), 1);
-    EXPECT_EQ(stats.Get("Patterns_Total"), 2);
-    EXPECT_EQ(stats.Get("Patterns_Compressed"), 2) << "the damaged one shrinks by plain recompression";
-    EXPECT_EQ(stats.Get("T3FontGlyphs_Total"), 2);
-    EXPECT_EQ(stats.Get("T3FontGlyphs_Compressed"), 1);
-    EXPECT_EQ(stats.Get("AnnotStreams_Total"), 2);
-    EXPECT_EQ(stats.Get("AnnotStreams_Compressed"), 2);
+    EXPECT_EQ(Stat("FormXObjects_Total"), 1);
+    EXPECT_EQ(Stat("FormXObjects_Compressed"), 1);
+    EXPECT_EQ(Stat("Patterns_Total"), 2);
+    EXPECT_EQ(Stat("Patterns_Compressed"), 2) << "the damaged one shrinks by plain recompression";
+    EXPECT_EQ(Stat("T3FontGlyphs_Total"), 2);
+    EXPECT_EQ(Stat("T3FontGlyphs_Compressed"), 1);
+    EXPECT_EQ(Stat("AnnotStreams_Total"), 2);
+    EXPECT_EQ(Stat("AnnotStreams_Compressed"), 2);
     EXPECT_EQ(Decoded(form).find('%'), std::string::npos);
     EXPECT_EQ(Decoded(on).find('%'), std::string::npos);
     EXPECT_NE(Decoded(glyph).find("750 750 d1"), std::string::npos);
     EXPECT_EQ(Decoded(damagedPattern), Wordy(30) + " zz ");
-    const std::string report = BuildReport(ReportInputs{}, stats, "   ");
+    const std::string report = Report();
     EXPECT_NE(report.find("Optimized and Compressed 2 Annotations out of 2 total\n"), std::string::npos) << report;
     EXPECT_NE(report.find("Optimized and Compressed 1 Type 3 Font Glyph out of 2 total\n"), std::string::npos)
         << report;
-    PDDocClose(pd);
 }
 
 }  // namespace

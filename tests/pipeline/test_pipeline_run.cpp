@@ -1,24 +1,20 @@
 // The page-operation loop and the per-document run, with operations made
 // for the test.
-#include "pdfcore/CosInternal.h"
-#include <gtest/gtest.h>
+#include <lcms2.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
 
-#include "base/Log.h"
-#include "pdfcore/CosNames.h"
-#include "pipeline/Operations.h"
+#include "pdfcore/CosInternal.h"
 #include "pipeline/Pipeline.h"
-#include "settings/TrimoraPreferences.h"
+#include "pipeline_fixture.h"
 
 namespace {
 
 using namespace pipeline;
+using pipetest::CapturedLog;
 
 // A document of `n` empty letter pages.
 PDDoc MakeDoc(int n) {
@@ -38,33 +34,6 @@ PDDoc MakeDoc(int n) {
     PDDocPagesChanged(pd);
     return pd;
 }
-
-// Captures what the log would print.
-struct CapturedLog {
-    CapturedLog() : out(tmpfile()), err(tmpfile()) {
-        log.SetConsoleStreams(out, err);
-        log.SetFileLoggingAllowed(false);
-        log.SetChannelOff(Log::kProgress, false);
-    }
-    ~CapturedLog() {
-        fclose(out);
-        fclose(err);
-    }
-    static std::string Read(FILE* f) {
-        fflush(f);
-        std::string s;
-        rewind(f);
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-        return s;
-    }
-    std::string Out() { return Read(out); }
-    std::string Err() { return Read(err); }
-    FILE* out;
-    FILE* err;
-    Log log;
-};
 
 // Counts the pages it saw; fails on one chosen page.
 class MarkPages : public PageOperation {
@@ -301,12 +270,6 @@ TEST(PipelinePercent, ShrunkGrownAndZero) {
     EXPECT_DOUBLE_EQ(-50.0, PercentShrunk(1000, 1500));
     EXPECT_DOUBLE_EQ(0.0, PercentShrunk(0, 1234));
 }
-
-}  // namespace
-
-#include <lcms2.h>
-
-namespace {
 
 std::vector<uint8_t> ProfileBytes(cmsHPROFILE h) {
     cmsUInt32Number n = 0;

@@ -1,119 +1,23 @@
 // The resource step (duplicate images and profiles, family counts, stream
 // recompression) and the merge of equal objects, on documents built here.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
-
-#include "base/Log.h"
-#include "filters/Filters.h"
-#include "pdfcore/CosDoc.h"
-#include "pdfcore/CosNames.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/ResourceOptimizer.h"
 #include "pipeline/StreamRecompress.h"
-#include "settings/TrimoraPreferences.h"
+#include "pipeline_fixture.h"
 
 namespace {
 
 using namespace pipeline;
-using filters::Bytes;
+using namespace pipetest;
 
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-
-struct CapturedLog {
-    CapturedLog() : out(tmpfile()), err(tmpfile()) {
-        log.SetConsoleStreams(out, err);
-        log.SetFileLoggingAllowed(false);
-        log.SetChannelOff(Log::kDebug, false);
-    }
-    ~CapturedLog() {
-        fclose(out);
-        fclose(err);
-    }
-    static std::string Read(FILE* f) {
-        fflush(f);
-        std::string s;
-        rewind(f);
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-        return s;
-    }
-    std::string All() { return Read(out) + Read(err); }
-    FILE* out;
-    FILE* err;
-    Log log;
-};
-
-class ResourcesTest : public ::testing::Test {
+class ResourcesTest : public DocTest {
 protected:
-    void SetUp() override {
-        prefs.SetLog(&cap.log);
-        Statistics(prefs.StatisticsDict()).Reset();
-        pd = PDDocCreate();
-        doc = PDDocGetCosDoc(pd);
-    }
-    void TearDown() override { PDDocClose(pd); }
-
-    // A page with its own resource dictionary; returns the page.
-    CosObj AddPage() {
-        CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
-        CosObj page = CosNewDict(doc, true);
-        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
-        CosDictPut(page, cosnames::Parent, pages);
-        CosObj box = CosNewArray(doc, false);
-        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(doc, false, v));
-        CosDictPut(page, cosnames::MediaBox, box);
-        CosDictPut(page, cosnames::Resources, CosNewDict(doc, false));
-        CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
-        CosDictPutInteger(pages, cosnames::Count, CosArrayLength(CosDictGet(pages, cosnames::Kids)));
-        PDDocPagesChanged(pd);
-        return page;
-    }
-    CosObj Res(CosObj page, const char* category) {
-        CosObj res = CosDictGet(page, cosnames::Resources);
-        CosObj cat = CosDictGet(res, A(category));
-        if (CosObjIsNull(cat)) {
-            cat = CosNewDict(doc, false);
-            CosDictPut(res, A(category), cat);
-        }
-        return cat;
-    }
-    CosObj Stream(const Bytes& data, const char* filter = nullptr) {
-        CosObj d = CosNewDict(doc, false);
-        if (filter) CosDictPutName(d, A("Filter"), false, A(filter));
-        return CosNewStream(doc, d, data);
-    }
-    CosObj Image(int w, int h, const Bytes& samples, const char* cs = "DeviceGray") {
-        CosObj img = Stream(filters::FlateEncode(samples, 6), "FlateDecode");
-        CosDictPutName(img, A("Type"), false, A("XObject"));
-        CosDictPutName(img, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(img, A("Width"), w);
-        CosDictPutInteger(img, A("Height"), h);
-        CosDictPutInteger(img, A("BitsPerComponent"), 8);
-        CosDictPutName(img, A("ColorSpace"), false, A(cs));
-        return img;
-    }
+    ResourcesTest() : DocTest(true) {}
     void Run() {
-        RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), cap.log};
+        auto ctx = Ctx(-1);
         OptimizeResources(ctx);
     }
-    ASInt32 Stat(const char* key) { return Statistics(prefs.StatisticsDict()).Get(key); }
-
-    CapturedLog cap;
-    CTrimoraPreferences prefs;
-    PDDoc pd = nullptr;
-    CosDoc doc = nullptr;
 };
-
-Bytes Ramp(size_t n, int seed) {
-    Bytes b(n);
-    for (size_t i = 0; i < n; ++i) b[i] = uint8_t((i * 7 + size_t(seed) * 13 + (i / 64) * 3) & 0xFF);
-    return b;
-}
-
-Bytes Text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 TEST_F(ResourcesTest, ImageDuplicatesNeedEqualKeyAndEqualDigest) {
     prefs.Optimize().dupXObjCheck = true;
@@ -122,20 +26,17 @@ TEST_F(ResourcesTest, ImageDuplicatesNeedEqualKeyAndEqualDigest) {
     other[100] ^= 0x55;
     CosObj pages[5];
     for (auto& p : pages) p = AddPage();
-    CosObj first = Image(64, 32, data);
-    CosDictPut(Res(pages[0], "XObject"), A("Im0"), first);
-    CosDictPut(Res(pages[1], "XObject"), A("Im0"), Image(64, 32, data));
-    CosDictPut(Res(pages[2], "XObject"), A("Im7"), Image(64, 32, data));
+    CosObj first = Put(pages[0], "XObject", "Im0", Image(64, 32, data));
+    Put(pages[1], "XObject", "Im0", Image(64, 32, data));
+    Put(pages[2], "XObject", "Im7", Image(64, 32, data));
     // A reshaped copy: the same bytes as 32 x 64.
-    CosObj reshaped = Image(32, 64, data);
-    CosDictPut(Res(pages[3], "XObject"), A("Im0"), reshaped);
+    CosObj reshaped = Put(pages[3], "XObject", "Im0", Image(32, 64, data));
     // Equal key, different data: stored unfiltered so the lengths agree.
     CosObj a = Image(64, 32, data), b = Image(64, 32, other);
     for (CosObj x : {a, b}) CosDictRemove(x, A("Filter"));
     CosStreamSetEncodedData(a, data);
     CosStreamSetEncodedData(b, other);
-    CosDictPut(Res(pages[4], "XObject"), A("A"), a);
-    CosDictPut(Res(pages[4], "XObject"), A("B"), b);
+    Set(Res(pages[4], "XObject"), {{"A", a}, {"B", b}});
 
     Run();
     EXPECT_EQ(6, Stat("ImageXObjects_Total"));
@@ -160,10 +61,7 @@ TEST_F(ResourcesTest, EqualSamplesWithADifferentMaskOrDecodeAreNotMerged) {
     CosObj pages[4];
     for (auto& p : pages) p = AddPage();
     CosObj images[4];
-    for (int i = 0; i < 4; ++i) {
-        images[i] = Image(16, 16, data);
-        CosDictPut(Res(pages[i], "XObject"), A("I"), images[i]);
-    }
+    for (int i = 0; i < 4; ++i) images[i] = Put(pages[i], "XObject", "I", Image(16, 16, data));
     // 0 and 1: equal soft masks held in two objects (a duplicate); 2: a
     // soft mask with other data; 3: an inverted Decode array.
     Bytes alpha = Ramp(16 * 16, 9), other = alpha;
@@ -172,10 +70,7 @@ TEST_F(ResourcesTest, EqualSamplesWithADifferentMaskOrDecodeAreNotMerged) {
     CosDictPut(images[1], A("SMask"), Image(16, 16, alpha));
     CosDictPut(images[2], A("SMask"), Image(16, 16, other));
     CosDictPut(images[3], A("SMask"), Image(16, 16, alpha));
-    CosObj decode = CosNewArray(doc, false);
-    CosArrayAppend(decode, CosNewInteger(doc, false, 1));
-    CosArrayAppend(decode, CosNewInteger(doc, false, 0));
-    CosDictPut(images[3], A("Decode"), decode);
+    CosDictPut(images[3], A("Decode"), Array({1, 0}));
     Run();
     EXPECT_EQ(1, Stat("ImageXObjects_Duplicates"));
     EXPECT_EQ(images[0], CosDictGet(Res(pages[1], "XObject"), A("I")));
@@ -186,22 +81,21 @@ TEST_F(ResourcesTest, EqualSamplesWithADifferentMaskOrDecodeAreNotMerged) {
 TEST_F(ResourcesTest, DuplicateSearchIsOffByDefaultAndSkipsUndecodableImages) {
     const Bytes data = Ramp(64 * 32, 2);
     CosObj p1 = AddPage(), p2 = AddPage();
-    CosObj x = Image(64, 32, data), y = Image(64, 32, data);
-    CosDictPut(Res(p1, "XObject"), A("I"), x);
-    CosDictPut(Res(p2, "XObject"), A("I"), y);
+    Put(p1, "XObject", "I", Image(64, 32, data));
+    CosObj y = Put(p2, "XObject", "I", Image(64, 32, data));
     Run();
     EXPECT_EQ(2, Stat("ImageXObjects_Total"));
     EXPECT_EQ(0, Stat("ImageXObjects_Duplicates"));
     EXPECT_EQ(y, CosDictGet(Res(p2, "XObject"), A("I")));
 
     // Equal bytes behind an unknown filter: no digest, so no merge.
-    Statistics(prefs.StatisticsDict()).Reset();
+    Stats().Reset();
     prefs.Optimize().dupXObjCheck = true;
     CosObj p3 = AddPage(), p4 = AddPage();
     CosObj u = Image(8, 8, Ramp(64, 3)), v = Image(8, 8, Ramp(64, 3));
     for (CosObj s : {u, v}) CosDictPutName(s, A("Filter"), false, A("NoSuchDecode"));
-    CosDictPut(Res(p3, "XObject"), A("I"), u);
-    CosDictPut(Res(p4, "XObject"), A("I"), v);
+    Put(p3, "XObject", "I", u);
+    Put(p4, "XObject", "I", v);
     Run();
     EXPECT_EQ(v, CosDictGet(Res(p4, "XObject"), A("I")));
 }
@@ -214,31 +108,18 @@ TEST_F(ResourcesTest, ICCProfileDuplicatesAndIndexedTables) {
     for (int i = 0; i < 2; ++i) {
         profiles[i] = Stream(profile);
         CosDictPutInteger(profiles[i], A("N"), 3);
-        CosObj cs = CosNewArray(doc, false);
-        CosArrayAppend(cs, CosNewName(doc, false, A("ICCBased")));
-        CosArrayAppend(cs, profiles[i]);
-        CosDictPut(Res(pages[i], "ColorSpace"), A("CS0"), cs);
+        Put(pages[i], "ColorSpace", "CS0", Arr({Name("ICCBased"), profiles[i]}));
     }
     // An Indexed space whose 256-entry table compresses well; and a short
     // one, which stays a string.
     std::string table;
     for (int i = 0; i < 256; ++i) table += std::string{char(i), char(i), char(i)};
-    CosObj big = CosNewArray(doc, false);
-    CosArrayAppend(big, CosNewName(doc, false, A("Indexed")));
-    CosArrayAppend(big, CosNewName(doc, false, A("DeviceRGB")));
-    CosArrayAppend(big, CosNewInteger(doc, false, 255));
-    CosArrayAppend(big, CosNewString(doc, false, table));
-    CosDictPut(Res(pages[0], "ColorSpace"), A("CS1"), big);
-    CosObj small = CosNewArray(doc, false);
-    CosArrayAppend(small, CosNewName(doc, false, A("Indexed")));
-    CosArrayAppend(small, CosNewName(doc, false, A("DeviceGray")));
+    CosObj big = Put(pages[0], "ColorSpace", "CS1", Arr({Name("Indexed"), Name("DeviceRGB"), Int(255), Str(table)}));
     // 25 high bytes: about 100 written, 36 deflated, but a stream of its
     // own costs more than the difference.
     std::string grays;
     for (int i = 0; i < 25; ++i) grays += char(0x80 + i * 5);
-    CosArrayAppend(small, CosNewInteger(doc, false, 24));
-    CosArrayAppend(small, CosNewString(doc, false, grays));
-    CosDictPut(Res(pages[1], "ColorSpace"), A("CS1"), small);
+    CosObj small = Put(pages[1], "ColorSpace", "CS1", Arr({Name("Indexed"), Name("DeviceGray"), Int(24), Str(grays)}));
 
     Run();
     EXPECT_EQ(2, Stat("ICCProfiles_Total"));
@@ -266,21 +147,21 @@ TEST_F(ResourcesTest, RecompressionNeverGrowsAndLeavesBadStreamsAlone) {
     EXPECT_EQ(repetitive, CosStreamDecodedData(plain));
 
     // Already at its best: a second pass keeps it.
-    const Bytes once(CosStreamEncodedData(plain).begin(), CosStreamEncodedData(plain).end());
+    const Bytes once = Encoded(plain);
     EXPECT_EQ(RecompressOutcome::Kept, RecompressPlainStream(plain, 9).outcome);
-    EXPECT_EQ(once, Bytes(CosStreamEncodedData(plain).begin(), CosStreamEncodedData(plain).end()));
+    EXPECT_EQ(once, Encoded(plain));
 
     // Tiny: deflating would add bytes, so the stream stays unfiltered.
     CosObj tiny = Stream(Text("q Q"));
     EXPECT_EQ(RecompressOutcome::Kept, RecompressPlainStream(tiny, 9).outcome);
-    EXPECT_FALSE(CosDictKnown(tiny, A("Filter")));
+    EXPECT_FALSE(Has(tiny, "Filter"));
 
     // Damaged Flate data and an unknown filter: untouched.
     Bytes cut = filters::FlateEncode(repetitive, 1);
     cut.resize(cut.size() / 2);
     CosObj damaged = Stream(cut, "FlateDecode");
     EXPECT_EQ(RecompressOutcome::Undecodable, RecompressPlainStream(damaged, 9).outcome);
-    EXPECT_EQ(cut, Bytes(CosStreamEncodedData(damaged).begin(), CosStreamEncodedData(damaged).end()));
+    EXPECT_EQ(cut, Encoded(damaged));
     CosObj unknown = Stream(repetitive, "NoSuchDecode");
     EXPECT_EQ(RecompressOutcome::Undecodable, RecompressPlainStream(unknown, 9).outcome);
     EXPECT_EQ(A("NoSuchDecode"), CosDictGetName(unknown, A("Filter")));
@@ -290,16 +171,13 @@ TEST_F(ResourcesTest, RecompressionNeverGrowsAndLeavesBadStreamsAlone) {
 
     // Through the step: a form with damaged data is reported and kept.
     CosObj page = AddPage();
-    CosObj form = Stream(cut, "FlateDecode");
-    CosDictPutName(form, A("Subtype"), false, A("Form"));
-    CosDictPut(Res(page, "XObject"), A("Fm0"), form);
-    CosObj good = Stream(repetitive);
-    CosDictPutName(good, A("Subtype"), false, A("Form"));
-    CosDictPut(Res(page, "XObject"), A("Fm1"), good);
+    CosObj form = Put(page, "XObject", "Fm0", Stream(cut, "FlateDecode"));
+    CosDictPut(form, A("Subtype"), Name("Form"));
+    CosDictPut(Put(page, "XObject", "Fm1", Stream(repetitive)), A("Subtype"), Name("Form"));
     Run();
     EXPECT_EQ(2, Stat("FormXObjects_Total"));
     EXPECT_EQ(1, Stat("FormXObjects_Compressed"));
-    EXPECT_EQ(cut, Bytes(CosStreamEncodedData(form).begin(), CosStreamEncodedData(form).end()));
+    EXPECT_EQ(cut, Encoded(form));
     EXPECT_NE(std::string::npos,
               cap.All().find("Stream " + std::to_string(CosObjGetID(form)) + " is left as it is"));
 }
@@ -327,17 +205,17 @@ TEST_F(ResourcesTest, LosslessImageReencodingKeepsEverySample) {
     CosObj mask = Image(32, 30, bits);
     CosDictRemove(mask, A("ColorSpace"));
     CosDictRemove(mask, A("BitsPerComponent"));
-    CosDictPut(mask, A("ImageMask"), CosNewBoolean(doc, false, true));
+    CosDictPut(mask, A("ImageMask"), Bool(true));
     RecompressImageLossless(mask, 12);
     EXPECT_EQ(bits, CosStreamDecodedData(mask));
 
     // Data shorter than the image says: left as it is.
     CosObj liar = Image(w, h + 5, rgb, "DeviceRGB");
-    const Bytes before(CosStreamEncodedData(liar).begin(), CosStreamEncodedData(liar).end());
+    const Bytes before = Encoded(liar);
     r = RecompressImageLossless(liar, 9);
     EXPECT_EQ(RecompressOutcome::Undecodable, r.outcome);
     EXPECT_NE(std::string::npos, r.message.find("expected"));
-    EXPECT_EQ(before, Bytes(CosStreamEncodedData(liar).begin(), CosStreamEncodedData(liar).end()));
+    EXPECT_EQ(before, Encoded(liar));
 }
 
 TEST_F(ResourcesTest, FontsAreCountedLoggedAndCompressed) {
@@ -348,24 +226,14 @@ TEST_F(ResourcesTest, FontsAreCountedLoggedAndCompressed) {
         program.insert(program.end(), chunk.begin(), chunk.end());
     }
     auto font = [&](const char* name, CosObj file) {
-        CosObj fd = CosNewDict(doc, true);
-        CosDictPutName(fd, A("Type"), false, A("FontDescriptor"));
-        CosDictPut(fd, A("FontFile"), file);
-        CosObj f = CosNewDict(doc, true);
-        CosDictPutName(f, A("Type"), false, A("Font"));
-        CosDictPutName(f, A("Subtype"), false, A("Type1"));
-        CosDictPutName(f, A("BaseFont"), false, A(name));
-        CosDictPut(f, A("FontDescriptor"), fd);
-        return f;
+        CosObj fd = Dict({{"Type", Name("FontDescriptor")}, {"FontFile", file}}, true);
+        return Set(Font(name), {{"Subtype", Name("Type1")}, {"FontDescriptor", fd}});
     };
-    CosDictPut(Res(page, "Font"), A("F1"), font("ABCDEF+Body", Stream(program)));
+    Put(page, "Font", "F1", font("ABCDEF+Body", Stream(program)));
     Bytes cut = filters::FlateEncode(program, 1);
     cut.resize(cut.size() / 3);
-    CosDictPut(Res(page, "Font"), A("F2"), font("Broken", Stream(cut, "FlateDecode")));
-    CosObj helv = CosNewDict(doc, true);
-    CosDictPutName(helv, A("Subtype"), false, A("Type1"));
-    CosDictPutName(helv, A("BaseFont"), false, A("Helvetica"));
-    CosDictPut(Res(page, "Font"), A("F3"), helv);
+    Put(page, "Font", "F2", font("Broken", Stream(cut, "FlateDecode")));
+    Put(page, "Font", "F3", Dict({{"Subtype", Name("Type1")}, {"BaseFont", Name("Helvetica")}}, true));
     Run();
     EXPECT_EQ(3, Stat("Fonts_Total"));
     EXPECT_EQ(1, Stat("Fonts_Compressed"));
@@ -378,20 +246,13 @@ TEST_F(ResourcesTest, FontsAreCountedLoggedAndCompressed) {
 TEST_F(ResourcesTest, OpiAndAlternates) {
     CosObj page = AddPage();
     CosObj img = Image(4, 4, Ramp(16, 7));
-    CosDictPut(img, A("OPI"), CosNewDict(doc, false));
-    CosObj alts = CosNewArray(doc, false);
-    CosArrayAppend(alts, CosNewDict(doc, false));
-    CosArrayAppend(alts, CosNewDict(doc, false));
-    CosDictPut(img, A("Alternates"), alts);
-    CosDictPut(img, A("PTEX.FileName"), CosNewString(doc, false, "fig.pdf"));
-    CosDictPut(Res(page, "XObject"), A("Im"), img);
+    Set(img, {{"OPI", Dict()}, {"Alternates", Arr({Dict(), Dict()})}, {"PTEX.FileName", Str("fig.pdf")}});
+    Put(page, "XObject", "Im", img);
 
     Run();
     EXPECT_EQ(1, Stat("OPI_Removed"));
     EXPECT_EQ(2, Stat("AltImages_Removed"));
-    EXPECT_FALSE(CosDictKnown(img, A("OPI")));
-    EXPECT_FALSE(CosDictKnown(img, A("Alternates")));
-    EXPECT_FALSE(CosDictKnown(img, A("PTEX.FileName")));
+    EXPECT_FALSE(Has(img, "OPI") || Has(img, "Alternates") || Has(img, "PTEX.FileName"));
 }
 
 // ---------------------------------------------------------------- all objects
@@ -401,17 +262,11 @@ class ObjectMergeTest : public ResourcesTest {};
 TEST_F(ObjectMergeTest, FontsEmbeddedPerPageBecomeOneAfterSeveralRounds) {
     CosObj p1 = AddPage(), p2 = AddPage();
     auto font = [&] {
-        CosObj file = Stream(Ramp(500, 9));
-        CosObj fd = CosNewDict(doc, true);
-        CosDictPut(fd, A("FontFile2"), file);
-        CosObj f = CosNewDict(doc, true);
-        CosDictPutName(f, A("BaseFont"), false, A("X"));
-        CosDictPut(f, A("FontDescriptor"), fd);
-        return f;
+        CosObj fd = Dict({{"FontFile2", Stream(Ramp(500, 9))}}, true);
+        return Dict({{"BaseFont", Name("X")}, {"FontDescriptor", fd}}, true);
     };
-    CosObj f1 = font(), f2 = font();
-    CosDictPut(Res(p1, "Font"), A("F"), f1);
-    CosDictPut(Res(p2, "Font"), A("F"), f2);
+    CosObj f1 = Put(p1, "Font", "F", font());
+    Put(p2, "Font", "F", font());
     ObjectMergeResult r = MergeDuplicateObjects(doc);
     // Round 1 the programs, 2 the descriptors, 3 the fonts, 4 nothing.
     EXPECT_EQ(3u, r.merged);
@@ -426,14 +281,8 @@ TEST_F(ObjectMergeTest, TwoRoundFixpointAndStreamsComparedByBytes) {
     CosObj s1 = Stream(Ramp(100, 1)), s2 = Stream(Ramp(100, 1));
     // Same dictionary, same length, different bytes: never merged.
     CosObj s3 = Stream(Ramp(100, 2));
-    auto wrap = [&](CosObj s) {
-        CosObj a = CosNewArray(doc, true);
-        CosArrayAppend(a, s);
-        return a;
-    };
-    CosObj a1 = wrap(s1), a2 = wrap(s2), a3 = wrap(s3);
-    CosObj holder = CosNewArray(doc, false);
-    for (CosObj a : {a1, a2, a3}) CosArrayAppend(holder, a);
+    CosObj a1 = Arr({s1}, true), a2 = Arr({s2}, true), a3 = Arr({s3}, true);
+    CosObj holder = Arr({a1, a2, a3});
     CosDictPut(page, A("Holder"), holder);
     ObjectMergeResult r = MergeDuplicateObjects(doc);
     EXPECT_EQ(2u, r.merged);  // s2 in round 1, a2 in round 2
@@ -447,34 +296,20 @@ TEST_F(ObjectMergeTest, IdentityObjectsAndCyclesAreKept) {
     CosObj page = AddPage();
     // Two equal annotations, two equal outline items, two equal optional
     // content groups: each keeps its own object.
-    CosObj annots = CosNewArray(doc, false);
-    for (int i = 0; i < 2; ++i) {
-        CosObj a = CosNewDict(doc, true);
-        CosDictPutName(a, A("Subtype"), false, A("Text"));
-        CosArrayAppend(annots, a);
-    }
-    CosDictPut(page, A("Annots"), annots);
-    CosObj ocgs = CosNewArray(doc, false);
-    for (int i = 0; i < 2; ++i) {
-        CosObj g = CosNewDict(doc, true);
-        CosDictPutName(g, A("Type"), false, A("OCG"));
-        CosDictPut(g, A("Name"), CosNewString(doc, false, "Layer"));
-        CosArrayAppend(ocgs, g);
-    }
-    CosDictPut(page, A("Groups"), ocgs);
+    auto annot = [&] { return Dict({{"Subtype", Name("Text")}}, true); };
+    auto ocg = [&] { return Dict({{"Type", Name("OCG")}, {"Name", Str("Layer")}}, true); };
+    CosObj annots = Arr({annot(), annot()}), ocgs = Arr({ocg(), ocg()});
+    Set(page, {{"Annots", annots}, {"Groups", ocgs}});
     // Two equal cycles (a -> b -> a, c -> d -> c) and an object that refers
     // to itself: the merge ends, and what it cannot prove equal it keeps.
     auto cycle = [&] {
-        CosObj a = CosNewDict(doc, true), b = CosNewDict(doc, true);
-        CosDictPut(a, A("Other"), b);
-        CosDictPut(b, A("Other"), a);
+        CosObj a = Dict(true);
+        CosDictPut(a, A("Other"), Dict({{"Other", a}}, true));
         return a;
     };
-    CosObj c1 = cycle(), c2 = cycle();
-    CosObj self = CosNewDict(doc, true);
+    CosObj self = Dict(true);
     CosDictPut(self, A("Me"), self);
-    CosObj list = CosNewArray(doc, false);
-    for (CosObj o : {c1, c2, self}) CosArrayAppend(list, o);
+    CosObj list = Arr({cycle(), cycle(), self});
     CosDictPut(page, A("Cycles"), list);
 
     ObjectMergeResult r = MergeDuplicateObjects(doc);
