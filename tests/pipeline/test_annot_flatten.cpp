@@ -68,7 +68,7 @@ protected:
         CosArrayAppend(CosDictGet(page, A("Annots")), a);
         return a;
     }
-    void SetAppearance(CosObj annot, CosObj form) { CosDictPut(annot, A("AP"), Dict({{"N", form}})); }
+    CosObj SetAppearance(CosObj annot, CosObj form) { return Set(annot, {{"AP", Dict({{"N", form}})}}); }
     ASInt32 AnnotCount(CosObj page) { return CosArrayLength(CosDictGet(page, A("Annots"))); }
     // The resource name the flattened content draws `obj` under.
     std::string NameOf(CosObj page, CosObj obj) {
@@ -87,8 +87,7 @@ protected:
 TEST_F(AnnotFlattenTest, AppearanceIsDrawnAfterThePageStateIsClosed) {
     CosObj page = AddPage("1 0 0 1 50 50 cm 0 0 1 rg");
     CosObj form = Form("0 0 20 10 re f", {0, 0, 20, 10}, {0, 1, -1, 0, 0, 0});
-    CosObj a = Annot(page, "Square", {100, 100, 110, 120});
-    SetAppearance(a, form);
+    SetAppearance(Annot(page, "Square", {100, 100, 110, 120}), form);
     auto c = Flatten(page);
     EXPECT_EQ(c.annotsFlattened, 1);
     EXPECT_EQ(AnnotCount(page), 0);
@@ -120,8 +119,7 @@ TEST_F(AnnotFlattenTest, StateSelectedByASIsTheOneDrawn) {
 
     // Without AS a dictionary of states draws nothing.
     CosObj page2 = AddPage("");
-    CosObj b = Annot(page2, "Widget", {0, 0, 5, 5});
-    CosDictPut(b, A("AP"), CosObjCopy(ap, doc, false));
+    Set(Annot(page2, "Widget", {0, 0, 5, 5}), {{"AP", CosObjCopy(ap, doc, false)}});
     auto c = Flatten(page2);
     EXPECT_EQ(c.widgetsRemoved, 1);
     EXPECT_EQ(Content(page2), "");
@@ -135,13 +133,11 @@ TEST_F(AnnotFlattenTest, HiddenNoViewAndInvisibleUnknownTypesAreRemovedUndrawn) 
         int flags;
     } cases[] = {{"Square", 2}, {"Square", 32}, {"MadeUpType", 1}};
     for (const Case& k : cases) {
-        CosObj a = Annot(page, k.subtype);
-        SetAppearance(a, form);
+        CosObj a = SetAppearance(Annot(page, k.subtype), form);
         CosDictPutInteger(a, A("F"), k.flags);
     }
     // Invisible alone does not hide a standard type; Print does not matter.
-    CosObj shown = Annot(page, "Circle");
-    SetAppearance(shown, form);
+    CosObj shown = SetAppearance(Annot(page, "Circle"), form);
     CosDictPutInteger(shown, A("F"), 1 | 4);
     auto c = Flatten(page);
     EXPECT_EQ(c.annotsTotal, 4);
@@ -154,10 +150,8 @@ TEST_F(AnnotFlattenTest, HiddenNoViewAndInvisibleUnknownTypesAreRemovedUndrawn) 
 
 TEST_F(AnnotFlattenTest, PopupsGoWithTheirParentsAndRemoveDrawsNothing) {
     CosObj page = AddPage("0 g");
-    CosObj text = Annot(page, "Text", {10, 10, 30, 30});
-    SetAppearance(text, Form("0 0 1 1 re f"));
-    CosObj popup = Annot(page, "Popup", {40, 40, 200, 100});
-    CosDictPut(popup, A("Parent"), text);
+    CosObj text = SetAppearance(Annot(page, "Text", {10, 10, 30, 30}), Form("0 0 1 1 re f"));
+    CosObj popup = Set(Annot(page, "Popup", {40, 40, 200, 100}), {{"Parent", text}});
     CosDictPut(text, A("Popup"), popup);
     auto c = Flatten(page, AnnotAction::Remove, AnnotAction::Keep);
     EXPECT_EQ(c.annotsTotal, 2);
@@ -169,13 +163,10 @@ TEST_F(AnnotFlattenTest, PopupsGoWithTheirParentsAndRemoveDrawsNothing) {
     // Annotations kept, widgets flattened: the popup of a widget goes with
     // it, other popups and annotations stay and are not counted.
     CosObj page2 = AddPage("");
-    CosObj widget = Annot(page2, "Widget", {0, 0, 10, 10});
-    SetAppearance(widget, Form("", {0, 0, 10, 10}));
-    CosObj wpopup = Annot(page2, "Popup", {0, 0, 10, 10});
-    CosDictPut(wpopup, A("Parent"), widget);
+    CosObj widget = SetAppearance(Annot(page2, "Widget", {0, 0, 10, 10}), Form("", {0, 0, 10, 10}));
+    Set(Annot(page2, "Popup", {0, 0, 10, 10}), {{"Parent", widget}});
     CosObj note = Annot(page2, "Text", {0, 0, 10, 10});
-    CosObj npopup = Annot(page2, "Popup", {0, 0, 10, 10});
-    CosDictPut(npopup, A("Parent"), note);
+    CosObj npopup = Set(Annot(page2, "Popup", {0, 0, 10, 10}), {{"Parent", note}});
     auto c2 = Flatten(page2, AnnotAction::Keep, AnnotAction::Flatten);
     EXPECT_EQ(c2.annotsTotal, 0);
     EXPECT_EQ(c2.widgetsFlattened, 1);
@@ -196,12 +187,10 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
         SetAppearance(w, Form("", {0, 0, 10, 10}));
     }
     // A field and widget in one dictionary, drawn.
-    CosObj merged = Annot(page, "Widget", {50, 0, 60, 10});
-    CosDictPut(merged, A("T"), Str("name"));
+    CosObj merged = Set(Annot(page, "Widget", {50, 0, 60, 10}), {{"T", Str("name")}});
     SetAppearance(merged, Form("", {0, 0, 10, 10}));
     // A field whose one widget has no appearance: removed, not drawn.
-    CosObj bare = Annot(page, "Widget", {70, 0, 80, 10});
-    CosDictPut(bare, A("T"), Str("empty"));
+    CosObj bare = Set(Annot(page, "Widget", {70, 0, 80, 10}), {{"T", Str("empty")}});
     pipeline::FieldTally tally;
     auto ctx = Ctx();
     auto c = FlattenPageAnnotations(page, AnnotAction::Keep, AnnotAction::Flatten, ctx, &tally);
@@ -216,11 +205,9 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     // The same field's widget on a later page counts no more; a field first
     // seen removed counts as flattened once a widget of it is drawn.
     CosObj page2 = AddPage("");
-    CosObj more = Annot(page2, "Widget", {0, 0, 10, 10});
-    CosDictPut(more, A("Parent"), field);
+    CosObj more = Set(Annot(page2, "Widget", {0, 0, 10, 10}), {{"Parent", field}});
     SetAppearance(more, Form("", {0, 0, 10, 10}));
-    CosObj later = Annot(page2, "Widget", {0, 0, 10, 10});
-    CosDictPut(later, A("Parent"), bare);
+    CosObj later = Set(Annot(page2, "Widget", {0, 0, 10, 10}), {{"Parent", bare}});
     SetAppearance(later, Form("", {0, 0, 10, 10}));
     auto ctx2 = Ctx(1);
     FlattenPageAnnotations(page2, AnnotAction::Keep, AnnotAction::Flatten, ctx2, &tally);
@@ -232,8 +219,7 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
 TEST_F(AnnotFlattenTest, FieldsTheFormAsksViewersToDrawAreReported) {
     CosDictPut(cat, A("AcroForm"), Dict({{"NeedAppearances", Bool(true)}}, true));
     CosObj page = AddPage("");
-    CosObj w = Annot(page, "Widget", {0, 0, 10, 10});
-    CosDictPut(w, A("T"), Str("text"));
+    Set(Annot(page, "Widget", {0, 0, 10, 10}), {{"T", Str("text")}});
     auto c = Flatten(page);
     EXPECT_EQ(c.widgetsRemoved, 1);
     EXPECT_TRUE(cap.Logged("asks viewers to make one"));
@@ -241,19 +227,16 @@ TEST_F(AnnotFlattenTest, FieldsTheFormAsksViewersToDrawAreReported) {
 
 TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
     CosObj page = AddPage("");
-    CosObj noRect = Annot(page, "Square", {});
-    SetAppearance(noRect, Form(""));
+    CosObj noRect = SetAppearance(Annot(page, "Square", {}), Form(""));
     CosObj badBox = Annot(page, "Square");
     CosObj box = Form("");
     CosDictPut(box, cosnames::BBox, Name("Nonsense"));
     SetAppearance(badBox, box);
     CosObj badData = Annot(page, "Square");
-    CosObj broken = Form("this is no flate data");
-    CosDictPut(broken, A("Filter"), Name("FlateDecode"));
+    CosObj broken = Set(Form("this is no flate data"), {{"Filter", Name("FlateDecode")}});
     SetAppearance(badData, broken);
     CosArrayAppend(CosDictGet(page, A("Annots")), Int(7));
-    CosObj good = Annot(page, "Square");
-    SetAppearance(good, Form("0 0 1 1 re f"));
+    SetAppearance(Annot(page, "Square"), Form("0 0 1 1 re f"));
 
     auto c = Flatten(page);
     EXPECT_EQ(c.annotsTotal, 4);
@@ -268,8 +251,7 @@ TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
         EXPECT_TRUE(cap.Logged(text)) << text;
 
     // Annots of the wrong kind: a warning, nothing else.
-    CosObj page2 = AddPage("0 g");
-    CosDictPut(page2, A("Annots"), Name("Oops"));
+    CosObj page2 = Set(AddPage("0 g"), {{"Annots", Name("Oops")}});
     auto c2 = Flatten(page2);
     EXPECT_EQ(c2.annotsTotal, 0);
     EXPECT_EQ(Content(page2), "0 g");
@@ -278,8 +260,7 @@ TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
 
 TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
     CosObj page = AddPage("Q Q q 1 0 0 1 5 5 cm BT /F1 1 Tf");
-    CosObj a = Annot(page, "Square");
-    SetAppearance(a, Form(""));
+    SetAppearance(Annot(page, "Square"), Form(""));
     Flatten(page);
     // Three q: one per stray Q and one of our own; the text object is
     // closed and the two states left open are restored.
@@ -289,8 +270,7 @@ TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
 
 TEST_F(AnnotFlattenTest, ContentThatCannotBeDecodedIsKept) {
     CosObj page = AddPage("");
-    CosObj broken = CosDictGet(page, cosnames::Contents);
-    CosDictPutName(broken, A("Filter"), false, A("FlateDecode"));
+    CosObj broken = Set(CosDictGet(page, cosnames::Contents), {{"Filter", Name("FlateDecode")}});
     SetAppearance(Annot(page, "Square"), Form(""));
     Flatten(page);
     CosObj contents = CosDictGet(page, cosnames::Contents);
@@ -327,8 +307,7 @@ TEST_F(AnnotFlattenTest, SharedOrInheritedResourcesAreCopiedBeforeTheyChange) {
 TEST_F(AnnotFlattenTest, AnAnnotsArraySharedByPagesIsCopiedFirst) {
     CosObj p1 = AddPage("");
     CosObj p2 = AddPage("");
-    CosObj a = Annot(p1, "Square");
-    SetAppearance(a, Form(""));
+    CosObj a = SetAppearance(Annot(p1, "Square"), Form(""));
     CosObj shared = Arr({a}, true);
     CosDictPut(p1, A("Annots"), shared);
     CosDictPut(p2, A("Annots"), shared);
@@ -346,16 +325,11 @@ TEST_F(AnnotFlattenTest, PostersLinkBordersAndOptionalContent) {
     CosDictPut(movie, A("Movie"), Dict({{"Poster", poster}}));
     // A link without appearance gets the border a viewer strokes, on the
     // rectangle's edges, in its colour.
-    CosObj link = Annot(page, "Link", {0, 0, 50, 10});
-    CosDictPut(link, A("Border"), Array({0, 0, 2}));
-    CosDictPut(link, A("C"), Array({1, 0, 0}));
+    Set(Annot(page, "Link", {0, 0, 50, 10}), {{"Border", Array({0, 0, 2})}, {"C", Array({1, 0, 0})}});
     // A link with a zero-width border draws nothing.
-    CosObj plain = Annot(page, "Link", {0, 0, 50, 10});
-    CosDictPut(plain, A("Border"), Array({0, 0, 0}));
-    CosDictPut(plain, A("C"), Array({1, 0, 0}));
+    Set(Annot(page, "Link", {0, 0, 50, 10}), {{"Border", Array({0, 0, 0})}, {"C", Array({1, 0, 0})}});
     // An annotation in optional content stays in it.
-    CosObj layered = Annot(page, "Square");
-    SetAppearance(layered, Form(""));
+    CosObj layered = SetAppearance(Annot(page, "Square"), Form(""));
     CosObj ocg = Dict({{"Type", Name("OCG")}}, true);
     CosDictPut(layered, A("OC"), ocg);
 
@@ -382,8 +356,7 @@ TEST_F(AnnotFlattenTest, OperationFollowsTheSettingsWords) {
 
     CosObj page = AddPage("");
     SetAppearance(Annot(page, "Square"), Form(""));
-    CosObj w = Annot(page, "Widget");
-    SetAppearance(w, Form(""));
+    CosObj w = SetAppearance(Annot(page, "Widget"), Form(""));
     auto ctx = Ctx();
     op->Apply(page, ctx);
     EXPECT_TRUE(cap.Logged("\tFlattening annotations...\n"));

@@ -202,18 +202,14 @@ TEST_F(TransparencyTest, InitialValuesGoOnlyWhereNoStateSetsAnotherValue) {
 TEST_F(TransparencyTest, OnlyOpaqueSoftMasksGo) {
     CosObj page = AddPage("/A Do /B Do /C Do /D Do");
     Group(page);
-    CosObj opaque8 = Image("xxxx", 2, 2, 8);
-    CosDictPut(opaque8, A("SMask"), Image(std::string(4, '\xff'), 2, 2, 8));
+    CosObj opaque8 = Set(Image("xxxx", 2, 2, 8), {{"SMask", Image(std::string(4, '\xff'), 2, 2, 8)}});
     // One-bit rows of three samples: the five padding bits do not count.
-    CosObj opaque1 = Image("xx", 3, 2, 8);
-    CosDictPut(opaque1, A("SMask"), Image("\xe0\xe0", 3, 2, 1));
-    CosDictPut(opaque1, A("SMaskInData"), Num(0));
+    CosObj opaque1 = Set(Image("xx", 3, 2, 8), {{"SMask", Image("\xe0\xe0", 3, 2, 1)}, {"SMaskInData", Num(0)}});
     CosObj matte = Image("xxxx", 2, 2, 8);
     CosObj matteMask = Image(std::string(4, '\xff'), 2, 2, 8);
     CosDictPut(matteMask, A("Matte"), Array({0}));
     CosDictPut(matte, A("SMask"), matteMask);
-    CosObj partial = Image("xxxx", 2, 2, 8);
-    CosDictPut(partial, A("SMask"), Image("\xff\xff\xff\x80", 2, 2, 8));
+    CosObj partial = Set(Image("xxxx", 2, 2, 8), {{"SMask", Image("\xff\xff\xff\x80", 2, 2, 8)}});
     for (auto [n, img] : {std::pair{"A", opaque8}, {"B", opaque1}, {"C", matte}, {"D", partial}})
         Put(page, "XObject", n, img);
     auto c = Run();

@@ -386,8 +386,7 @@ TEST_F(PageResourcesTest, APageIsGatheredAgainBeforeItsOwnCleanUp) {
     // Page 2 draws a new resource after the loop began (as flattening
     // does): the entry it now names must survive its clean-up.
     CosObj a = AddPage(""), b = AddPage("BT /F1 12 Tf ET");
-    CosObj fonts = Res(b, "Font");
-    CosDictPut(fonts, A("F1"), Font("F1"));
+    CosObj fonts = Set(Res(b, "Font"), {{"F1", Font("F1")}});
     RunContext first = Ctx(0);
     CleanUpPageResources(a, first);
     CosDictPut(fonts, A("TMRFont1"), Font("Added"));
@@ -455,8 +454,7 @@ TEST_F(AnnotCleanupTest, LinksLoseIsMapAndDuplicates) {
     CosObj elsewhere = Annot(annots, "Link", {0, 20, 10, 30});
     uri(elsewhere, false);
     for (int i = 0; i < 2; ++i) {  // tied into the structure tree: both stay
-        CosObj tagged = Annot(annots, "Link", {50, 50, 60, 60});
-        CosDictPutInteger(tagged, A("StructParent"), 3);
+        Set(Annot(annots, "Link", {50, 50, 60, 60}), {{"StructParent", Int(3)}});
     }
     CosDictPut(page, A("Annots"), annots);
     RunContext ctx = Ctx();
