@@ -187,8 +187,7 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
         SetAppearance(w, Form("", {0, 0, 10, 10}));
     }
     // A field and widget in one dictionary, drawn.
-    CosObj merged = Set(Annot(page, "Widget", {50, 0, 60, 10}), {{"T", Str("name")}});
-    SetAppearance(merged, Form("", {0, 0, 10, 10}));
+    SetAppearance(Set(Annot(page, "Widget", {50, 0, 60, 10}), {{"T", Str("name")}}), Form("", {0, 0, 10, 10}));
     // A field whose one widget has no appearance: removed, not drawn.
     CosObj bare = Set(Annot(page, "Widget", {70, 0, 80, 10}), {{"T", Str("empty")}});
     pipeline::FieldTally tally;
@@ -205,10 +204,8 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     // The same field's widget on a later page counts no more; a field first
     // seen removed counts as flattened once a widget of it is drawn.
     CosObj page2 = AddPage("");
-    CosObj more = Set(Annot(page2, "Widget", {0, 0, 10, 10}), {{"Parent", field}});
-    SetAppearance(more, Form("", {0, 0, 10, 10}));
-    CosObj later = Set(Annot(page2, "Widget", {0, 0, 10, 10}), {{"Parent", bare}});
-    SetAppearance(later, Form("", {0, 0, 10, 10}));
+    SetAppearance(Set(Annot(page2, "Widget", {0, 0, 10, 10}), {{"Parent", field}}), Form("", {0, 0, 10, 10}));
+    SetAppearance(Set(Annot(page2, "Widget", {0, 0, 10, 10}), {{"Parent", bare}}), Form("", {0, 0, 10, 10}));
     auto ctx2 = Ctx(1);
     FlattenPageAnnotations(page2, AnnotAction::Keep, AnnotAction::Flatten, ctx2, &tally);
     EXPECT_EQ(Stat("AcroForms_Total"), 3);

@@ -444,18 +444,13 @@ TEST_F(AnnotCleanupTest, LinksLoseIsMapAndDuplicates) {
         CosDictPut(link, A("A"), act);
         return act;
     };
-    CosObj plain = Annot(annots, "Link");
-    CosObj plainAction = uri(plain, false);
-    CosObj map = Annot(annots, "Link", {20, 0, 30, 10});
-    CosObj mapAction = uri(map, true);
-    CosObj copy = Annot(annots, "Link");  // same area, same action
+    CosObj plainAction = uri(Annot(annots, "Link"), false);
+    CosObj mapAction = uri(Annot(annots, "Link", {20, 0, 30, 10}), true);
+    CosObj copy = Set(Annot(annots, "Link"), {{"P", page}});  // same area, same action
     uri(copy, false);
-    CosDictPut(copy, A("P"), page);
-    CosObj elsewhere = Annot(annots, "Link", {0, 20, 10, 30});
-    uri(elsewhere, false);
-    for (int i = 0; i < 2; ++i) {  // tied into the structure tree: both stay
+    uri(Annot(annots, "Link", {0, 20, 10, 30}), false);
+    for (int i = 0; i < 2; ++i)  // tied into the structure tree: both stay
         Set(Annot(annots, "Link", {50, 50, 60, 60}), {{"StructParent", Int(3)}});
-    }
     CosDictPut(page, A("Annots"), annots);
     RunContext ctx = Ctx();
     CleanUpAnnotations(page, ctx);
