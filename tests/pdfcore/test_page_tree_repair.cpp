@@ -3,11 +3,6 @@
 // is kept.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <filesystem>
-
 #include "filters/Filters.h"
 #include "pdfcore/CosNames.h"
 #include "test_parser_fixture.h"
@@ -33,44 +28,36 @@ std::string Page(int parent, const std::string& extra = "") {
     return "<< /Type /Page /Parent " + std::to_string(parent) + " 0 R " + extra + " >>";
 }
 
-// The page count after opening, and (to check the tree is now sound) after
-// a save and a fresh open of the saved file.
+// The page count after a save and a fresh open of the saved file, checking
+// that the saved tree needs no more mending: counts and parents agree.
 ASInt32 PagesAfterRoundTrip(PDDoc pd) {
-    const std::string path = (std::filesystem::temp_directory_path() /
-                              ("tm-tree-" + std::to_string(::getpid()) + ".pdf"))
-                                 .string();
-    PDDocSave(pd, path, 1);
-    PDDoc again = PDDocOpen(path);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(again)).repaired);
-    ASInt32 n = PDDocGetNumPages(again);
-    // The saved tree needs no more mending: counts and parents agree.
-    for (ASInt32 i = 0; i < n; ++i) {
-        CosObj page = PDDocGetPageObj(again, i);
-        CosObj parent = CosDictGet(page, cosnames::Parent);
+    ScratchDir scratch;
+    PDDocSave(pd, scratch / "tree.pdf", 1);
+    OpenDoc again(PDDocOpen(scratch / "tree.pdf"));
+    EXPECT_FALSE(again.info().repaired);
+    for (ASInt32 i = 0; i < again.pages(); ++i) {
+        CosObj page = again.page(i);
+        CosObj kids = CosDictGet(CosDictGet(page, cosnames::Parent), cosnames::Kids);
         bool listed = false;
-        CosObj kids = CosDictGet(parent, cosnames::Kids);
         for (ASInt32 k = 0; k < CosArrayLength(kids); ++k) listed = listed || CosArrayGet(kids, k) == page;
         EXPECT_TRUE(listed) << "page " << i;
     }
-    CosObj root = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(again)), cosnames::Pages);
-    EXPECT_EQ(CosDictGetInt(root, cosnames::Count, -1), n);
-    PDDocClose(again);
-    std::remove(path.c_str());
-    return n;
+    CosObj root = CosDictGet(CosDocGetRoot(again.cos()), cosnames::Pages);
+    EXPECT_EQ(CosDictGetInt(root, cosnames::Count, -1), again.pages());
+    return again.pages();
 }
 
 TEST_F(PageTreeRepair, PageListedTwiceKeepsBothPages) {
     std::vector<std::string> objs = {"<< /Type /Catalog /Pages 2 0 R >>",
                                      "<< /Type /Pages /Kids [3 0 R 4 0 R 3 0 R] /Count 3 /MediaBox [0 0 5 5] >>",
                                      Page(2, "/Rotate 90"), Page(2)};
-    PDDoc pd = Open(MakePdf(objs).bytes);
-    ASSERT_EQ(PDDocGetNumPages(pd), 3);
-    CosObj first = PDDocGetPageObj(pd, 0), third = PDDocGetPageObj(pd, 2);
+    OpenDoc pd(MakePdf(objs).bytes);
+    ASSERT_EQ(pd.pages(), 3);
+    CosObj first = pd.page(0), third = pd.page(2);
     EXPECT_NE(first, third);  // a copy: one object cannot stand twice in the tree
     EXPECT_EQ(CosDictGetInt(third, cosnames::Rotate, 0), 90);
     EXPECT_TRUE(Warned("more than once"));
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 3);
-    PDDocClose(pd);
+    EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 3);
 }
 
 TEST_F(PageTreeRepair, KidsLoopIsCut) {
@@ -78,11 +65,10 @@ TEST_F(PageTreeRepair, KidsLoopIsCut) {
     std::vector<std::string> objs = {"<< /Type /Catalog /Pages 2 0 R >>",
                                      "<< /Type /Pages /Kids [3 0 R 5 0 R] /Count 2 >>", Page(2), Page(5),
                                      "<< /Type /Pages /Parent 2 0 R /Kids [2 0 R 4 0 R 5 0 R] /Count 1 >>"};
-    PDDoc pd = Open(MakePdf(objs).bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
+    OpenDoc pd(MakePdf(objs).bytes);
+    EXPECT_EQ(pd.pages(), 2);
     EXPECT_TRUE(Warned("loops back on itself"));
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 2);
-    PDDocClose(pd);
+    EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 2);
 }
 
 TEST_F(PageTreeRepair, VeryDeepTreeIsWalkedWholeAndInheritsFromTheTop) {
@@ -97,14 +83,13 @@ TEST_F(PageTreeRepair, VeryDeepTreeIsWalkedWholeAndInheritsFromTheTop) {
                        " 0 R] /Count 1 >>");
     }
     objs.push_back(Page(depth + 1));
-    PDDoc pd = Open(MakePdf(objs).bytes);
-    ASSERT_EQ(PDDocGetNumPages(pd), 1);
-    CosObj box = PDPageGetInheritedAttr(PDDocGetPageObj(pd, 0), cosnames::MediaBox);
+    OpenDoc pd(MakePdf(objs).bytes);
+    ASSERT_EQ(pd.pages(), 1);
+    CosObj box = PDPageGetInheritedAttr(pd.page(0), cosnames::MediaBox);
     ASSERT_EQ(CosObjGetType(box), kCosArray);
     EXPECT_EQ(CosIntegerValue(CosArrayGet(box, 3)), 456);
     EXPECT_TRUE(warnings.empty()) << warnings;
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 1);
-    PDDocClose(pd);
+    EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 1);
 }
 
 TEST_F(PageTreeRepair, WrongParentIsCorrectedAndKeepsWhatItGave) {
@@ -113,74 +98,63 @@ TEST_F(PageTreeRepair, WrongParentIsCorrectedAndKeepsWhatItGave) {
     std::vector<std::string> objs = {"<< /Type /Catalog /Pages 2 0 R >>",
                                      "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>", Page(2), Page(5),
                                      "<< /Type /Pages /Kids [] /Count 0 /Rotate 180 >>"};
-    PDDoc pd = Open(MakePdf(objs).bytes);
-    ASSERT_EQ(PDDocGetNumPages(pd), 2);
-    CosObj page = PDDocGetPageObj(pd, 1);
-    EXPECT_EQ(CosDictGet(page, cosnames::Parent), CosDictGet(CosDocGetRoot(PDDocGetCosDoc(pd)), cosnames::Pages));
+    OpenDoc pd(MakePdf(objs).bytes);
+    ASSERT_EQ(pd.pages(), 2);
+    CosObj page = pd.page(1);
+    EXPECT_EQ(CosDictGet(page, cosnames::Parent), CosDictGet(CosDocGetRoot(pd.cos()), cosnames::Pages));
     EXPECT_EQ(CosDictGetInt(page, cosnames::Rotate, 0), 180);
     EXPECT_TRUE(Warned("wrong Parent"));
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 2);
-    PDDocClose(pd);
+    EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 2);
 }
 
 TEST_F(PageTreeRepair, EntriesThatAreNotPagesAreDroppedAndCountsCorrected) {
     std::vector<std::string> objs = {"<< /Type /Catalog /Pages 2 0 R >>",
                                      "<< /Type /Pages /Kids [3 0 R 42 (junk) 5 0 R 99 0 R 4 0 R] /Count 9 >>",
                                      Page(2), Page(2), "[1 2 3]"};
-    PDDoc pd = Open(MakePdf(objs).bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
+    OpenDoc pd(MakePdf(objs).bytes);
+    EXPECT_EQ(pd.pages(), 2);
     // Only the two pages stay listed; a reference to a missing object goes too.
-    CosObj root = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(pd)), cosnames::Pages);
+    CosObj root = CosDictGet(CosDocGetRoot(pd.cos()), cosnames::Pages);
     EXPECT_EQ(CosArrayLength(CosDictGet(root, cosnames::Kids)), 2);
     EXPECT_TRUE(Warned("not pages"));
     EXPECT_TRUE(Warned("wrong page Count"));
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 2);
-    PDDocClose(pd);
+    EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 2);
 }
 
 TEST_F(PageTreeRepair, PageTreeRootFoundByScanning) {
+    // Opens, checks the warning and the tree the catalog now leads to (a plain
+    // save of the objects, without the document layer, must keep the pages),
+    // and gives the page count before and after a round trip.
+    auto pages = [&](const std::string& bytes, const char* warning) {
+        warnings.clear();
+        OpenDoc pd(bytes);
+        const ASInt32 n = pd.pages();
+        EXPECT_TRUE(Warned(warning)) << warnings;
+        CosObj tree = CosDictGet(CosDocGetRoot(pd.cos()), cosnames::Pages);
+        EXPECT_EQ(PagesAfterRoundTrip(pd.pd), n);
+        if (CosDictGetName(tree, cosnames::Type) == cosnames::Pages) {
+            EXPECT_EQ(CosDictGetInt(tree, cosnames::Count, 0), n);
+        }
+        return n;
+    };
     // The catalog has no Pages at all.
     std::vector<std::string> objs = PageTree(3);
     objs[0] = "<< /Type /Catalog >>";
-    PDDoc pd = Open(MakePdf(objs).bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 3);
-    EXPECT_TRUE(Warned("page tree found by scanning"));
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 3);
-    PDDocClose(pd);
-
+    EXPECT_EQ(pages(MakePdf(objs).bytes, "page tree found by scanning"), 3);
     // The trailer's Root is a dictionary but not the catalog.
     objs = PageTree(2);
     objs.push_back("<< /Title (not a catalog) >>");
-    pd = Open(MakePdf(objs, "/Root 5 0 R").bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
-    EXPECT_TRUE(Warned("catalog found by scanning"));
-    PDDocClose(pd);
-
+    EXPECT_EQ(pages(MakePdf(objs, "/Root 5 0 R").bytes, "catalog found by scanning"), 2);
     // No catalog anywhere, and no usable table: a catalog is made for the pages.
     objs = PageTree(2);
     objs[0] = "<< /Title (nothing) >>";
     Built b = MakePdf(objs);
-    pd = Open(b.bytes.substr(0, b.xrefPos));
-    // The new catalog leads to the tree at once, so a plain save of the
-    // objects (without the document layer) keeps the pages too.
-    CosObj made = CosDictGet(CosDocGetRoot(PDDocGetCosDoc(pd)), cosnames::Pages);
-    EXPECT_EQ(CosDictGetInt(made, cosnames::Count, 0), 2);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 2);
-    PDDocClose(pd);
-
+    EXPECT_EQ(pages(b.bytes.substr(0, b.xrefPos), ""), 2);
     // The catalog names a page directly.
-    objs = {"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Page /MediaBox [0 0 10 10] >>"};
-    pd = Open(MakePdf(objs).bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 1);
-    EXPECT_EQ(PagesAfterRoundTrip(pd), 1);
-    PDDocClose(pd);
-
+    EXPECT_EQ(pages(MakePdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Page /MediaBox [0 0 10 10] >>"}).bytes, ""), 1);
     // Without any page the document is still refused, clearly.
-    objs = {"<< /Type /Catalog >>", "<< /Title (x) >>"};
-    pd = Open(MakePdf(objs).bytes);
-    EXPECT_EQ(ErrorOf([&] { PDDocGetNumPages(pd); }), kErrBadPagesTree);
-    PDDocClose(pd);
+    OpenDoc none(MakePdf({"<< /Type /Catalog >>", "<< /Title (x) >>"}).bytes);
+    EXPECT_EQ(ErrorOf([&] { none.pages(); }), kErrBadPagesTree);
 }
 
 // Two sections: the update (newest) redefines page object 4 and adds object 5.
@@ -196,10 +170,9 @@ Built TwoSections(const std::string& prevText) {
 
 TEST_F(PageTreeRepair, PrevChainThatLoopsOrLeadsNowhere) {
     // Sound chain first, as the reference.
-    PDDoc pd = Open(TwoSections("").bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).repaired);
-    PDDocClose(pd);
+    OpenDoc sound(TwoSections("").bytes);
+    EXPECT_EQ(sound.pages(), 2);
+    EXPECT_FALSE(sound.info().repaired);
 
     // The older section's trailer points back at the newer one.  It is
     // written with a six-digit placeholder first and patched once the
@@ -212,25 +185,22 @@ TEST_F(PageTreeRepair, PrevChainThatLoopsOrLeadsNowhere) {
     std::string newX = std::to_string(b.xrefPos);
     newX.insert(0, 6 - newX.size(), '0');
     b.bytes.replace(b.bytes.find("/Prev 999999"), 12, "/Prev " + newX);
-    warnings.clear();
-    pd = Open(b.bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
-    EXPECT_EQ(CosObjGetType(CosDocGetInfo(PDDocGetCosDoc(pd))), kCosDict);
-    EXPECT_TRUE(Warned("cross-reference sections loops back")) << warnings;
-    PDDocClose(pd);
+    {
+        OpenDoc pd(b.bytes);
+        EXPECT_EQ(pd.pages(), 2);
+        EXPECT_EQ(CosObjGetType(CosDocGetInfo(pd.cos())), kCosDict);
+        EXPECT_TRUE(Warned("cross-reference sections loops back")) << warnings;
+    }
 
     // A Prev past the end of the file, and one into the middle of an object:
     // the whole file is scanned, and the newest definitions win.
     for (std::string prev : {std::string("99999999"), std::string("20")}) {
         warnings.clear();
-        Built nowhere = TwoSections(prev);
-        pd = Open(nowhere.bytes);
-        EXPECT_EQ(PDDocGetNumPages(pd), 2) << prev;
-        EXPECT_TRUE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).repaired) << prev;
-        CosObj box = CosDictGet(PDDocGetPageObj(pd, 1), cosnames::MediaBox);
-        EXPECT_EQ(CosIntegerValue(CosArrayGet(box, 2)), 30) << prev;
+        OpenDoc pd(TwoSections(prev).bytes);
+        EXPECT_EQ(pd.pages(), 2) << prev;
+        EXPECT_TRUE(pd.info().repaired) << prev;
+        EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(pd.page(1), cosnames::MediaBox), 2)), 30) << prev;
         EXPECT_TRUE(Warned("rebuilt by scanning")) << warnings;
-        PDDocClose(pd);
     }
 }
 

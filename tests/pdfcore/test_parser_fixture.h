@@ -81,18 +81,20 @@ inline PDDoc Open(const std::string& bytes, const std::string& password = "") {
     return PDDocFromCosDoc(CosDocOpenFromMemory(Span(bytes), password));
 }
 
+// A document opened from bytes, closed when it goes out of scope.
+struct OpenDoc {
+    explicit OpenDoc(const std::string& bytes) : pd(Open(bytes)) {}
+    explicit OpenDoc(PDDoc doc) : pd(doc) {}
+    ~OpenDoc() { PDDocClose(pd); }
+    OpenDoc(const OpenDoc&) = delete;
+    CosDoc cos() const { return PDDocGetCosDoc(pd); }
+    const CosDocFileInfo& info() const { return CosDocGetFileInfo(cos()); }
+    ASInt32 pages() const { return PDDocGetNumPages(pd); }
+    CosObj page(ASInt32 n) const { return PDDocGetPageObj(pd, n); }
+    PDDoc pd;
+};
+
 // Page count of bytes (raises what opening raises).
-inline ASInt32 PageCount(const std::string& bytes) {
-    PDDoc pd = Open(bytes);
-    ASInt32 n = -1;
-    try {
-        n = PDDocGetNumPages(pd);
-    } catch (...) {
-        PDDocClose(pd);
-        throw;
-    }
-    PDDocClose(pd);
-    return n;
-}
+inline ASInt32 PageCount(const std::string& bytes) { return OpenDoc(bytes).pages(); }
 
 }  // namespace fixture

@@ -2,15 +2,11 @@
 // parser, and saving with new or kept encryption through the writer.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <functional>
 #include <string>
 
 #include "pdfcore/CosNames.h"
 #include "pdfcore/security/StandardSecurity.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
@@ -18,21 +14,7 @@ const std::string kDir = std::string(TM_TEST_DATA_DIR) + "/security/";
 const std::string kContent = "BT /F1 24 Tf 20 40 Td (Secret text) Tj ET\n";
 const ASAtom K_Title = ASAtomFromString("Title");
 
-ASErrorCode CodeOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const CVellumError& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
-}
-
-CosDoc Open(const std::string& path, const std::string& password) {
-    CosOpenParams params;
-    params.path = path;
-    params.password = password;
-    return CosDocOpen(params);
-}
+const ASErrorCode kNeedPassword = ErrBuildCode(4, 3, kErrNeedPassword);
 
 std::string Title(CosDoc doc) { return CosStringBytes(CosDictGet(CosDocGetInfo(doc), K_Title)); }
 
@@ -46,19 +28,14 @@ std::string Content(CosDoc doc) {
 
 class SecurityFilesTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        CosCoreInit();  // registers the handler, as the program does at start-up
-        out = (std::filesystem::temp_directory_path() /
-               ("tm-security-" + std::to_string(::getpid()) + ".pdf"))
-                  .string();
-    }
-    void TearDown() override { std::remove(out.c_str()); }
+    void SetUp() override { CosCoreInit(); }  // registers the handler, as the program does at start-up
     void Save(CosDoc doc) {
         CosSaveParams params;
         params.path = out;
         CosDocSave(doc, params);
     }
-    std::string out;
+    ScratchDir scratch;
+    const std::string out = scratch / "out.pdf";
 };
 
 }  // namespace
@@ -67,7 +44,7 @@ TEST_F(SecurityFilesTest, QpdfFilesOpenWithTheirPasswords) {
     for (const char* name : {"rc4-40.pdf", "rc4-128.pdf"}) {
         SCOPED_TRACE(name);
         for (const char* password : {"user", "owner"}) {
-            CosDoc doc = Open(kDir + name, password);
+            CosDoc doc = OpenPath(kDir + name, password);
             const CosDocFileInfo& info = CosDocGetFileInfo(doc);
             EXPECT_TRUE(info.encrypted);
             EXPECT_EQ(info.ownerAuthenticated, std::string(password) == "owner");
@@ -76,23 +53,23 @@ TEST_F(SecurityFilesTest, QpdfFilesOpenWithTheirPasswords) {
             EXPECT_GT(CosDocLoadAllObjects(doc), 0);
             CosDocClose(doc);
         }
-        EXPECT_EQ(CodeOf([&] { Open(kDir + name, "wrong"); }), ErrBuildCode(4, 3, kErrNeedPassword));
-        EXPECT_EQ(CodeOf([&] { Open(kDir + name, ""); }), ErrBuildCode(4, 3, kErrNeedPassword));
+        EXPECT_EQ(ErrorCodeOf([&] { OpenPath(kDir + name, "wrong"); }), kNeedPassword);
+        EXPECT_EQ(ErrorCodeOf([&] { OpenPath(kDir + name, ""); }), kNeedPassword);
     }
-    EXPECT_EQ(CodeOf([&] { Open(kDir + "aes-128.pdf", "user"); }),
+    EXPECT_EQ(ErrorCodeOf([&] { OpenPath(kDir + "aes-128.pdf", "user"); }),
               ErrBuildCode(4, 3, kErrSecRevisionNotImpl));
 }
 
 TEST_F(SecurityFilesTest, PermissionsOfOpenedFiles) {
     // qpdf --modify=none, opened without a password, then by the owner.
-    CosDoc doc = Open(kDir + "owner-only-128.pdf", "");
+    CosDoc doc = OpenPath(kDir + "owner-only-128.pdf", "");
     EXPECT_EQ(Title(doc), "Known title string");
     EXPECT_FALSE(StdSecDocPermits(doc, 0x408));
     CosDocClose(doc);
-    doc = Open(kDir + "owner-only-128.pdf", "owner");
+    doc = OpenPath(kDir + "owner-only-128.pdf", "owner");
     EXPECT_TRUE(StdSecDocPermits(doc, 0x2));
     CosDocClose(doc);
-    doc = Open(kDir + "rc4-40-restricted.pdf", "user");  // --modify=n
+    doc = OpenPath(kDir + "rc4-40-restricted.pdf", "user");  // --modify=n
     EXPECT_FALSE(StdSecDocPermits(doc, 0x408));
     CosDocClose(doc);
 }
@@ -100,38 +77,38 @@ TEST_F(SecurityFilesTest, PermissionsOfOpenedFiles) {
 TEST_F(SecurityFilesTest, EncryptedSaveOpensAgain) {
     for (int bits : {40, 56, 128}) {
         SCOPED_TRACE(bits);
-        CosDoc doc = Open(kDir + "plain.pdf", "");
+        CosDoc doc = OpenPath(kDir + "plain.pdf", "");
         SetupStandardEncryption(doc, "boss", "reader",
                                 kSecUserPasswordGiven | kSecOwnerPasswordGiven | kSecNoCopy, bits);
         Save(doc);
         CosDocClose(doc);
 
-        CosDoc user = Open(out, "reader");
+        CosDoc user = OpenPath(out, "reader");
         EXPECT_FALSE(CosDocGetFileInfo(user).ownerAuthenticated);
         EXPECT_EQ(CosDocGetFileInfo(user).permissions,
                   StdSecPermissionsFromWord(kSecNoCopy, bits == 40 ? 2 : 3));
         EXPECT_EQ(Title(user), "Known title string");
         EXPECT_EQ(Content(user), kContent);
         CosDocClose(user);
-        CosDoc owner = Open(out, "boss");
+        CosDoc owner = OpenPath(out, "boss");
         EXPECT_TRUE(CosDocGetFileInfo(owner).ownerAuthenticated);
         EXPECT_EQ(Content(owner), kContent);
         CosDocClose(owner);
-        EXPECT_EQ(CodeOf([&] { Open(out, ""); }), ErrBuildCode(4, 3, kErrNeedPassword));
+        EXPECT_EQ(ErrorCodeOf([&] { OpenPath(out, ""); }), kNeedPassword);
     }
 }
 
 TEST_F(SecurityFilesTest, KeptEncryptionSurvivesASave) {
-    CosDoc doc = Open(kDir + "rc4-128.pdf", "user");
+    CosDoc doc = OpenPath(kDir + "rc4-128.pdf", "user");
     ASSERT_TRUE(KeepInputEncryption(doc));
     Save(doc);
     CosDocClose(doc);
-    EXPECT_EQ(CodeOf([&] { Open(out, ""); }), ErrBuildCode(4, 3, kErrNeedPassword));
-    CosDoc again = Open(out, "user");
+    EXPECT_EQ(ErrorCodeOf([&] { OpenPath(out, ""); }), kNeedPassword);
+    CosDoc again = OpenPath(out, "user");
     EXPECT_EQ(Title(again), "Known title string");
     EXPECT_EQ(Content(again), kContent);
     CosDocClose(again);
-    again = Open(out, "owner");
+    again = OpenPath(out, "owner");
     EXPECT_TRUE(CosDocGetFileInfo(again).ownerAuthenticated);
     EXPECT_FALSE(KeepInputEncryption(again));
     CosDocClose(again);
