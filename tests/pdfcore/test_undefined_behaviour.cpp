@@ -8,7 +8,7 @@
 #include "pdfcore/security/MD5.h"
 #include "pdfcore/security/RC4.h"
 #include "pdfcore/security/StdSecAlgorithms.h"
-#include "test_parser_fixture.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 

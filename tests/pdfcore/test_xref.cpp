@@ -5,7 +5,7 @@
 
 #include "pdfcore/CosNames.h"
 #include "pdfcore/CosXref.h"
-#include "test_parser_fixture.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
@@ -91,26 +91,20 @@ TEST(CosOpenXref, TwoLineSubsectionHeaderAndChainErrors) {
     EXPECT_EQ(PageCount(badEntry), 2);
 }
 
-// Appends an update that replaces object 2 with a one-page tree.
-Built WithUpdate(int updates) {
+// A three-page file and an update that replaces object 2 with a one-page
+// tree.  `offsets` keeps only the update's objects.
+Built WithUpdate() {
     Built b = MakePdf(PageTree(3));
-    size_t prev = b.xrefPos;
-    for (int u = 0; u < updates; ++u) {
-        std::map<int, size_t> before = b.offsets;
-        b.offsets.clear();
-        AddObjects(b, {"<< /Type /Pages /Kids [3 0 R] /Count 1 >>"}, 2);
-        AddClassicXref(b, "/Root 1 0 R /Prev " + std::to_string(prev), 0, 2, 2);
-        b.bytes.replace(b.bytes.rfind("xref\n2 1"), 0, "");
-        prev = b.xrefPos;
-        for (auto& [n, off] : before)
-            if (!b.offsets.count(n)) b.offsets[n] = off;
-    }
+    const size_t prev = b.xrefPos;
+    b.offsets.clear();
+    AddObjects(b, {"<< /Type /Pages /Kids [3 0 R] /Count 1 >>"}, 2);
+    AddClassicXref(b, "/Root 1 0 R /Prev " + std::to_string(prev), 0, 2, 2);
     return b;
 }
 
 TEST(CosOpenXref, IncrementalUpdateNewestWinsAndPrevLoopEnds) {
     EXPECT_EQ(PageCount(MakePdf(PageTree(3)).bytes), 3);
-    Built upd = WithUpdate(1);
+    Built upd = WithUpdate();
     OpenDoc pd(upd.bytes);
     EXPECT_EQ(pd.pages(), 1);
     EXPECT_EQ(pd.info().xrefSections, 2);
@@ -138,7 +132,7 @@ TEST(CosOpenLinearized, TwoSectionsOrderAndLength) {
     EXPECT_TRUE(CosIsLinearized(Span(withZero), {10, 500}));
     EXPECT_FALSE(CosIsLinearized(Span("%PDF-1.4"), {10, 500}));
     // An ordinary update is two sections in the wrong order: not linearized.
-    OpenDoc pd(WithUpdate(1).bytes);
+    OpenDoc pd(WithUpdate().bytes);
     EXPECT_FALSE(pd.info().linearized);
 }
 
@@ -236,7 +230,7 @@ TEST(CosOpenXref, HugeSubsectionNumbersAreSkippedAndPrevIsTruncated) {
 
     // A Prev written as a real is cut to its whole part, never rounded up
     // (rounding would land one byte into "xref" and force a repair).
-    Built upd = WithUpdate(1);
+    Built upd = WithUpdate();
     size_t p = upd.bytes.rfind("/Prev ");
     size_t e = upd.bytes.find(' ', p + 6);
     std::string real = upd.bytes;
