@@ -80,18 +80,15 @@ TEST_F(SecurityHandlerTest, ReadingTheEncryptDictionary) {
     for (int r : {1, 4, 5}) {
         EncryptValues e = kRc4_128;
         e.r = r;
-        EXPECT_EQ(ErrorCodeOf([&] { Open(e, kQpdfId, "user"); }), kRevisionNotImpl)
-            << "R " << r;
+        EXPECT_EQ(ErrorCodeOf([&] { Open(e, kQpdfId, "user"); }), kRevisionNotImpl) << "R " << r;
     }
     CosObj named = Dict(kRc4_40);
     CosDictPutName(named, K_R, false, cosnames::Standard);
-    EXPECT_EQ(ErrGetNumber(ErrorCodeOf([&] { OpenDict(named, kQpdfId, "user"); })),
-              kErrExpectedNumber);
+    EXPECT_EQ(ErrorOf([&] { OpenDict(named, kQpdfId, "user"); }), kErrExpectedNumber);
     CosObj noP = Dict(kRc4_40);
     CosDictRemove(noP, cosnames::P);
-    EXPECT_EQ(ErrGetNumber(ErrorCodeOf([&] { OpenDict(noP, kQpdfId, "user"); })),
-              kErrExpectedNumber);
-    EXPECT_EQ(ErrGetNumber(ErrorCodeOf([&] { OpenDict(CosNewNull(), "", ""); })), kErrExpectedDict);
+    EXPECT_EQ(ErrorOf([&] { OpenDict(noP, kQpdfId, "user"); }), kErrExpectedNumber);
+    EXPECT_EQ(ErrorOf([&] { OpenDict(CosNewNull(), "", ""); }), kErrExpectedDict);
 
     // Without Length the key is 40 bits.
     EncryptValues noLength = kRc4_40;
@@ -165,9 +162,9 @@ TEST_F(SecurityHandlerTest, SetupWritesEntriesThatOpenAgain) {
 TEST_F(SecurityHandlerTest, SetupRulesForPasswordsAndIdentifier) {
     // No password-given bit: nothing would protect the document.
     EXPECT_EQ(ErrorCodeOf([&] { SetupStandardEncryption(doc, "a", "b", kSecNoCopy, 40); }), kNeedPassword);
-    EXPECT_EQ(ErrGetNumber(ErrorCodeOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 64 + 4); })),
+    EXPECT_EQ(ErrorOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 64 + 4); }),
               kErrBadParm);
-    EXPECT_EQ(ErrGetNumber(ErrorCodeOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 256); })),
+    EXPECT_EQ(ErrorOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 256); }),
               kErrBadParm);
 
     // An empty owner password becomes the user password.
