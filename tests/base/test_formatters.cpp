@@ -7,24 +7,16 @@
 
 namespace {
 
-JobTimer Span(long startSec, int startMs, long endSec, int endMs) {
-    JobTimer t;
-    t.startSec = startSec;
-    t.startMs = startMs;
-    t.endSec = endSec;
-    t.endMs = endMs;
-    return t;
-}
-
-struct tm April16() {
+// A broken-down time; the weekday only matters to the log stamp.
+struct tm Tm(int year, int mon, int mday, int hour, int min, int sec, int wday = 0) {
     struct tm t {};
-    t.tm_year = 104;
-    t.tm_mon = 3;
-    t.tm_mday = 16;
-    t.tm_hour = 9;
-    t.tm_min = 30;
-    t.tm_sec = 5;
-    t.tm_wday = 5;  // a Friday
+    t.tm_year = year - 1900;
+    t.tm_mon = mon - 1;
+    t.tm_mday = mday;
+    t.tm_hour = hour;
+    t.tm_min = min;
+    t.tm_sec = sec;
+    t.tm_wday = wday;
     return t;
 }
 
@@ -45,29 +37,22 @@ TEST(SizeTextTest, UnitsAndGrouping) {
 }
 
 TEST(DurationTextTest, Ranges) {
-    EXPECT_EQ(DurationText(Span(100, 250, 100, 250)), "< 1 second");
-    EXPECT_EQ(DurationText(Span(100, 0, 100, 400)), "0.40 seconds");
+    EXPECT_EQ(DurationText(JobTimer{100, 250, 100, 250}), "< 1 second");
+    EXPECT_EQ(DurationText(JobTimer{100, 0, 100, 400}), "0.40 seconds");
     // Milliseconds that borrow from the seconds.
-    EXPECT_EQ(DurationText(Span(100, 900, 101, 300)), "0.40 seconds");
-    EXPECT_EQ(DurationText(Span(0, 0, 59, 990)), "59.99 seconds");
-    EXPECT_EQ(DurationText(Span(0, 0, 60, 0)), "1 minutes 0 seconds");
-    EXPECT_EQ(DurationText(Span(1000, 0, 1061, 500)), "1 minutes 1 seconds");
-    EXPECT_EQ(DurationText(Span(0, 0, 3725, 0)), "1 hours 2 minutes 5 seconds");
-    EXPECT_EQ(DurationText(Span(0, 0, 3600, 0)), "1 hours 0 minutes 0 seconds");
+    EXPECT_EQ(DurationText(JobTimer{100, 900, 101, 300}), "0.40 seconds");
+    EXPECT_EQ(DurationText(JobTimer{0, 0, 59, 990}), "59.99 seconds");
+    EXPECT_EQ(DurationText(JobTimer{0, 0, 60, 0}), "1 minutes 0 seconds");
+    EXPECT_EQ(DurationText(JobTimer{1000, 0, 1061, 500}), "1 minutes 1 seconds");
+    EXPECT_EQ(DurationText(JobTimer{0, 0, 3725, 0}), "1 hours 2 minutes 5 seconds");
+    EXPECT_EQ(DurationText(JobTimer{0, 0, 3600, 0}), "1 hours 0 minutes 0 seconds");
 }
 
 TEST(DateTextTest, PdfDateAndLogStamp) {
-    EXPECT_EQ(PdfDateText(April16()), "D:20040416093005-00'00'");
-    struct tm late = April16();
-    late.tm_year = 125;
-    late.tm_mon = 11;
-    late.tm_mday = 31;
-    late.tm_hour = 23;
-    late.tm_min = 59;
-    late.tm_sec = 58;
+    const struct tm april16 = Tm(2004, 4, 16, 9, 30, 5, 5), late = Tm(2025, 12, 31, 23, 59, 58);
+    EXPECT_EQ(PdfDateText(april16), "D:20040416093005-00'00'");
     EXPECT_EQ(PdfDateText(late), "D:20251231235958-00'00'");
-
-    EXPECT_EQ(LogStampText(April16()), "Friday, April 16, 2004  09:30:05 AM");
+    EXPECT_EQ(LogStampText(april16), "Friday, April 16, 2004  09:30:05 AM");
     EXPECT_EQ(LogStampText(late).substr(LogStampText(late).size() - 11), "11:59:58 PM");
 }
 

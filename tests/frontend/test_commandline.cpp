@@ -124,15 +124,16 @@ TEST(ParseArgsTest, IntegerValueRules) {
     EXPECT_EQ(bad.opts.keyLength, 0);
     // Only the option is consumed; the bad value becomes a positional.
     EXPECT_EQ(bad.left, (Strings{"trimora", "abc", "f.pdf"}));
-
-    EXPECT_FALSE(Parse({"trimora", "-keyLength", "1.5"}).ok);
-    EXPECT_FALSE(Parse({"trimora", "-keyLength", "12a"}).ok);
-    EXPECT_TRUE(Parse({"trimora", "-keyLength", ""}).ok);
-    Parsed plus = Parse({"trimora", "-keyLength", "+"});
-    EXPECT_TRUE(plus.ok);
-    EXPECT_EQ(plus.opts.keyLength, 0);
-    EXPECT_EQ(Parse({"trimora", "-keyLength", "-56"}).opts.keyLength, -56);
-    EXPECT_EQ(Parse({"trimora", "-keyLength", "+40"}).opts.keyLength, 40);
+    for (const char* text : {"1.5", "12a"}) EXPECT_FALSE(Parse({"trimora", "-keyLength", text}).ok) << text;
+    struct Case {
+        const char* text;
+        int value;
+    } cases[] = {{"", 0}, {"+", 0}, {"-56", -56}, {"+40", 40}};
+    for (const Case& c : cases) {
+        Parsed p = Parse({"trimora", "-keyLength", c.text});
+        EXPECT_TRUE(p.ok) << c.text;
+        EXPECT_EQ(p.opts.keyLength, c.value) << c.text;
+    }
 
     // Parsing goes on after a failure.
     Parsed on = Parse({"trimora", "-keyLength", "x", "-encrypt", "in.pdf"});
@@ -191,15 +192,7 @@ TEST(ParseArgsTest, FloatValuesAndReservedTypes) {
     fclose(err);
 }
 
-TEST(UsageTest, TextIsExact) {
-    CommandLineOptions o;
-    auto table = BuildOptionTable(o);
-    FILE* err = tmpfile();
-    PrintUsage(err, "trimora", kUsageSynopsis, table.data());
-    EXPECT_EQ(ReadAll(err), kExpectedUsage);
-    fclose(err);
-}
-
+// The usage text is checked whole, byte for byte, as the usage path prints it.
 TEST(UsageTest, UsagePathAndVersionTexts) {
     const std::string version = std::string("trimora version 2.5, Build Date Apr 16 2004, Vellum ") +
                                 VellumGetVersion() + "\n";

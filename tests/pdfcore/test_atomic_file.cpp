@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "pdfcore/AtomicFile.h"
 #include "tests/pdfcore/test_support.h"
@@ -17,30 +16,15 @@ namespace fs = std::filesystem;
 
 class AtomicFileTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir = (fs::temp_directory_path() / ("tm-atomic-" + std::to_string(::getpid()))).string();
-        fs::remove_all(dir);
-        fs::create_directories(dir + "/sub");
-    }
-    void TearDown() override {
-        CosTempFileForceNamedForTesting(false);
-        fs::remove_all(dir);
-    }
-    std::vector<std::string> Names(const std::string& folder) const {
-        std::vector<std::string> out;
-        for (const auto& e : fs::directory_iterator(folder)) out.push_back(e.path().filename().string());
-        std::sort(out.begin(), out.end());
-        return out;
-    }
+    void SetUp() override { fs::create_directories(scratch / "sub"); }
+    void TearDown() override { CosTempFileForceNamedForTesting(false); }
+    std::vector<std::string> Names(const std::string& sub = "") const { return scratch.Names(sub); }
     void Put(CosTempFile& t, const std::string& text) {
         ASSERT_EQ(write(t.Fd(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
     }
-    static std::string Read(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
 
-    std::string dir;
+    ScratchDir scratch;
+    const std::string dir = scratch.path;
 };
 
 TEST_F(AtomicFileTest, LinksAreFollowedToTheirEnd) {
@@ -66,14 +50,14 @@ TEST_F(AtomicFileTest, NamedTemporaryIsRemovedUnlessCommitted) {
         EXPECT_TRUE(fs::exists(t.TempPath()));
         Put(t, "abandoned");
     }
-    EXPECT_EQ(Names(dir), std::vector<std::string>{"sub"});
+    EXPECT_EQ(Names(), std::vector<std::string>{"sub"});
     {
         CosTempFile t(dir + "/out.pdf");
         Put(t, "kept");
         t.Commit();
     }
-    EXPECT_EQ(Read(dir + "/out.pdf"), "kept");
-    EXPECT_EQ(Names(dir), (std::vector<std::string>{"out.pdf", "sub"}));
+    EXPECT_EQ(ReadFile(dir + "/out.pdf"), "kept");
+    EXPECT_EQ(Names(), (std::vector<std::string>{"out.pdf", "sub"}));
 }
 
 TEST_F(AtomicFileTest, UnnamedTemporaryLeavesNoNameUntilItIsComplete) {
@@ -81,10 +65,10 @@ TEST_F(AtomicFileTest, UnnamedTemporaryLeavesNoNameUntilItIsComplete) {
     if (!t.Unnamed()) GTEST_SKIP() << "no unnamed temporary files here";
     EXPECT_TRUE(t.TempPath().empty());
     Put(t, "body");
-    EXPECT_EQ(Names(dir), std::vector<std::string>{"sub"});
+    EXPECT_EQ(Names(), std::vector<std::string>{"sub"});
     t.Commit();
-    EXPECT_EQ(Read(dir + "/out.pdf"), "body");
-    EXPECT_EQ(Names(dir), (std::vector<std::string>{"out.pdf", "sub"}));
+    EXPECT_EQ(ReadFile(dir + "/out.pdf"), "body");
+    EXPECT_EQ(Names(), (std::vector<std::string>{"out.pdf", "sub"}));
 }
 
 TEST_F(AtomicFileTest, ReplacingThroughALinkKeepsTheLinkAndTheTargetsMode) {
@@ -99,11 +83,11 @@ TEST_F(AtomicFileTest, ReplacingThroughALinkKeepsTheLinkAndTheTargetsMode) {
         Put(t, "new");
         t.Commit();
         EXPECT_TRUE(fs::is_symlink(dir + "/link.pdf"));
-        EXPECT_EQ(Read(dir + "/sub/target.pdf"), "new");
+        EXPECT_EQ(ReadFile(dir + "/sub/target.pdf"), "new");
         struct stat st {};
         ASSERT_EQ(stat((dir + "/sub/target.pdf").c_str(), &st), 0);
         EXPECT_EQ(st.st_mode & 0777, 0604u) << named;
-        EXPECT_EQ(Names(dir + "/sub"), std::vector<std::string>{"target.pdf"});
+        EXPECT_EQ(Names("sub"), std::vector<std::string>{"target.pdf"});
     }
 }
 
@@ -113,8 +97,8 @@ TEST_F(AtomicFileTest, FailedRenameLeavesNothing) {
         CosTempFile t(dir + "/sub");  // a folder cannot be replaced by a file
         Put(t, "x");
         EXPECT_EQ(ErrorOf([&] { t.Commit(); }), kErrCannotRename);
-        EXPECT_EQ(Names(dir), std::vector<std::string>{"sub"}) << named;
-        EXPECT_TRUE(Names(dir + "/sub").empty());
+        EXPECT_EQ(Names(), std::vector<std::string>{"sub"}) << named;
+        EXPECT_TRUE(Names("sub").empty());
     }
     EXPECT_EQ(ErrorOf([&] { CosTempFile t(dir + "/no-such-folder/x.pdf"); }), kErrCantOpenForWrite);
 }

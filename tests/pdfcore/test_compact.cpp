@@ -13,16 +13,6 @@
 
 namespace {
 
-std::string Hex(const std::vector<uint8_t>& bytes) {
-    static const char d[] = "0123456789abcdef";
-    std::string s;
-    for (uint8_t b : bytes) {
-        s += d[b >> 4];
-        s += d[b & 15];
-    }
-    return s;
-}
-
 // The rows a reader gets back: Flate with Predictor 12 undone by the
 // filter layer the parser uses.
 std::vector<uint8_t> ReadBack(const CosXrefStreamData& d) {
@@ -66,7 +56,7 @@ TEST(CompactXrefStream, RowsWidthsAndPredictorOfATypicalTable) {
     EXPECT_TRUE(d.indexIsDefault);
     ASSERT_EQ(d.index.size(), 1u);
     EXPECT_EQ(d.index[0], std::make_pair(0, 6));
-    EXPECT_EQ(Hex(d.rows),
+    EXPECT_EQ(ToHex(d.rows),
               "00000000ff"    // 0: free, generation cut to 255
               "0100000f00"    // 1: offset 15
               "0200000401"    // 2: stream 4, index 1
@@ -75,7 +65,7 @@ TEST(CompactXrefStream, RowsWidthsAndPredictorOfATypicalTable) {
               "0101117000");  // 5: offset 70000
     // Up predictor: each row tagged 2 and minus the row above.
     ASSERT_EQ(d.predicted.size(), 6u * 6);
-    EXPECT_EQ(Hex(std::vector<uint8_t>(d.predicted.begin(), d.predicted.begin() + 12)), "0200000000ff" "020100000f01");
+    EXPECT_EQ(ToHex(std::span(d.predicted).first(12)), "0200000000ff" "020100000f01");
     EXPECT_EQ(ReadBack(d), d.rows);
     std::string dict = CosXrefStreamDictText(d, 42, "/Root 1 0 R");
     EXPECT_EQ(dict, "<</Type/XRef/Size 6/W[1 3 1]/Filter/FlateDecode/DecodeParms<</Columns 5/Predictor 12>>"
@@ -95,14 +85,14 @@ TEST(CompactXrefStream, IndexSubsectionsOmittedTypesAndWideOffsets) {
     EXPECT_EQ(d.index[0], std::make_pair(1, 3));
     EXPECT_EQ(d.index[1], std::make_pair(7, 2));
     EXPECT_EQ(d.size, 9);
-    EXPECT_EQ(Hex(d.rows), "000000000a" "0000000014" "000000001e" "0080000000" "0123456789");
+    EXPECT_EQ(ToHex(d.rows), "000000000a" "0000000014" "000000001e" "0080000000" "0123456789");
     EXPECT_EQ(ReadBack(d), d.rows);
     EXPECT_NE(CosXrefStreamDictText(d, 1, "").find("/Size 9/Index[1 3 7 2]/W[0 5 0]"), std::string::npos);
 
     // Only the free head: nothing needs a byte, yet each row keeps one.
     CosXrefStreamData head = CosEncodeXrefStream({{0, 0, 0, 65535}});
     EXPECT_EQ(head.widths[0] + head.widths[1] + head.widths[2], 1);
-    EXPECT_EQ(Hex(head.rows), "00");
+    EXPECT_EQ(ToHex(head.rows), "00");
 }
 
 TEST(CompactXrefStream, RefusesRowsNoReaderCouldUse) {

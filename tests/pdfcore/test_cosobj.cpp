@@ -123,26 +123,10 @@ TEST_F(CosObjTest, HandlesAreValidatedWithTheirSystems) {
     EXPECT_EQ(ErrGetSystem(ErrorCodeOf([&] { PDDocGetNumPages(pd); })), ErrSysPDDoc);
 }
 
-TEST_F(CosObjTest, CopyAcrossDocumentsKeepsSharingAndCycles) {
-    CosObj x = CosNewDict(doc, true);
-    CosObj y = CosNewDict(doc, true);
-    CosDictPut(x, kA, y);
-    CosDictPut(y, kA, x);  // a cycle through references
-    CosDictPut(x, kB, y);  // shared twice
-    CosDoc dest = CosDocCreate();
-    CosObj cx = CosObjCopy(x, dest);
-    EXPECT_TRUE(CosObjIsIndirect(cx));
-    EXPECT_EQ(CosObjGetDoc(cx), dest);
-    CosObj cy = CosDictGet(cx, kA);
-    EXPECT_EQ(CosDictGet(cx, kB), cy);
-    EXPECT_EQ(CosDictGet(cy, kA), cx);
-    CosDocClose(dest);
-}
-
-TEST_F(CosObjTest, CopyFollowsLongChainsOfIndirectObjects) {
+TEST_F(CosObjTest, CopyAcrossDocumentsKeepsSharingCyclesAndLongChains) {
     // Article beads, reply chains and outline items link indirect objects
     // one after another; a chain far longer than any nesting of direct
-    // objects still copies whole.
+    // objects still copies whole, and back to its start (a cycle).
     const int kLength = 2000;
     CosObj first = CosNewDict(doc, true);
     CosObj cur = first;
@@ -152,9 +136,12 @@ TEST_F(CosObjTest, CopyFollowsLongChainsOfIndirectObjects) {
         CosDictPut(cur, kA, next);
         cur = next;
     }
-    CosDictPut(cur, kA, first);  // and back to the start
+    CosDictPut(cur, kA, first);
+    CosDictPut(first, kB, CosDictGet(first, kA));  // shared twice
     CosDoc dest = CosDocCreate();
     CosObj copy = CosObjCopy(first, dest);
+    EXPECT_TRUE(CosObjIsIndirect(copy));
+    EXPECT_EQ(CosDictGet(copy, kB), CosDictGet(copy, kA));
     CosObj walk = copy;
     for (int i = 1; i < kLength; ++i) {
         walk = CosDictGet(walk, kA);
@@ -212,24 +199,15 @@ protected:
     void SetUp() override {
         pd = PDDocCreate();
         CosDoc cos = PDDocGetCosDoc(pd);
+        const Maker m{cos};
         CosObj root = CosDictGet(CosDocGetRoot(cos), cosnames::Pages);
-        CosObj box = CosNewArray(cos, false);
-        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(cos, false, v));
-        CosDictPut(root, cosnames::MediaBox, box);
-        CosObj mid = CosNewDict(cos, true);
-        CosDictPutName(mid, cosnames::Type, false, cosnames::Pages);
-        CosDictPut(mid, cosnames::Parent, root);
-        CosDictPutInteger(mid, cosnames::Rotate, 90);
-        CosDictPut(mid, cosnames::Kids, CosNewArray(cos, false));
+        CosDictPut(root, cosnames::MediaBox, m.Parse("[0 0 612 792]"));
+        CosObj mid = m.Dict({{"Type", m.Name("Pages")}, {"Parent", root}, {"Rotate", m.Int(90)}}, true);
         CosArrayAppend(CosDictGet(root, cosnames::Kids), mid);
-        for (int i = 0; i < 3; ++i) {
-            CosObj page = CosNewDict(cos, true);
-            CosDictPutName(page, cosnames::Type, false, cosnames::Page);
-            CosDictPut(page, cosnames::Parent, mid);
-            CosDictPutInteger(page, ASAtomFromString("Tag"), i);
-            CosArrayAppend(CosDictGet(mid, cosnames::Kids), page);
-        }
-        CosDictPutInteger(mid, cosnames::Count, 3);
+        CosObj kids = CosNewArray(cos, false);
+        for (int i = 0; i < 3; ++i)
+            CosArrayAppend(kids, m.Dict({{"Type", m.Name("Page")}, {"Parent", mid}, {"Tag", m.Int(i)}}, true));
+        Maker::Put(mid, {{"Kids", kids}, {"Count", m.Int(3)}});
         CosDictPutInteger(root, cosnames::Count, 3);
     }
     void TearDown() override { PDDocClose(pd); }
@@ -282,42 +260,18 @@ TEST_F(PageTreeTest, PagesStillHeldAtCloseAreReleased) {
     // p stays held: closing must release it (ASan reports the leak otherwise).
 }
 
-}  // namespace
-
-namespace {
-
 TEST_F(PageTreeTest, MergedLinksByNameGetExplicitDestinations) {
     CosDoc cos = PDDocGetCosDoc(pd);
-    const ASAtom kDest = ASAtomFromString("Dest"), kA = ASAtomFromString("A"), kS = ASAtomFromString("S"),
-                 kD = ASAtomFromString("D");
+    const Maker m{cos};
+    const ASAtom kDest = ASAtomFromString("Dest"), kA = ASAtomFromString("A"), kD = ASAtomFromString("D");
     // Names/Dests: a tree with one kid holding "sec.1" -> page 3.
-    CosObj dest = CosNewArray(cos, false);
-    CosArrayAppend(dest, PDDocGetPageObj(pd, 2));
-    CosArrayAppend(dest, CosNewName(cos, false, ASAtomFromString("Fit")));
-    CosObj leaf = CosNewDict(cos, true);
-    CosObj pairs = CosNewArray(cos, false);
-    CosArrayAppend(pairs, CosNewString(cos, false, "sec.1"));
-    CosArrayAppend(pairs, dest);
-    CosDictPut(leaf, cosnames::Names, pairs);
-    CosObj tree = CosNewDict(cos, false);
-    CosObj kids = CosNewArray(cos, false);
-    CosArrayAppend(kids, leaf);
-    CosDictPut(tree, cosnames::Kids, kids);
-    CosObj names = CosNewDict(cos, false);
-    CosDictPut(names, cosnames::Dests, tree);
-    CosDictPut(CosDocGetRoot(cos), cosnames::Names, names);
+    CosObj dest = m.Array({PDDocGetPageObj(pd, 2), m.Name("Fit")});
+    CosObj leaf = m.Dict({{"Names", m.Array({m.Str("sec.1"), dest})}}, true);
+    CosDictPut(CosDocGetRoot(cos), cosnames::Names, m.Dict({{"Dests", m.Dict({{"Kids", m.Array({leaf})}})}}));
     // Page 1 links to it twice: by /Dest and by a GoTo action.
-    CosObj annots = CosNewArray(cos, false);
-    CosObj byDest = CosNewDict(cos, true);
-    CosDictPut(byDest, kDest, CosNewString(cos, false, "sec.1"));
-    CosObj byAction = CosNewDict(cos, true);
-    CosObj action = CosNewDict(cos, false);
-    CosDictPutName(action, kS, false, ASAtomFromString("GoTo"));
-    CosDictPut(action, kD, CosNewString(cos, false, "sec.1"));
-    CosDictPut(byAction, kA, action);
-    CosArrayAppend(annots, byDest);
-    CosArrayAppend(annots, byAction);
-    CosDictPut(PDDocGetPageObj(pd, 0), cosnames::Annots, annots);
+    CosObj byDest = m.Dict({{"Dest", m.Str("sec.1")}}, true);
+    CosObj byAction = m.Dict({{"A", m.Parse("<< /S /GoTo /D (sec.1) >>")}}, true);
+    CosDictPut(PDDocGetPageObj(pd, 0), cosnames::Annots, m.Array({byDest, byAction}));
 
     PDDoc target = PDDocCreate();
     PDDocInsertPages(target, -1, pd, 0, 3);
@@ -330,10 +284,6 @@ TEST_F(PageTreeTest, MergedLinksByNameGetExplicitDestinations) {
     EXPECT_EQ(CosArrayGet(d2, 0), PDDocGetPageObj(target, 2));
     PDDocClose(target);
 }
-
-}  // namespace
-
-namespace {
 
 TEST_F(PageTreeTest, PageListsShareCopiedResourcesAndMayRepeatPages) {
     CosDoc cos = PDDocGetCosDoc(pd);

@@ -4,12 +4,9 @@
 
 #include "pdfcore/CosLexer.h"
 #include "pdfcore/CosParser.h"
-#include "test_parser_fixture.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
-
-using fixture::ErrorOf;
-using fixture::Span;
 
 CosToken OneToken(const std::string& text) {
     CosLexer lex(Span(text));

@@ -9,65 +9,37 @@
 #include "pdfcore/security/MD5.h"
 #include "pdfcore/security/RC4.h"
 #include "pdfcore/security/StdSecAlgorithms.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
 StdSecBytes Hex(std::string_view hex) {
-    StdSecBytes out;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        out.push_back(uint8_t(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
-    return out;
+    std::string bytes = Unhex(hex);
+    return StdSecBytes(bytes.begin(), bytes.end());
 }
 
 StdSecBlock Block(std::string_view hex) {
-    StdSecBytes bytes = Hex(hex);
     StdSecBlock out{};
+    std::string bytes = Unhex(hex);
     std::copy(bytes.begin(), bytes.end(), out.begin());
     return out;
 }
 
-template <typename Container>
-std::string ToHex(const Container& bytes) {
-    static const char* digits = "0123456789abcdef";
-    std::string out;
-    for (uint8_t b : bytes) {
-        out += digits[b >> 4];
-        out += digits[b & 15];
-    }
-    return out;
-}
-
-const StdSecBytes kQpdfId = Hex("31415926535897932384626433832795");
-
-// qpdf --static-id --encrypt user owner 40
-StdSecParams Rc4_40() {
+StdSecParams Rc4(int bits) {
     StdSecParams p;
-    p.revision = 2;
-    p.version = 1;
-    p.keyLengthBits = 40;
+    p.revision = bits == 40 ? 2 : 3;
+    p.version = bits == 40 ? 1 : 2;
+    p.keyLengthBits = bits;
     p.permissions = -4;
-    p.owner = Block("94e8094419662a774442fb072e3d9f19e9d130ec09a4d0061e78fe920f7ab62f");
-    p.user = Block("2aa12f26bcf1a217c0f1ee491745f646671475ae85bddf3e3c1a45a8457391cb");
-    p.id0 = kQpdfId;
-    return p;
-}
-
-// qpdf --static-id --encrypt user owner 128 --use-aes=n
-StdSecParams Rc4_128() {
-    StdSecParams p;
-    p.revision = 3;
-    p.version = 2;
-    p.keyLengthBits = 128;
-    p.permissions = -4;
-    p.owner = Block("0ba3835f88f90388e74e54584125ce142be0de24c6b0d37746e075b891756671");
-    p.user = Block("763f954d16622015ee88b60b3eb8f7590122456a91bae5134273a6db134c87c4");
-    p.id0 = kQpdfId;
+    p.owner = Block(bits == 40 ? qpdf::kO40 : qpdf::kO128);
+    p.user = Block(bits == 40 ? qpdf::kU40 : qpdf::kU128);
+    p.id0 = Hex(qpdf::kId);
     return p;
 }
 
 // qpdf --static-id --encrypt "" owner 128 --use-aes=n --modify=none --print=low
 StdSecParams OwnerOnly128() {
-    StdSecParams p = Rc4_128();
+    StdSecParams p = Rc4(128);
     p.permissions = -3372;
     p.owner = Block("566fa873ee33c797cd3b904fdadf814afa34df9a38f6ed41b984e2c6da2aa6f5");
     p.user = Block("0743d09457d362ad3fac2a0d569341d80122456a91bae5134273a6db134c87c4");
@@ -143,31 +115,34 @@ TEST(SecurityKeys, PaddingCutsLongPasswords) {
     EXPECT_TRUE(std::all_of(cut.begin(), cut.end(), [](uint8_t b) { return b == 'x'; }));
 }
 
-TEST(SecurityKeys, Revision2MatchesQpdf) {
-    StdSecParams p = Rc4_40();
-    EXPECT_EQ(p.KeyBytes(), 5u);
-    EXPECT_EQ(StdSecComputeO("owner", "user", 2, 5), p.owner);
-    StdSecBytes key = StdSecFileKey(StdSecPadPassword("user"), p);
-    EXPECT_EQ(ToHex(key), "ee4fd3a223");
-    EXPECT_EQ(StdSecComputeU(key, 2, p.id0), p.user);  // all 32 bytes at revision 2
-    EXPECT_EQ(DecryptString(key, 2, "b45d310261a0eda2717ab3705666814a3656"), "Known title string");
-}
-
-TEST(SecurityKeys, Revision3MatchesQpdfAndWritesFiller) {
-    StdSecParams p = Rc4_128();
-    EXPECT_EQ(p.KeyBytes(), 16u);
-    EXPECT_EQ(StdSecComputeO("owner", "user", 3, 16), p.owner);
-    StdSecBytes key = StdSecFileKey(StdSecPadPassword("user"), p);
-    EXPECT_EQ(ToHex(key), "55831911f0f2b9a08ac3cbcc766166db");
-    StdSecBlock u = StdSecComputeU(key, 3, p.id0);
-    EXPECT_TRUE(std::equal(u.begin(), u.begin() + 16, p.user.begin()));
-    for (size_t i = 16; i < 32; ++i) EXPECT_EQ(u[i], 0x10 + (i - 16)) << "byte " << i;
-    EXPECT_EQ(DecryptString(key, 2, "b0cfe9786cb10cfd6dffe8f360293b8421ec"), "Known title string");
+TEST(SecurityKeys, Revisions2And3MatchQpdf) {
+    struct Case {
+        int bits;
+        size_t keyBytes;
+        const char *key, *title;
+    } cases[] = {{40, 5, "ee4fd3a223", qpdf::kTitle40},
+                 {128, 16, "55831911f0f2b9a08ac3cbcc766166db", "b0cfe9786cb10cfd6dffe8f360293b8421ec"}};
+    for (const Case& c : cases) {
+        StdSecParams p = Rc4(c.bits);
+        EXPECT_EQ(p.KeyBytes(), c.keyBytes);
+        EXPECT_EQ(StdSecComputeO("owner", "user", p.revision, c.keyBytes), p.owner);
+        StdSecBytes key = StdSecFileKey(StdSecPadPassword("user"), p);
+        EXPECT_EQ(ToHex(key), c.key);
+        EXPECT_EQ(DecryptString(key, 2, c.title), "Known title string");
+        StdSecBlock u = StdSecComputeU(key, p.revision, p.id0);
+        if (p.revision == 2) {
+            EXPECT_EQ(u, p.user);  // all 32 bytes at revision 2
+            continue;
+        }
+        // Revision 3 checks 16 bytes and writes a filler after them.
+        EXPECT_TRUE(std::equal(u.begin(), u.begin() + 16, p.user.begin()));
+        for (size_t i = 16; i < 32; ++i) EXPECT_EQ(u[i], 0x10 + (i - 16)) << "byte " << i;
+    }
 }
 
 TEST(SecurityKeys, PasswordChecks) {
     StdSecBytes key;
-    for (const StdSecParams& p : {Rc4_40(), Rc4_128()}) {
+    for (const StdSecParams& p : {Rc4(40), Rc4(128)}) {
         EXPECT_TRUE(StdSecCheckUserPassword("user", p, &key));
         EXPECT_FALSE(StdSecCheckUserPassword("owner", p, nullptr));
         EXPECT_FALSE(StdSecCheckUserPassword("", p, nullptr));
@@ -183,28 +158,6 @@ TEST(SecurityKeys, PasswordChecks) {
     EXPECT_EQ(DecryptString(key, 2, "c7fdc9face13c759ca0ddbac3760864d804a"), "Known title string");
     EXPECT_TRUE(StdSecCheckOwnerPassword("owner", ownerOnly, nullptr));
     EXPECT_FALSE(StdSecCheckOwnerPassword("", ownerOnly, nullptr));
-}
-
-TEST(SecurityKeys, SelfMadeEntriesAuthenticateAtEveryKeyLength) {
-    // 56 bits is revision 3 with a 7-byte key; the per-object key is
-    // min(n + 5, 16) bytes long.
-    for (int bits : {40, 56, 96, 128}) {
-        StdSecParams p;
-        p.revision = bits == 40 ? 2 : 3;
-        p.keyLengthBits = bits;
-        p.permissions = StdSecPermissionsFromWord(kSecNoCopy, p.revision);
-        p.id0 = Hex("00112233445566778899aabbccddeeff");
-        p.owner = StdSecComputeO("boss", "reader", p.revision, p.KeyBytes());
-        StdSecBytes key = StdSecFileKey(StdSecPadPassword("reader"), p);
-        EXPECT_EQ(key.size(), bits == 40 ? 5u : size_t(bits / 8));
-        p.user = StdSecComputeU(key, p.revision, p.id0);
-        StdSecBytes got;
-        EXPECT_TRUE(StdSecCheckUserPassword("reader", p, &got)) << bits;
-        EXPECT_EQ(got, key);
-        EXPECT_TRUE(StdSecCheckOwnerPassword("boss", p, &got)) << bits;
-        EXPECT_FALSE(StdSecCheckUserPassword("boss", p, nullptr)) << bits;
-        EXPECT_EQ(StdSecObjectKey(key, 7, 0).size(), std::min<size_t>(key.size() + 5, 16));
-    }
 }
 
 TEST(SecurityKeys, OwnerCheckAcceptsShortHashRoundsBelow128Bits) {
@@ -237,6 +190,9 @@ TEST(SecurityKeys, ObjectKeyDependsOnNumberAndGeneration) {
     EXPECT_NE(StdSecObjectKey(key, 1, 0), StdSecObjectKey(key, 1, 1));
     // Only the low 3 bytes of the object number take part.
     EXPECT_EQ(StdSecObjectKey(key, 0x01000005, 0), StdSecObjectKey(key, 5, 0));
+    // The object key is the file key plus five bytes, at most 16.
+    for (size_t bytes : {5u, 11u, 12u, 16u})
+        EXPECT_EQ(StdSecObjectKey(StdSecBytes(bytes, 1), 7, 0).size(), std::min<size_t>(bytes + 5, 16)) << bytes;
 }
 
 TEST(SecurityPermissions, WordToP) {

@@ -1,15 +1,17 @@
-// The standard handler on Cos objects: reading Encrypt dictionaries,
-// authenticating, and setting up encryption for saving.  Documents are made
-// in memory; the Encrypt values are those of small files encrypted by qpdf.
+// The standard security handler: reading Encrypt dictionaries,
+// authenticating and setting up encryption on documents made in memory
+// (with the Encrypt values of small files encrypted by qpdf), then whole
+// files encrypted by qpdf opened through the parser, and saves with new or
+// kept encryption through the writer.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
 #include <string>
 
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
 #include "pdfcore/security/StandardSecurity.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
@@ -17,22 +19,6 @@ const ASAtom K_R = ASAtomFromString("R");
 const ASAtom K_V = ASAtomFromString("V");
 const ASAtom K_O = ASAtomFromString("O");
 const ASAtom K_U = ASAtomFromString("U");
-
-std::string Unhex(std::string_view hex) {
-    std::string out;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        out += char(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
-    return out;
-}
-
-ASErrorCode CodeOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const CVellumError& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
-}
 
 const ASErrorCode kNeedPassword = ErrBuildCode(4, 3, kErrNeedPassword);
 const ASErrorCode kRevisionNotImpl = ErrBuildCode(4, 3, kErrSecRevisionNotImpl);
@@ -44,16 +30,9 @@ struct EncryptValues {
     const char* u;
 };
 
-// qpdf --static-id --encrypt user owner 40, and ... 128 --use-aes=n
-const EncryptValues kRc4_40 = {2, 1, 40, -4,
-                               "94e8094419662a774442fb072e3d9f19e9d130ec09a4d0061e78fe920f7ab62f",
-                               "2aa12f26bcf1a217c0f1ee491745f646671475ae85bddf3e3c1a45a8457391cb"};
-const EncryptValues kRc4_128 = {3, 2, 128, -4,
-                                "0ba3835f88f90388e74e54584125ce142be0de24c6b0d37746e075b891756671",
-                                "763f954d16622015ee88b60b3eb8f7590122456a91bae5134273a6db134c87c4"};
-const char* kQpdfId = "31415926535897932384626433832795";
-// "Known title string", object 2 generation 0, encrypted in the 40-bit file.
-const char* kTitle40 = "b45d310261a0eda2717ab3705666814a3656";
+const EncryptValues kRc4_40 = {2, 1, 40, -4, qpdf::kO40, qpdf::kU40};
+const EncryptValues kRc4_128 = {3, 2, 128, -4, qpdf::kO128, qpdf::kU128};
+const std::string kQpdfId = Unhex(qpdf::kId);
 
 class SecurityHandlerTest : public ::testing::Test {
 protected:
@@ -61,36 +40,25 @@ protected:
     void TearDown() override { CosDocClose(doc); }
 
     CosObj Dict(const EncryptValues& e) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, cosnames::Filter, false, cosnames::Standard);
-        CosDictPut(d, K_R, CosNewInteger(doc, false, e.r));
-        CosDictPut(d, K_V, CosNewInteger(doc, false, e.v));
-        if (e.length) CosDictPut(d, cosnames::Length, CosNewInteger(doc, false, e.length));
-        CosDictPut(d, cosnames::P, CosNewNumber(doc, false, double(e.p)));
-        CosDictPut(d, K_O, CosNewString(doc, false, Unhex(e.o)));
-        CosDictPut(d, K_U, CosNewString(doc, false, Unhex(e.u)));
-        return d;
+        const Maker m{doc};
+        CosObj d = m.Dict({{"Filter", m.Name("Standard")}, {"R", m.Int(e.r)}, {"V", m.Int(e.v)}});
+        if (e.length) CosDictPut(d, cosnames::Length, m.Int(e.length));
+        return Maker::Put(d, {{"P", CosNewNumber(doc, false, double(e.p))},
+                              {"O", m.Str(Unhex(e.o))},
+                              {"U", m.Str(Unhex(e.u))}});
     }
     CosObj Ids(const std::string& first) {
-        CosObj a = CosNewArray(doc, false);
-        CosArrayAppend(a, CosNewString(doc, false, first));
-        CosArrayAppend(a, CosNewString(doc, false, first));
-        return a;
+        const Maker m{doc};
+        return m.Array({m.Str(first), m.Str(first)});
     }
     // Opens with a dictionary and an ID array made for the call (freed after,
     // whatever happens: direct objects without a container are the caller's).
     CosSecurityOpenResult OpenDict(CosObj dict, const std::string& id, const std::string& password) {
-        CosObj ids = Ids(id);
-        try {
-            CosSecurityOpenResult r = StdSecOpen(dict, ids, password);
-            CosObjDestroy(ids);
-            CosObjDestroy(dict);
-            return r;
-        } catch (...) {
-            CosObjDestroy(ids);
-            CosObjDestroy(dict);
-            throw;
-        }
+        struct Owned {
+            CosObj obj;
+            ~Owned() { CosObjDestroy(obj); }
+        } ownDict{dict}, ids{Ids(id)};
+        return StdSecOpen(dict, ids.obj, password);
     }
     CosSecurityOpenResult Open(const EncryptValues& e, const std::string& id,
                                const std::string& password) {
@@ -112,18 +80,15 @@ TEST_F(SecurityHandlerTest, ReadingTheEncryptDictionary) {
     for (int r : {1, 4, 5}) {
         EncryptValues e = kRc4_128;
         e.r = r;
-        EXPECT_EQ(CodeOf([&] { Open(e, Unhex(kQpdfId), "user"); }), kRevisionNotImpl)
-            << "R " << r;
+        EXPECT_EQ(ErrorCodeOf([&] { Open(e, kQpdfId, "user"); }), kRevisionNotImpl) << "R " << r;
     }
     CosObj named = Dict(kRc4_40);
     CosDictPutName(named, K_R, false, cosnames::Standard);
-    EXPECT_EQ(ErrGetNumber(CodeOf([&] { OpenDict(named, Unhex(kQpdfId), "user"); })),
-              kErrExpectedNumber);
+    EXPECT_EQ(ErrorOf([&] { OpenDict(named, kQpdfId, "user"); }), kErrExpectedNumber);
     CosObj noP = Dict(kRc4_40);
     CosDictRemove(noP, cosnames::P);
-    EXPECT_EQ(ErrGetNumber(CodeOf([&] { OpenDict(noP, Unhex(kQpdfId), "user"); })),
-              kErrExpectedNumber);
-    EXPECT_EQ(ErrGetNumber(CodeOf([&] { OpenDict(CosNewNull(), "", ""); })), kErrExpectedDict);
+    EXPECT_EQ(ErrorOf([&] { OpenDict(noP, kQpdfId, "user"); }), kErrExpectedNumber);
+    EXPECT_EQ(ErrorOf([&] { OpenDict(CosNewNull(), "", ""); }), kErrExpectedDict);
 
     // Without Length the key is 40 bits.
     EncryptValues noLength = kRc4_40;
@@ -133,7 +98,7 @@ TEST_F(SecurityHandlerTest, ReadingTheEncryptDictionary) {
     EXPECT_TRUE(StdSecReadEncryptDict(dict, &params));
     CosObjDestroy(dict);
     EXPECT_EQ(params.keyLengthBits, 40);
-    EXPECT_TRUE(Open(noLength, Unhex(kQpdfId), "user").crypt);
+    EXPECT_TRUE(Open(noLength, kQpdfId, "user").crypt);
 
     // A key length outside 40..128 stops the reading: no key can be made.
     EncryptValues tooLong = kRc4_128;
@@ -141,13 +106,13 @@ TEST_F(SecurityHandlerTest, ReadingTheEncryptDictionary) {
     dict = Dict(tooLong);
     EXPECT_FALSE(StdSecReadEncryptDict(dict, &params));
     CosObjDestroy(dict);
-    EXPECT_EQ(CodeOf([&] { Open(tooLong, Unhex(kQpdfId), "user"); }),
+    EXPECT_EQ(ErrorCodeOf([&] { Open(tooLong, kQpdfId, "user"); }),
               ErrBuildCode(4, 3, kErrCannotDecrypt));
 
     // P written unsigned still means -4.
     EncryptValues unsignedP = kRc4_40;
     unsignedP.p = 4294967292LL;
-    CosSecurityOpenResult r = Open(unsignedP, Unhex(kQpdfId), "user");
+    CosSecurityOpenResult r = Open(unsignedP, kQpdfId, "user");
     EXPECT_EQ(r.permissions, -4);
 }
 
@@ -156,7 +121,7 @@ TEST_F(SecurityHandlerTest, SetupWritesEntriesThatOpenAgain) {
         int bits, r, v;
         size_t keyBytes;
     };
-    for (Case c : {Case{40, 2, 1, 5}, Case{56, 3, 2, 7}, Case{128, 3, 2, 16}}) {
+    for (Case c : {Case{40, 2, 1, 5}, Case{56, 3, 2, 7}, Case{96, 3, 2, 12}, Case{128, 3, 2, 16}}) {
         CosDoc d = CosDocCreate();
         SetupStandardEncryption(d, "boss", "reader",
                                 kSecUserPasswordGiven | kSecOwnerPasswordGiven | kSecNoPrinting,
@@ -189,17 +154,17 @@ TEST_F(SecurityHandlerTest, SetupWritesEntriesThatOpenAgain) {
         EXPECT_FALSE(user.ownerAuthenticated);
         EXPECT_EQ(Decrypt(*user.crypt, 9, std::string(data.begin(), data.end())), "hello");
         EXPECT_TRUE(StdSecOpen(dict, ids, "boss").ownerAuthenticated);
-        EXPECT_EQ(CodeOf([&] { StdSecOpen(dict, ids, ""); }), kNeedPassword);
+        EXPECT_EQ(ErrorCodeOf([&] { StdSecOpen(dict, ids, ""); }), kNeedPassword);
         CosDocClose(d);
     }
 }
 
 TEST_F(SecurityHandlerTest, SetupRulesForPasswordsAndIdentifier) {
     // No password-given bit: nothing would protect the document.
-    EXPECT_EQ(CodeOf([&] { SetupStandardEncryption(doc, "a", "b", kSecNoCopy, 40); }), kNeedPassword);
-    EXPECT_EQ(ErrGetNumber(CodeOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 64 + 4); })),
+    EXPECT_EQ(ErrorCodeOf([&] { SetupStandardEncryption(doc, "a", "b", kSecNoCopy, 40); }), kNeedPassword);
+    EXPECT_EQ(ErrorOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 64 + 4); }),
               kErrBadParm);
-    EXPECT_EQ(ErrGetNumber(CodeOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 256); })),
+    EXPECT_EQ(ErrorOf([&] { SetupStandardEncryption(doc, "a", "b", 3, 256); }),
               kErrBadParm);
 
     // An empty owner password becomes the user password.
@@ -241,7 +206,7 @@ TEST_F(SecurityHandlerTest, FreshIdentifierIsReproducibleWithSourceDateEpoch) {
 TEST_F(SecurityHandlerTest, InputEncryptionIsKeptUnlessTheOwnerOpenedIt) {
     // A document as the parser leaves it: the read filter installed.
     auto openAs = [&](const std::string& password) {
-        CosObj ids = Ids(Unhex(kQpdfId));
+        CosObj ids = Ids(kQpdfId);
         CosObj dict = Dict(kRc4_40);
         CosSecurityOpenResult r = StdSecOpen(dict, ids, password);
         CosObjDestroy(dict);
@@ -272,8 +237,8 @@ TEST_F(SecurityHandlerTest, InputEncryptionIsKeptUnlessTheOwnerOpenedIt) {
     EXPECT_EQ(CosStringBytes(CosDictGet(dict, K_U)), Unhex(kRc4_40.u));
     EXPECT_EQ(CosDictGetInt(dict, cosnames::P, 0), -4);
     CosObj ids = CosDictGet(CosDocGetTrailer(doc), cosnames::ID);
-    EXPECT_EQ(CosStringBytes(CosArrayGet(ids, 0)), Unhex(kQpdfId));
-    std::string title = Unhex(kTitle40);
+    EXPECT_EQ(CosStringBytes(CosArrayGet(ids, 0)), kQpdfId);
+    std::string title = Unhex(qpdf::kTitle40);
     std::vector<uint8_t> plain = {'K', 'n', 'o', 'w', 'n'};
     CosDocGetWriteCrypt(doc)->Encrypt(2, 0, plain);
     EXPECT_EQ(std::string(plain.begin(), plain.end()), title.substr(0, 5));
@@ -283,4 +248,108 @@ TEST_F(SecurityHandlerTest, InputEncryptionIsKeptUnlessTheOwnerOpenedIt) {
     EXPECT_FALSE(KeepInputEncryption(doc));
     EXPECT_EQ(CosDocGetWriteCrypt(doc), nullptr);
     EXPECT_TRUE(StdSecDocPermits(doc, 0x2));
+}
+
+namespace {
+
+const std::string kDir = std::string(TM_TEST_DATA_DIR) + "/security/";
+const std::string kContent = "BT /F1 24 Tf 20 40 Td (Secret text) Tj ET\n";
+const ASAtom K_Title = ASAtomFromString("Title");
+
+std::string Title(CosDoc doc) { return CosStringBytes(CosDictGet(CosDocGetInfo(doc), K_Title)); }
+
+// The first page's content stream, which the fixtures keep unfiltered.
+std::string Content(CosDoc doc) {
+    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
+    CosObj page = CosArrayGet(CosDictGet(pages, cosnames::Kids), 0);
+    std::span<const uint8_t> data = CosStreamEncodedData(CosDictGet(page, cosnames::Contents));
+    return std::string(data.begin(), data.end());
+}
+
+class SecurityFilesTest : public ::testing::Test {
+protected:
+    void SetUp() override { CosCoreInit(); }  // registers the handler, as the program does at start-up
+    void Save(CosDoc doc) {
+        CosSaveParams params;
+        params.path = out;
+        CosDocSave(doc, params);
+    }
+    ScratchDir scratch;
+    const std::string out = scratch / "out.pdf";
+};
+
+}  // namespace
+
+TEST_F(SecurityFilesTest, QpdfFilesOpenWithTheirPasswords) {
+    for (const char* name : {"rc4-40.pdf", "rc4-128.pdf"}) {
+        SCOPED_TRACE(name);
+        for (const char* password : {"user", "owner"}) {
+            CosDoc doc = OpenPath(kDir + name, password);
+            const CosDocFileInfo& info = CosDocGetFileInfo(doc);
+            EXPECT_TRUE(info.encrypted);
+            EXPECT_EQ(info.ownerAuthenticated, std::string(password) == "owner");
+            EXPECT_EQ(Title(doc), "Known title string");
+            EXPECT_EQ(Content(doc), kContent);
+            EXPECT_GT(CosDocLoadAllObjects(doc), 0);
+            CosDocClose(doc);
+        }
+        EXPECT_EQ(ErrorCodeOf([&] { OpenPath(kDir + name, "wrong"); }), kNeedPassword);
+        EXPECT_EQ(ErrorCodeOf([&] { OpenPath(kDir + name, ""); }), kNeedPassword);
+    }
+    EXPECT_EQ(ErrorCodeOf([&] { OpenPath(kDir + "aes-128.pdf", "user"); }),
+              ErrBuildCode(4, 3, kErrSecRevisionNotImpl));
+}
+
+TEST_F(SecurityFilesTest, PermissionsOfOpenedFiles) {
+    // qpdf --modify=none, opened without a password, then by the owner.
+    CosDoc doc = OpenPath(kDir + "owner-only-128.pdf", "");
+    EXPECT_EQ(Title(doc), "Known title string");
+    EXPECT_FALSE(StdSecDocPermits(doc, 0x408));
+    CosDocClose(doc);
+    doc = OpenPath(kDir + "owner-only-128.pdf", "owner");
+    EXPECT_TRUE(StdSecDocPermits(doc, 0x2));
+    CosDocClose(doc);
+    doc = OpenPath(kDir + "rc4-40-restricted.pdf", "user");  // --modify=n
+    EXPECT_FALSE(StdSecDocPermits(doc, 0x408));
+    CosDocClose(doc);
+}
+
+TEST_F(SecurityFilesTest, EncryptedSaveOpensAgain) {
+    for (int bits : {40, 56, 128}) {
+        SCOPED_TRACE(bits);
+        CosDoc doc = OpenPath(kDir + "plain.pdf", "");
+        SetupStandardEncryption(doc, "boss", "reader",
+                                kSecUserPasswordGiven | kSecOwnerPasswordGiven | kSecNoCopy, bits);
+        Save(doc);
+        CosDocClose(doc);
+
+        CosDoc user = OpenPath(out, "reader");
+        EXPECT_FALSE(CosDocGetFileInfo(user).ownerAuthenticated);
+        EXPECT_EQ(CosDocGetFileInfo(user).permissions,
+                  StdSecPermissionsFromWord(kSecNoCopy, bits == 40 ? 2 : 3));
+        EXPECT_EQ(Title(user), "Known title string");
+        EXPECT_EQ(Content(user), kContent);
+        CosDocClose(user);
+        CosDoc owner = OpenPath(out, "boss");
+        EXPECT_TRUE(CosDocGetFileInfo(owner).ownerAuthenticated);
+        EXPECT_EQ(Content(owner), kContent);
+        CosDocClose(owner);
+        EXPECT_EQ(ErrorCodeOf([&] { OpenPath(out, ""); }), kNeedPassword);
+    }
+}
+
+TEST_F(SecurityFilesTest, KeptEncryptionSurvivesASave) {
+    CosDoc doc = OpenPath(kDir + "rc4-128.pdf", "user");
+    ASSERT_TRUE(KeepInputEncryption(doc));
+    Save(doc);
+    CosDocClose(doc);
+    EXPECT_EQ(ErrorCodeOf([&] { OpenPath(out, ""); }), kNeedPassword);
+    CosDoc again = OpenPath(out, "user");
+    EXPECT_EQ(Title(again), "Known title string");
+    EXPECT_EQ(Content(again), kContent);
+    CosDocClose(again);
+    again = OpenPath(out, "owner");
+    EXPECT_TRUE(CosDocGetFileInfo(again).ownerAuthenticated);
+    EXPECT_FALSE(KeepInputEncryption(again));
+    CosDocClose(again);
 }

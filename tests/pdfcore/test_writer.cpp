@@ -19,18 +19,6 @@ std::string Fixed(double v, int p) {
     return out;
 }
 
-// Adds the low byte of the object number plus 0x80 to every byte, so the
-// output shows which number encrypted it and holds bytes above 127.
-class ShiftCrypt : public CosCryptFilter {
-public:
-    void Decrypt(ASUns32 n, ASUns16, std::vector<uint8_t>& d) override {
-        for (auto& b : d) b = static_cast<uint8_t>(b - 0x80 - n);
-    }
-    void Encrypt(ASUns32 n, ASUns16, std::vector<uint8_t>& d) override {
-        for (auto& b : d) b = static_cast<uint8_t>(b + 0x80 + n);
-    }
-};
-
 class WriterTest : public ::testing::Test {
 protected:
     void SetUp() override { doc = CosDocCreate(); }
@@ -54,7 +42,6 @@ protected:
 };
 
 const ASAtom kA = ASAtomFromString("A");
-const ASAtom kB = ASAtomFromString("B");
 
 TEST(WriterNumbers, FixedPointExamplesAndRounding) {
     EXPECT_EQ(Fixed(1.5, 5), "1.5");
@@ -72,35 +59,28 @@ TEST(WriterNumbers, FixedPointExamplesAndRounding) {
     EXPECT_EQ(Fixed(-0.0, 5), "0");
 }
 
-TEST(WriterNumbers, DefaultPrecisionWritesFileRealsBackAsTheyStood) {
+TEST(WriterNumbers, DefaultPrecisionKeepsFileRealsAndPrecisionIsCutAtNine) {
     // Rounding these to fewer decimals moves an appearance's matrix far
     // enough to change how readers render it.
     CosDoc doc = CosDocCreate();
+    auto write = [&](CosObjWriter& w, double v) {
+        std::string out;
+        CosObj num = CosNewFixed(doc, false, v);
+        w.WriteBody(out, num);
+        CosObjDestroy(num);
+        return out;
+    };
     CosObjWriter w;
     w.SetPrecision(CosDocGetPrecision(doc));
-    for (const char* text : {"0.833333", "0.00004578", "-7911.83", "0.000244140625", "4000000000.1"}) {
-        std::string out;
-        CosObj num = CosNewFixed(doc, false, std::strtod(text, nullptr));
-        w.WriteBody(out, num);
-        const std::string expect = std::string(text) == "0.000244140625" ? "0.000244141" : text;
-        EXPECT_EQ(out, expect);
-        CosObjDestroy(num);
-    }
-    CosDocClose(doc);
-}
-
-TEST(WriterNumbers, PrecisionAboveNineIsRefusedByTheFormatterAndCutByTheWriter) {
+    for (const char* text : {"0.833333", "0.00004578", "-7911.83", "4000000000.1"})
+        EXPECT_EQ(write(w, std::strtod(text, nullptr)), text);
+    EXPECT_EQ(write(w, 0.000244140625), "0.000244141");
+    // The formatter refuses more than nine decimals; the writer cuts to nine.
     EXPECT_EQ(ErrorOf([] { Fixed(1.5, 10); }), kErrBadParm);
     EXPECT_EQ(ErrorOf([] { Fixed(1.5, -1); }), kErrBadParm);
-    CosDoc doc = CosDocCreate();
-    CosObjWriter w;
     w.SetPrecision(12);
     EXPECT_EQ(w.Precision(), 9);
-    std::string out;
-    CosObj num = CosNewFixed(doc, false, 0.123456789012);
-    w.WriteBody(out, num);
-    EXPECT_EQ(out, "0.123456789");
-    CosObjDestroy(num);
+    EXPECT_EQ(write(w, 0.123456789012), "0.123456789");
     CosDocClose(doc);
 }
 
@@ -109,11 +89,6 @@ TEST_F(WriterTest, NumbersThroughTheObjectModel) {
     EXPECT_EQ(Body(Own(CosNewNumber(doc, false, 100.0))), "100");
     EXPECT_EQ(Body(Own(CosNewNumber(doc, false, -7))), "-7");
     EXPECT_EQ(Body(Own(CosNewNumber(doc, false, 4294967296.0))), "4294967296");
-    CosObjWriter w;
-    w.SetPrecision(2);
-    std::string out;
-    w.WriteBody(out, Own(CosNewFixed(doc, false, 3.14159)));
-    EXPECT_EQ(out, "3.14");
 }
 
 TEST_F(WriterTest, EmptyAndFilledDictionariesInBothModes) {
@@ -122,19 +97,13 @@ TEST_F(WriterTest, EmptyAndFilledDictionariesInBothModes) {
     EXPECT_EQ(Body(empty, true), "<<>>");
 
     CosObj target = CosNewDict(doc, true);  // some indirect object
-    CosObj d = Own(CosNewDict(doc, false));
-    CosDictPutName(d, cosnames::Type, false, cosnames::Page);
-    CosDictPut(d, cosnames::Count, CosNewInteger(doc, false, 3));
-    CosDictPut(d, cosnames::Parent, target);
-    CosObj arr = CosNewArray(doc, false);
-    CosArrayAppend(arr, CosNewInteger(doc, false, 1));
-    CosArrayAppend(arr, CosNewInteger(doc, false, 2));
-    CosArrayAppend(arr, CosNewName(doc, false, kA));
-    CosArrayAppend(arr, CosNewString(doc, false, std::string_view("x")));
-    CosArrayAppend(arr, CosNewBoolean(doc, false, true));
-    CosArrayAppend(arr, target);
-    CosDictPut(d, cosnames::Kids, arr);
-    CosDictPut(d, kB, CosNewDict(doc, false));
+    const Maker m{doc};
+    CosObj d = Own(m.Dict({{"Type", m.Name("Page")},
+                           {"Count", m.Int(3)},
+                           {"Parent", target},
+                           {"Kids", m.Array({m.Int(1), m.Int(2), m.Name("A"), m.Str("x"),
+                                             CosNewBoolean(doc, false, true), target})},
+                           {"B", m.Dict({})}}));
     const std::string ref = std::to_string(CosObjGetID(target)) + " 0 R";
     EXPECT_EQ(Body(d), "<<\r/Type /Page\r/Count 3\r/Parent " + ref + "\r/Kids [1 2 /A (x) true " + ref +
                            "]\r/B << >>\r>>");
@@ -195,7 +164,7 @@ TEST_F(WriterTest, LiteralStringEscapes) {
 }
 
 TEST_F(WriterTest, StringsAreEncryptedPerObjectAndThenEscapedWithoutOctal) {
-    ShiftCrypt crypt;
+    AddCrypt crypt(0x80);  // bytes above 127 show the escaping
     CosObj arr = Own(CosNewArray(doc, false));
     CosArrayAppend(arr, CosNewString(doc, false, std::string_view("AB")));
     CosObj hex = CosNewString(doc, false, std::string_view("\x01"));

@@ -5,7 +5,7 @@
 
 #include "pdfcore/CosNames.h"
 #include "pdfcore/CosXref.h"
-#include "test_parser_fixture.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
@@ -19,11 +19,10 @@ std::string Junk(size_t n) {
 
 TEST(CosOpenHeader, JunkBeforeHeaderUpTo1023Bytes) {
     Built ok = MakePdf(PageTree(1), "/Root 1 0 R", Junk(1023));
-    PDDoc pd = Open(ok.bytes);
-    EXPECT_EQ(CosDocGetFileInfo(PDDocGetCosDoc(pd)).headerOffset, 1023);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).repaired);  // offsets are relative to the header
-    EXPECT_EQ(PDDocGetNumPages(pd), 1);
-    PDDocClose(pd);
+    OpenDoc pd(ok.bytes);
+    EXPECT_EQ(pd.info().headerOffset, 1023);
+    EXPECT_FALSE(pd.info().repaired);  // offsets are relative to the header
+    EXPECT_EQ(pd.pages(), 1);
     Built bad = MakePdf(PageTree(1), "/Root 1 0 R", Junk(1024));
     EXPECT_EQ(ErrorOf([&] { PageCount(bad.bytes); }), kErrBadHeader);
 }
@@ -92,31 +91,24 @@ TEST(CosOpenXref, TwoLineSubsectionHeaderAndChainErrors) {
     EXPECT_EQ(PageCount(badEntry), 2);
 }
 
-// Appends an update that replaces object 2 with a one-page tree.
-Built WithUpdate(int updates) {
+// A three-page file and an update that replaces object 2 with a one-page
+// tree.  `offsets` keeps only the update's objects.
+Built WithUpdate() {
     Built b = MakePdf(PageTree(3));
-    size_t prev = b.xrefPos;
-    for (int u = 0; u < updates; ++u) {
-        std::map<int, size_t> before = b.offsets;
-        b.offsets.clear();
-        AddObjects(b, {"<< /Type /Pages /Kids [3 0 R] /Count 1 >>"}, 2);
-        AddClassicXref(b, "/Root 1 0 R /Prev " + std::to_string(prev), 0, 2, 2);
-        b.bytes.replace(b.bytes.rfind("xref\n2 1"), 0, "");
-        prev = b.xrefPos;
-        for (auto& [n, off] : before)
-            if (!b.offsets.count(n)) b.offsets[n] = off;
-    }
+    const size_t prev = b.xrefPos;
+    b.offsets.clear();
+    AddObjects(b, {"<< /Type /Pages /Kids [3 0 R] /Count 1 >>"}, 2);
+    AddClassicXref(b, "/Root 1 0 R /Prev " + std::to_string(prev), 0, 2, 2);
     return b;
 }
 
 TEST(CosOpenXref, IncrementalUpdateNewestWinsAndPrevLoopEnds) {
     EXPECT_EQ(PageCount(MakePdf(PageTree(3)).bytes), 3);
-    Built upd = WithUpdate(1);
-    PDDoc pd = Open(upd.bytes);
-    EXPECT_EQ(PDDocGetNumPages(pd), 1);
-    EXPECT_EQ(CosDocGetFileInfo(PDDocGetCosDoc(pd)).xrefSections, 2);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).repaired);
-    PDDocClose(pd);
+    Built upd = WithUpdate();
+    OpenDoc pd(upd.bytes);
+    EXPECT_EQ(pd.pages(), 1);
+    EXPECT_EQ(pd.info().xrefSections, 2);
+    EXPECT_FALSE(pd.info().repaired);
     // A Prev that points back at the newest section ends the chain.
     std::string loop = upd.bytes;
     size_t p = loop.rfind("/Prev ");
@@ -140,9 +132,8 @@ TEST(CosOpenLinearized, TwoSectionsOrderAndLength) {
     EXPECT_TRUE(CosIsLinearized(Span(withZero), {10, 500}));
     EXPECT_FALSE(CosIsLinearized(Span("%PDF-1.4"), {10, 500}));
     // An ordinary update is two sections in the wrong order: not linearized.
-    PDDoc pd = Open(WithUpdate(1).bytes);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).linearized);
-    PDDocClose(pd);
+    OpenDoc pd(WithUpdate().bytes);
+    EXPECT_FALSE(pd.info().linearized);
 }
 
 // A file whose objects 1..2 are plain, whose page objects sit in object
@@ -183,25 +174,22 @@ std::string XrefStreamFile(bool selfContaining, bool extends) {
 
 TEST(CosOpenXrefStream, IndexRangesAndObjectStreams) {
     std::string f = XrefStreamFile(false, false);
-    PDDoc pd = Open(f);
-    CosDoc cos = PDDocGetCosDoc(pd);
+    OpenDoc pd(f);
+    CosDoc cos = pd.cos();
     EXPECT_FALSE(CosDocGetFileInfo(cos).repaired);
-    EXPECT_EQ(PDDocGetNumPages(pd), 2);
+    EXPECT_EQ(pd.pages(), 2);
     EXPECT_EQ(CosDictGetName(CosDocGetObjByID(cos, 10), cosnames::Type), cosnames::Page);
     EXPECT_EQ(CosDictGetName(CosDocGetObjByID(cos, 11), cosnames::Type), cosnames::Page);
     EXPECT_TRUE(CosObjIsNull(CosDocGetObjByID(cos, 3)));  // not in any Index range
-    PDDocClose(pd);
 }
 
 TEST(CosOpenXrefStream, ExtendsIsFollowedAndSelfContainingStreamFailsCleanly) {
-    PDDoc pd = Open(XrefStreamFile(false, true));
+    OpenDoc pd(XrefStreamFile(false, true));
     // Object 11's row names stream 5 with a wrong index: found by number.
-    EXPECT_EQ(CosDictGetName(CosDocGetObjByID(PDDocGetCosDoc(pd), 11), cosnames::Type), cosnames::Page);
-    PDDocClose(pd);
-    PDDoc self = Open(XrefStreamFile(true, false));
-    EXPECT_TRUE(CosObjIsNull(CosDocGetObjByID(PDDocGetCosDoc(self), 10)));
-    CosDocLoadAllObjects(PDDocGetCosDoc(self));
-    PDDocClose(self);
+    EXPECT_EQ(CosDictGetName(CosDocGetObjByID(pd.cos(), 11), cosnames::Type), cosnames::Page);
+    OpenDoc self(XrefStreamFile(true, false));
+    EXPECT_TRUE(CosObjIsNull(CosDocGetObjByID(self.cos(), 10)));
+    CosDocLoadAllObjects(self.cos());
 }
 
 TEST(CosOpenStreams, IndirectLengthAndWrongLengthRecovered) {
@@ -211,8 +199,8 @@ TEST(CosOpenStreams, IndirectLengthAndWrongLengthRecovered) {
                        "<< /Length 5 0 R >>\nstream\nq 1 0 0 1 0 0 cm Q\nendstream", "18",
                        "<< /Length 3 >>\nstream\nBT /F1 12 Tf ET\nendstream",
                        "<< /Length 7 0 R >>\nstream\nself\nendstream"});
-    PDDoc pd = Open(b.bytes);
-    CosDoc cos = PDDocGetCosDoc(pd);
+    OpenDoc pd(b.bytes);
+    CosDoc cos = pd.cos();
     auto data = [&](int n) {
         auto d = CosStreamEncodedData(CosDocGetObjByID(cos, n));
         return std::string(d.begin(), d.end());
@@ -220,8 +208,7 @@ TEST(CosOpenStreams, IndirectLengthAndWrongLengthRecovered) {
     EXPECT_EQ(data(4), "q 1 0 0 1 0 0 cm Q");
     EXPECT_EQ(data(6), "BT /F1 12 Tf ET");
     EXPECT_EQ(data(7), "self");  // a Length that refers to its own object
-    EXPECT_EQ(PDDocGetNumPages(pd), 1);
-    PDDocClose(pd);
+    EXPECT_EQ(pd.pages(), 1);
 }
 
 TEST(CosOpenXref, HugeSubsectionNumbersAreSkippedAndPrevIsTruncated) {
@@ -237,23 +224,21 @@ TEST(CosOpenXref, HugeSubsectionNumbersAreSkippedAndPrevIsTruncated) {
     EXPECT_EQ(table.size(), 4u);
     CosObjDestroy(chain.trailer);
     CosDocClose(doc);
-    PDDoc pd = Open(huge);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(pd)).repaired);
-    EXPECT_EQ(PDDocGetNumPages(pd), 1);
-    PDDocClose(pd);
+    OpenDoc pd(huge);
+    EXPECT_FALSE(pd.info().repaired);
+    EXPECT_EQ(pd.pages(), 1);
 
     // A Prev written as a real is cut to its whole part, never rounded up
     // (rounding would land one byte into "xref" and force a repair).
-    Built upd = WithUpdate(1);
+    Built upd = WithUpdate();
     size_t p = upd.bytes.rfind("/Prev ");
     size_t e = upd.bytes.find(' ', p + 6);
     std::string real = upd.bytes;
     real.insert(e, ".9");
-    PDDoc r = Open(real);
-    EXPECT_FALSE(CosDocGetFileInfo(PDDocGetCosDoc(r)).repaired);
-    EXPECT_EQ(CosDocGetFileInfo(PDDocGetCosDoc(r)).xrefSections, 2);
-    EXPECT_EQ(PDDocGetNumPages(r), 1);
-    PDDocClose(r);
+    OpenDoc r(real);
+    EXPECT_FALSE(r.info().repaired);
+    EXPECT_EQ(r.info().xrefSections, 2);
+    EXPECT_EQ(r.pages(), 1);
 }
 
 TEST(CosOpenXref, ChainFailuresAreParserErrors) {
