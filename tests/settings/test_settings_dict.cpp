@@ -85,7 +85,7 @@ TEST(SettingsDict, ReadsEveryGroup) {
 }
 
 // Reads `text` saved as `name` with the loader that picks the form by name.
-ReadSettings Load(const std::string& text, const std::string& name = "s.tms", CTrimoraPreferences start = {}) {
+static ReadSettings Load(const std::string& text, const std::string& name = "s.tms", CTrimoraPreferences start = {}) {
     return ReadSettings(LoadSettingsFile, name, text, start);
 }
 

@@ -167,43 +167,41 @@ void ChangeEverything(CTrimoraPreferences& p) {
     f.outline = !f.outline;
 }
 
+// The sections in which `a` and `b` differ.
+std::vector<std::string> Differing(CTrimoraPreferences& a, CTrimoraPreferences& b) {
+    std::vector<std::string> out;
+    auto check = [&](const char* name, bool same) {
+        if (!same) out.push_back(name);
+    };
+    check("target", a.Target() == b.Target());
+    check("optimize", a.Optimize() == b.Optimize());
+    check("viewing", a.Viewing() == b.Viewing());
+    check("metadata", a.Metadata() == b.Metadata());
+    check("security", a.Security() == b.Security());
+    check("images", a.Images() == b.Images());
+    check("colors", a.Colors() == b.Colors());
+    check("layout", a.Layout() == b.Layout());
+    check("stamp", a.Stamp() == b.Stamp());
+    check("page-scaler", a.PageScaler() == b.PageScaler());
+    check("page-boxes", a.PageBoxes() == b.PageBoxes());
+    check("fonts", a.Fonts() == b.Fonts());
+    return out;
+}
+
 }  // namespace
 
 TEST(SettingsXml, RoundTripOfEverySettingChanged) {
     ScratchDir dir;
     CapturedLog log;
-    CTrimoraPreferences written;
+    CTrimoraPreferences written, defaults;
     ChangeEverything(written);
-    const CTrimoraPreferences defaults;
     // Each section really differs from its defaults, so the comparison below means something.
-    EXPECT_FALSE(written.Target() == defaults.Target());
-    EXPECT_FALSE(written.Optimize() == defaults.Optimize());
-    EXPECT_FALSE(written.Viewing() == defaults.Viewing());
-    EXPECT_FALSE(written.Security() == defaults.Security());
-    EXPECT_FALSE(written.Images() == defaults.Images());
-    EXPECT_FALSE(written.Colors() == defaults.Colors());
-    EXPECT_FALSE(written.Layout() == defaults.Layout());
-    EXPECT_FALSE(written.Stamp() == defaults.Stamp());
-    EXPECT_FALSE(written.PageScaler() == defaults.PageScaler());
-    EXPECT_FALSE(written.PageBoxes() == defaults.PageBoxes());
-    EXPECT_FALSE(written.Fonts() == defaults.Fonts());
-
+    EXPECT_EQ(Differing(written, defaults).size(), 12u);
     std::string path = dir.Path("all.tmc");
     ASSERT_TRUE(WriteXmlSettings(written, path, log.log));
     CTrimoraPreferences read;
     ASSERT_TRUE(ReadXmlSettings(read, path, log.log)) << log.Text();
-    EXPECT_EQ(read.Target(), written.Target());
-    EXPECT_EQ(read.Optimize(), written.Optimize());
-    EXPECT_EQ(read.Viewing(), written.Viewing());
-    EXPECT_EQ(read.Metadata(), written.Metadata());
-    EXPECT_EQ(read.Security(), written.Security());
-    EXPECT_EQ(read.Images(), written.Images());
-    EXPECT_EQ(read.Colors(), written.Colors());
-    EXPECT_EQ(read.Layout(), written.Layout());
-    EXPECT_EQ(read.Stamp(), written.Stamp());
-    EXPECT_EQ(read.PageScaler(), written.PageScaler());
-    EXPECT_EQ(read.PageBoxes(), written.PageBoxes());
-    EXPECT_EQ(read.Fonts(), written.Fonts());
+    EXPECT_EQ(Differing(read, written), std::vector<std::string>{});
     EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
 }
 
@@ -223,7 +221,7 @@ TEST(SettingsXml, WrittenShapeStartsWithDeclarationAndKeepsSectionOrder) {
 }
 
 // Reads `text` with the XML reader, over `start`.
-ReadSettings Xml(const std::string& text, CTrimoraPreferences start = {}) {
+static ReadSettings Xml(const std::string& text, CTrimoraPreferences start = {}) {
     return ReadSettings(ReadXmlSettings, "s.tmc", text, start);
 }
 
