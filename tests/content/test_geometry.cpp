@@ -6,8 +6,9 @@
 
 namespace {
 
-TEST(PageContentBox, FallsBackAndClipsToTheMediaBox) {
-    CosDoc doc = CosDocCreate();
+using PageContentBoxes = ContentDoc;
+
+TEST_F(PageContentBoxes, FallBackAndClipToTheMediaBox) {
     CosObj parent = CosNewDict(doc, true);
     Put(parent, "MediaBox", Array(doc, {0, 0, 600, 800}));
     CosObj page = CosNewDict(doc, true);
@@ -28,7 +29,6 @@ TEST(PageContentBox, FallsBackAndClipsToTheMediaBox) {
         PageContentBox(c.page, c.box, b);
         EXPECT_EQ(std::vector<double>(b, b + 4), c.want) << c.box;
     }
-    CosDocClose(doc);
 }
 
 TEST(PathReader, ReadsPathsThroughTheCTMAndAbandonsInterruptedOnes) {

@@ -95,16 +95,7 @@ TEST(ContentWriter, NamedColours) {
     EXPECT_EQ(w.StrokeColor(), "0 0.5 1 0 K");
 }
 
-class WriterResources : public ::testing::Test {
-protected:
-    void SetUp() override {
-        doc = CosDocCreate();
-        resources = CosNewDict(doc, true);  // indirect: the document owns it
-    }
-    void TearDown() override { CosDocClose(doc); }
-    CosDoc doc;
-    CosObj resources;
-};
+using WriterResources = ContentDoc;
 
 TEST_F(WriterResources, OpacityMakesNumberedExtGStatesAndNothingAtOne) {
     ContentWriter w(resources);
