@@ -24,6 +24,13 @@ inline FilterParams Params(std::initializer_list<std::pair<const std::string, do
     return p;
 }
 
+// Options under which damaged data raises instead of decoding in part.
+inline const DecodeOptions kStrict = [] {
+    DecodeOptions o;
+    o.strict = true;
+    return o;
+}();
+
 // Collects what the decoders warn about while alive.
 class WarningCatcher {
 public:

@@ -170,9 +170,7 @@ TEST(CCITTFax, TruncatedAndDamagedData) {
     // The rows that did decode are right (all but possibly the last).
     EXPECT_TRUE(std::equal(r.data.begin(), r.data.end() - static_cast<std::ptrdiff_t>(rb), bm.bits.begin()));
     EXPECT_FALSE(wc.warnings.empty());
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeChain(cut, {{"CCF", Fax(-1, bm.width, bm.height)}}, strict); }),
+    EXPECT_EQ(RaisedError([&] { DecodeChain(cut, {{"CCF", Fax(-1, bm.width, bm.height)}}, kStrict); }),
               kErrCCITTFilter);
     // Noise is rejected without hanging.
     Bytes noise(4000);
@@ -230,10 +228,8 @@ TEST(DCT, DamagedJpeg) {
     EXPECT_TRUE(img.corrupt);
     EXPECT_EQ(img.samples.size(), gray.size());
     EXPECT_FALSE(wc.warnings.empty());
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeDCT(cut, {}, strict); }), kErrJPEGFilter);
-    EXPECT_EQ(RaisedError([&] { DecodeChain(B("not a jpeg"), {{"DCTDecode", {}}}, strict); }), kErrJPEGFilter);
+    EXPECT_EQ(RaisedError([&] { DecodeDCT(cut, {}, kStrict); }), kErrJPEGFilter);
+    EXPECT_EQ(RaisedError([&] { DecodeChain(B("not a jpeg"), {{"DCTDecode", {}}}, kStrict); }), kErrJPEGFilter);
     // A JPEG bigger than the limit is refused before it is decoded.
     DecodeOptions small;
     small.maxOutput = 1000;
