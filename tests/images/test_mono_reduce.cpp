@@ -58,6 +58,16 @@ protected:
     }
 };
 
+// Box-filter downsampling above `threshold` ppi to `target` ppi.
+MonoParams BoxDownsample(double threshold, double target) {
+    MonoParams p;
+    p.downsample = true;
+    p.resampleFilter = "box";
+    p.thresholdPpi = threshold;
+    p.targetPpi = target;
+    return p;
+}
+
 // JBIG2 comes from the layer above; this stand-in stores the ink rows
 // behind a marker, so the test sees exactly what the coder was handed.
 BilevelEncoder RecordingJBIG2(Bytes* seen) {
@@ -134,11 +144,7 @@ TEST_F(Mono, DownsamplingKeepsThinLinesInEveryKindOfImage) {
         }
         return b;
     };
-    MonoParams p;
-    p.downsample = true;
-    p.resampleFilter = "box";
-    p.thresholdPpi = 450;
-    p.targetPpi = 300;
+    MonoParams p = BoxDownsample(450, 300);
     p.compression = MonoCompression::Flate;
 
     // Painted sample, per image: gray (black = 0), mask (paint = 0), mask
@@ -195,11 +201,7 @@ TEST_F(Mono, DescreenTurnsADownsampledHalftoneIntoGray) {
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
             if ((x + y) % 2) screen[size_t(y) * 16 + size_t(x) / 8] |= uint8_t(0x80 >> (x % 8));
-    MonoParams p;
-    p.downsample = true;
-    p.resampleFilter = "box";
-    p.thresholdPpi = 300;
-    p.targetPpi = 150;
+    MonoParams p = BoxDownsample(300, 150);
     p.descreen = true;
     CosObj img = Bilevel(w, h, screen);
     ASSERT_EQ(ReduceMonoImage(img, 600, 600, p).outcome, ReductionOutcome::Replaced);
@@ -233,11 +235,7 @@ TEST_F(Mono, CCITTSourcesWithMissingOrWrongRows) {
         CosStreamSetEncodedData(img, g4);
         return img;
     };
-    MonoParams p;
-    p.downsample = true;
-    p.resampleFilter = "box";
-    p.thresholdPpi = 450;
-    p.targetPpi = 300;
+    MonoParams p = BoxDownsample(450, 300);
     // No Rows: the data holds Height rows, so the image is reduced.
     CosObj noRows = ccitt(-1);
     ReductionResult r = ReduceMonoImage(noRows, 600, 600, p);
