@@ -2,6 +2,8 @@
 // small documents built in memory.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -103,3 +105,15 @@ inline CosObj NewPage(CosDoc doc, std::string_view content, CosObj resources) {
     Put(page, "Contents", NewStream(doc, content));
     return page;
 }
+
+// A scratch document with a resource dictionary for content to use.
+class ContentDoc : public ::testing::Test {
+protected:
+    void SetUp() override {
+        doc = CosDocCreate();
+        resources = CosNewDict(doc, true);  // indirect: the document owns it
+    }
+    void TearDown() override { CosDocClose(doc); }
+    CosDoc doc = nullptr;
+    CosObj resources;
+};

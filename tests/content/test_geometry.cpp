@@ -6,29 +6,29 @@
 
 namespace {
 
-TEST(PageContentBox, FallsBackAndClipsToTheMediaBox) {
-    CosDoc doc = CosDocCreate();
+using PageContentBoxes = ContentDoc;
+
+TEST_F(PageContentBoxes, FallBackAndClipToTheMediaBox) {
     CosObj parent = CosNewDict(doc, true);
     Put(parent, "MediaBox", Array(doc, {0, 0, 600, 800}));
     CosObj page = CosNewDict(doc, true);
     Put(page, "Parent", parent);
     Put(page, "CropBox", Array(doc, {500, 700, 10, 20}));  // reversed corners
     Put(page, "TrimBox", Array(doc, {20, 30, 700, 400}));  // sticks out of the media box
-    double b[4];
-    PageContentBox(page, "media", b);
-    EXPECT_EQ(std::vector<double>(b, b + 4), (std::vector<double>{0, 0, 600, 800}));
-    PageContentBox(page, "crop", b);
-    EXPECT_EQ(std::vector<double>(b, b + 4), (std::vector<double>{10, 20, 500, 700}));
-    PageContentBox(page, "bleed", b);  // none: the crop box
-    EXPECT_EQ(std::vector<double>(b, b + 4), (std::vector<double>{10, 20, 500, 700}));
-    PageContentBox(page, "trim", b);
-    EXPECT_EQ(std::vector<double>(b, b + 4), (std::vector<double>{20, 30, 600, 400}));
-    PageContentBox(page, "other", b);
-    EXPECT_EQ(std::vector<double>(b, b + 4), (std::vector<double>{10, 20, 500, 700}));
     CosObj bare = CosNewDict(doc, true);
-    PageContentBox(bare, "trim", b);
-    EXPECT_EQ(std::vector<double>(b, b + 4), (std::vector<double>{0, 0, 612, 792}));
-    CosDocClose(doc);
+    struct Case {
+        CosObj page;
+        const char* box;
+        std::vector<double> want;
+    };
+    for (const Case& c : {Case{page, "media", {0, 0, 600, 800}}, Case{page, "crop", {10, 20, 500, 700}},
+                          Case{page, "bleed", {10, 20, 500, 700}},  // none: the crop box
+                          Case{page, "trim", {20, 30, 600, 400}}, Case{page, "other", {10, 20, 500, 700}},
+                          Case{bare, "trim", {0, 0, 612, 792}}}) {
+        double b[4];
+        PageContentBox(c.page, c.box, b);
+        EXPECT_EQ(std::vector<double>(b, b + 4), c.want) << c.box;
+    }
 }
 
 TEST(PathReader, ReadsPathsThroughTheCTMAndAbandonsInterruptedOnes) {

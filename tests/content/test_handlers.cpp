@@ -9,17 +9,7 @@
 
 namespace {
 
-class HandlerDoc : public ::testing::Test {
-protected:
-    void SetUp() override {
-        doc = CosDocCreate();
-        resources = CosNewDict(doc, true);  // indirect: the document owns it
-    }
-    void TearDown() override { CosDocClose(doc); }
-    CosDoc doc;
-    CosObj resources;
-};
-
+using HandlerDoc = ContentDoc;
 using Names = std::set<std::string>;
 
 TEST_F(HandlerDoc, ResourceUseCoversEveryCategoryAndInlineImages) {

@@ -241,8 +241,9 @@ TEST(ContentTokenizer, NumberValues) {
     EXPECT_EQ(texts[5], "5.");
 }
 
-TEST(PageContent, AnArrayOfStreamsReadsAsOneSequence) {
-    CosDoc doc = CosDocCreate();
+using PageContent = ContentDoc;
+
+TEST_F(PageContent, AnArrayOfStreamsReadsAsOneSequence) {
     CosObj page = CosNewDict(doc, true);
     CosObj arr = CosNewArray(doc, false);
     CosArrayAppend(arr, NewStream(doc, "q 1 0 0"));
@@ -253,7 +254,6 @@ TEST(PageContent, AnArrayOfStreamsReadsAsOneSequence) {
     ContentHandler h;
     h.RunPage(page);
     EXPECT_EQ(h.Out().Text(), "q 1 0 0 1 0 0 cm Q ");
-    CosDocClose(doc);
 }
 
 }  // namespace

@@ -72,23 +72,22 @@ TEST(ContentWriter, ShowTextEscapesWithoutOctal) {
 }
 
 TEST(ContentWriter, NamedColours) {
-    ContentWriter w;
-    w.SetNamedColor("navy", true);
-    EXPECT_EQ(w.Text(), "0 0 0.501961 rg ");
-    w.Clear();
-    w.SetNamedColor("white", false);
-    EXPECT_EQ(w.Text(), "1 1 1 RG ");
-    w.Clear();
-    w.SetNamedColor("#FF8000", true);
-    EXPECT_EQ(w.Text(), "1 0.501961 0 rg ");
-    w.Clear();
+    auto named = [](const char* name, bool fill) {
+        ContentWriter w;
+        w.SetNamedColor(name, fill);
+        return w.Text();
+    };
+    EXPECT_EQ(named("navy", true), "0 0 0.501961 rg ");
+    EXPECT_EQ(named("white", false), "1 1 1 RG ");
+    EXPECT_EQ(named("#FF8000", true), "1 0.501961 0 rg ");
     // Names compare case-sensitively; unknown texts give black.
+    EXPECT_EQ(named("Navy", true), "0 0 0 rg ");
+    EXPECT_EQ(named("none", true), "");
+    ContentWriter w;
     w.SetNamedColor("Navy", true);
-    EXPECT_EQ(w.Text(), "0 0 0 rg ");
-    w.Clear();
-    w.SetNamedColor("none", true);
-    EXPECT_EQ(w.Text(), "");
+    w.SetNamedColor("none", true);  // leaves the colour set before
     EXPECT_EQ(w.FillColor(), "0 0 0 rg");
+    w.Clear();
     w.SetGray(0.25, true);
     w.SetCMYK(0, 0.5, 1, 0, false);
     EXPECT_EQ(w.Text(), "0.25 g 0 0.5 1 0 K ");
@@ -96,16 +95,7 @@ TEST(ContentWriter, NamedColours) {
     EXPECT_EQ(w.StrokeColor(), "0 0.5 1 0 K");
 }
 
-class WriterResources : public ::testing::Test {
-protected:
-    void SetUp() override {
-        doc = CosDocCreate();
-        resources = CosNewDict(doc, true);  // indirect: the document owns it
-    }
-    void TearDown() override { CosDocClose(doc); }
-    CosDoc doc;
-    CosObj resources;
-};
+using WriterResources = ContentDoc;
 
 TEST_F(WriterResources, OpacityMakesNumberedExtGStatesAndNothingAtOne) {
     ContentWriter w(resources);
@@ -148,21 +138,16 @@ TEST_F(WriterResources, SpotColourMakesASeparationSpace) {
 }
 
 TEST(ContentWriter, StringsAreWrittenLiterallyWithMinimalEscapes) {
-    std::string out;
-    ContentWriter::AppendString(out, "a(b)");
-    EXPECT_EQ(out, "(a\\(b\\))");
-    out.clear();
-    ContentWriter::AppendString(out, "((((");
-    EXPECT_EQ(out, "(\\(\\(\\(\\()");
-    out.clear();
-    ContentWriter::AppendString(out, "((((((");
-    EXPECT_EQ(out, "(\\(\\(\\(\\(\\(\\()");
-    out.clear();
-    ContentWriter::AppendString(out, "\\\\\\)\r");
-    EXPECT_EQ(out, "(\\\\\\\\\\\\\\)\\r)");
-    out.clear();
-    ContentWriter::AppendString(out, std::string("\xff\0\n", 3));
-    EXPECT_EQ(out, std::string("(\xff\0\n)", 5));
+    auto literal = [](const std::string& s) {
+        std::string out;
+        ContentWriter::AppendString(out, s);
+        return out;
+    };
+    EXPECT_EQ(literal("a(b)"), "(a\\(b\\))");
+    EXPECT_EQ(literal("(((("), "(\\(\\(\\(\\()");
+    EXPECT_EQ(literal("(((((("), "(\\(\\(\\(\\(\\(\\()");
+    EXPECT_EQ(literal("\\\\\\)\r"), "(\\\\\\\\\\\\\\)\\r)");
+    EXPECT_EQ(literal(std::string("\xff\0\n", 3)), std::string("(\xff\0\n)", 5));
 }
 
 }  // namespace

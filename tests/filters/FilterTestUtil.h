@@ -1,8 +1,14 @@
 // Helpers shared by the filter tests.
 #pragma once
 
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <jpeglib.h>
 
 #include "filters/Filters.h"
 #include "base/ASError.h"
@@ -17,6 +23,13 @@ inline FilterParams Params(std::initializer_list<std::pair<const std::string, do
     p.values = kv;
     return p;
 }
+
+// Options under which damaged data raises instead of decoding in part.
+inline const DecodeOptions kStrict = [] {
+    DecodeOptions o;
+    o.strict = true;
+    return o;
+}();
 
 // Collects what the decoders warn about while alive.
 class WarningCatcher {
@@ -51,5 +64,39 @@ public:
 private:
     uint32_t s_;
 };
+
+// A JPEG made by libjpeg from `pixels` (`comps` samples a pixel in `space`)
+// at `quality`. `setup` may change the compressor's settings; `markers`
+// (marker code, contents) go before the image data.
+inline Bytes EncodeJpeg(int w, int h, int comps, J_COLOR_SPACE space, const Bytes& pixels, int quality,
+                        const std::function<void(jpeg_compress_struct&)>& setup = {},
+                        const std::vector<std::pair<int, std::string>>& markers = {}) {
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char* mem = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &mem, &size);
+    c.image_width = static_cast<JDIMENSION>(w);
+    c.image_height = static_cast<JDIMENSION>(h);
+    c.input_components = comps;
+    c.in_color_space = space;
+    jpeg_set_defaults(&c);
+    jpeg_set_quality(&c, quality, TRUE);
+    if (setup) setup(c);
+    jpeg_start_compress(&c, TRUE);
+    for (const auto& [marker, data] : markers)
+        jpeg_write_marker(&c, marker, reinterpret_cast<const JOCTET*>(data.data()), unsigned(data.size()));
+    while (c.next_scanline < c.image_height) {
+        JSAMPROW row = const_cast<uint8_t*>(pixels.data() + size_t(c.next_scanline) * size_t(w * comps));
+        jpeg_write_scanlines(&c, &row, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    Bytes out(mem, mem + size);
+    std::free(mem);
+    return out;
+}
 
 }  // namespace filters::testing

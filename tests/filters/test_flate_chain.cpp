@@ -72,9 +72,7 @@ TEST(Flate, ZlibRawAndTruncatedStreams) {
     ASSERT_LT(r.data.size(), data.size());
     EXPECT_TRUE(std::equal(r.data.begin(), r.data.end(), data.begin()));
     EXPECT_EQ(wc.warnings.size(), 1u);
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeChain(cut, {{"FlateDecode", {}}}, strict); }), kErrSyntax);
+    EXPECT_EQ(RaisedError([&] { DecodeChain(cut, {{"FlateDecode", {}}}, kStrict); }), kErrSyntax);
     // Garbage in the middle of the stream.
     Bytes broken = enc;
     for (size_t i = 100; i < 140; ++i) broken[i] = 0xFF;

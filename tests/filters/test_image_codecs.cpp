@@ -170,9 +170,7 @@ TEST(CCITTFax, TruncatedAndDamagedData) {
     // The rows that did decode are right (all but possibly the last).
     EXPECT_TRUE(std::equal(r.data.begin(), r.data.end() - static_cast<std::ptrdiff_t>(rb), bm.bits.begin()));
     EXPECT_FALSE(wc.warnings.empty());
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeChain(cut, {{"CCF", Fax(-1, bm.width, bm.height)}}, strict); }),
+    EXPECT_EQ(RaisedError([&] { DecodeChain(cut, {{"CCF", Fax(-1, bm.width, bm.height)}}, kStrict); }),
               kErrCCITTFilter);
     // Noise is rejected without hanging.
     Bytes noise(4000);
@@ -182,32 +180,6 @@ TEST(CCITTFax, TruncatedAndDamagedData) {
 }
 
 namespace {
-
-Bytes EncodeJpeg(int w, int h, int comps, J_COLOR_SPACE space, const Bytes& pixels, int quality) {
-    jpeg_compress_struct c;
-    jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* mem = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &mem, &size);
-    c.image_width = static_cast<JDIMENSION>(w);
-    c.image_height = static_cast<JDIMENSION>(h);
-    c.input_components = comps;
-    c.in_color_space = space;
-    jpeg_set_defaults(&c);
-    jpeg_set_quality(&c, quality, TRUE);
-    jpeg_start_compress(&c, TRUE);
-    while (c.next_scanline < c.image_height) {
-        JSAMPROW row = const_cast<uint8_t*>(pixels.data() + size_t(c.next_scanline) * size_t(w * comps));
-        jpeg_write_scanlines(&c, &row, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    Bytes out(mem, mem + size);
-    std::free(mem);
-    return out;
-}
 
 int MaxDiff(const Bytes& a, const Bytes& b) {
     int m = a.size() == b.size() ? 0 : 999;
@@ -256,10 +228,8 @@ TEST(DCT, DamagedJpeg) {
     EXPECT_TRUE(img.corrupt);
     EXPECT_EQ(img.samples.size(), gray.size());
     EXPECT_FALSE(wc.warnings.empty());
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeDCT(cut, {}, strict); }), kErrJPEGFilter);
-    EXPECT_EQ(RaisedError([&] { DecodeChain(B("not a jpeg"), {{"DCTDecode", {}}}, strict); }), kErrJPEGFilter);
+    EXPECT_EQ(RaisedError([&] { DecodeDCT(cut, {}, kStrict); }), kErrJPEGFilter);
+    EXPECT_EQ(RaisedError([&] { DecodeChain(B("not a jpeg"), {{"DCTDecode", {}}}, kStrict); }), kErrJPEGFilter);
     // A JPEG bigger than the limit is refused before it is decoded.
     DecodeOptions small;
     small.maxOutput = 1000;

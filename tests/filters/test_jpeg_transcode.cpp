@@ -1,13 +1,12 @@
 // Lossless JPEG rewriting: the same samples after decoding, the colour
 // markers kept, the rest dropped.
 #include <gtest/gtest.h>
-#include <jpeglib.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 #include "filters/JpegTranscode.h"
+#include "tests/filters/FilterTestUtil.h"
 
 namespace {
 
@@ -16,43 +15,19 @@ using namespace filters;
 // A JPEG as a careless writer makes it: standard Huffman tables, restart
 // markers, an Exif block, optionally an ICC profile and the APP14 marker.
 Bytes MakeJpeg(int w, int h, J_COLOR_SPACE in, J_COLOR_SPACE stored, int comps, bool icc, bool app14) {
-    jpeg_compress_struct c;
-    jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* mem = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &mem, &size);
-    c.image_width = JDIMENSION(w);
-    c.image_height = JDIMENSION(h);
-    c.input_components = comps;
-    c.in_color_space = in;
-    jpeg_set_defaults(&c);
-    jpeg_set_colorspace(&c, stored);
-    c.write_Adobe_marker = app14 ? TRUE : FALSE;
-    jpeg_set_quality(&c, 85, TRUE);
-    c.restart_interval = 4;
-    jpeg_start_compress(&c, TRUE);
-    const char exif[] = "Exif\0\0 some camera data";
-    jpeg_write_marker(&c, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(exif), sizeof exif);
-    if (icc) {
-        std::string p("ICC_PROFILE\0\x01\x01", 14);
-        p += std::string(200, 'p');
-        jpeg_write_marker(&c, JPEG_APP0 + 2, reinterpret_cast<const JOCTET*>(p.data()), unsigned(p.size()));
-    }
-    Bytes row(size_t(w) * size_t(comps));
-    for (int y = 0; y < h; ++y) {
+    Bytes pixels;
+    for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
             for (int k = 0; k < comps; ++k)
-                row[size_t(x * comps + k)] = uint8_t((x * (k + 3) + y * 5 + ((x ^ y) & 15) * 4) & 0xFF);
-        JSAMPROW r = row.data();
-        jpeg_write_scanlines(&c, &r, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    Bytes out(mem, mem + size);
-    std::free(mem);
-    return out;
+                pixels.push_back(uint8_t((x * (k + 3) + y * 5 + ((x ^ y) & 15) * 4) & 0xFF));
+    const char exif[] = "Exif\0\0 some camera data";
+    std::vector<std::pair<int, std::string>> markers{{JPEG_APP0 + 1, std::string(exif, sizeof exif)}};
+    if (icc) markers.push_back({JPEG_APP0 + 2, std::string("ICC_PROFILE\0\x01\x01", 14) + std::string(200, 'p')});
+    return filters::testing::EncodeJpeg(w, h, comps, in, pixels, 85, [&](jpeg_compress_struct& c) {
+        jpeg_set_colorspace(&c, stored);
+        c.write_Adobe_marker = app14 ? TRUE : FALSE;
+        c.restart_interval = 4;
+    }, markers);
 }
 
 const uint8_t kSOF2[] = {0xFF, 0xC2};

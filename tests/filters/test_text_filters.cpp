@@ -23,9 +23,7 @@ TEST(ASCIIHex, BadCharacterKeepsWhatCameBefore) {
     EXPECT_EQ(S(r.data), "AB");
     EXPECT_EQ(r.status, DecodeStatus::Corrupt);
     ASSERT_EQ(wc.warnings.size(), 1u);
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeChain(B("4142zz43>"), {{"AHx", {}}}, strict); }), kErrSyntax);
+    EXPECT_EQ(RaisedError([&] { DecodeChain(B("4142zz43>"), {{"AHx", {}}}, kStrict); }), kErrSyntax);
 }
 
 TEST(ASCII85, GroupsZAndPartialFinalGroups) {
@@ -46,14 +44,12 @@ TEST(ASCII85, GroupsZAndPartialFinalGroups) {
 
 TEST(ASCII85, DamagedGroups) {
     WarningCatcher wc;
-    DecodeOptions strict;
-    strict.strict = true;
     for (const char* bad : {"9jqo^9~>", "9jqo^9jzo^~>", "9jqo^vvvv~>", "9jqo^s8W-\"~>", "9jqo^~x"}) {
         SCOPED_TRACE(bad);
         DecodeResult r = DecodeChain(B(bad), {{"A85", {}}});
         EXPECT_EQ(r.status, DecodeStatus::Corrupt);
         EXPECT_EQ(S(r.data), "Man ");
-        EXPECT_EQ(RaisedError([&] { DecodeChain(B(bad), {{"A85", {}}}, strict); }), kErrSyntax);
+        EXPECT_EQ(RaisedError([&] { DecodeChain(B(bad), {{"A85", {}}}, kStrict); }), kErrSyntax);
     }
     // The highest group value decodes; one past it does not.
     EXPECT_EQ(ASCII85Decode(B("s8W-!~>")), (Bytes{0xFF, 0xFF, 0xFF, 0xFF}));
@@ -178,7 +174,5 @@ TEST(LZW, BadCodeGivesPartialDataOrRaises) {
     DecodeResult r = DecodeChain(bad, {{"LZWDecode", {}}});
     EXPECT_EQ(r.status, DecodeStatus::Corrupt);
     EXPECT_EQ(S(r.data), "A");
-    DecodeOptions strict;
-    strict.strict = true;
-    EXPECT_EQ(RaisedError([&] { DecodeChain(bad, {{"LZW", {}}}, strict); }), kErrLZWFilter);
+    EXPECT_EQ(RaisedError([&] { DecodeChain(bad, {{"LZW", {}}}, kStrict); }), kErrLZWFilter);
 }

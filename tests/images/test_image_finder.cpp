@@ -7,16 +7,15 @@
 
 #include "base/Log.h"
 #include "images/ImageFinder.h"
-#include "pdfcore/CosDoc.h"
 #include "pdfcore/CosNames.h"
+#include "tests/images/ImageTestUtil.h"
 
 using namespace images;
+using namespace imagetest;
 
 namespace {
 
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-
-class Finder : public ::testing::Test {
+class Finder : public ImageDocTest {
 protected:
     void SetUp() override {
         pd = PDDocCreate();
@@ -31,15 +30,8 @@ protected:
         return CosNewStream(doc, dict, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(content.data()),
                                                                content.size()));
     }
-    CosObj Image(int w, int h, const char* cs = "DeviceRGB", int bpc = 8) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Type"), false, A("XObject"));
-        CosDictPutName(d, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(d, A("Width"), w);
-        CosDictPutInteger(d, A("Height"), h);
-        CosDictPutInteger(d, A("BitsPerComponent"), bpc);
-        CosDictPutName(d, A("ColorSpace"), false, A(cs));
-        return Stream(std::string(size_t(w) * h * 3, '\x40'), d);
+    CosObj Picture(int w, int h, const char* cs = "DeviceRGB") {
+        return Image(w, h, Name(cs), 8, Bytes(size_t(w) * h * 3, 0x40));
     }
     CosObj Resources(std::initializer_list<std::pair<const char*, CosObj>> xobjects) {
         CosObj res = CosNewDict(doc, false);
@@ -79,16 +71,15 @@ protected:
     }
 
     PDDoc pd = nullptr;
-    CosDoc doc = nullptr;
     Log log;
 };
 
 }  // namespace
 
 TEST_F(Finder, SharpestPlacementThroughFormsAndAnnotations) {
-    CosObj photo = Image(400, 200);
-    CosObj unused = Image(10, 10);
-    CosObj stamp = Image(300, 300, "DeviceGray");
+    CosObj photo = Picture(400, 200);
+    CosObj unused = Picture(10, 10);
+    CosObj stamp = Picture(300, 300, "DeviceGray");
     // The form draws the photo at half the page's size.
     CosObj form = Form("q 100 0 0 50 0 0 cm /P Do Q", Resources({{"P", photo}}));
     AddPage("q 200 0 0 100 50 50 cm /Im1 Do Q /Fm1 Do",
@@ -126,7 +117,7 @@ TEST_F(Finder, SharpestPlacementThroughFormsAndAnnotations) {
 }
 
 TEST_F(Finder, DegeneratePlacementsGiveNoResolution) {
-    CosObj img = Image(100, 100);
+    CosObj img = Picture(100, 100);
     AddPage("q 0 0 0 0 0 0 cm /I Do Q", Resources({{"I", img}}));
     std::vector<FoundImage> found = FindImages(pd, log);
     ASSERT_EQ(found.size(), 1u);

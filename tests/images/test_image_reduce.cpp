@@ -1,51 +1,20 @@
 // Reduction of single image XObjects built in memory: downsampling,
 // recompression, the "never worse" rules and bad input.
 #include <gtest/gtest.h>
-#include <jpeglib.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "filters/DCTEncode.h"
-#include "filters/Filters.h"
 #include "images/ImageReduce.h"
-#include "pdfcore/CosDoc.h"
+#include "tests/images/ImageTestUtil.h"
 
 using namespace images;
-using Bytes = std::vector<uint8_t>;
+using namespace imagetest;
 
 namespace {
 
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-
-class Reduce : public ::testing::Test {
-protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-
-    CosObj Image(int w, int h, CosObj colourSpace, int bpc, const Bytes& data, const char* filter = nullptr) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Type"), false, A("XObject"));
-        CosDictPutName(d, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(d, A("Width"), w);
-        CosDictPutInteger(d, A("Height"), h);
-        CosDictPutInteger(d, A("BitsPerComponent"), bpc);
-        if (!CosObjIsNull(colourSpace)) CosDictPut(d, A("ColorSpace"), colourSpace);
-        if (filter) CosDictPutName(d, A("Filter"), false, A(filter));
-        return CosNewStream(doc, d, data);
-    }
-    CosObj Name(const char* n) { return CosNewName(doc, false, A(n)); }
-    CosObj FlateImage(int w, int h, const char* cs, int comps, int bpc, const Bytes& raw) {
-        return Image(w, h, Name(cs), bpc, filters::FlateEncode(raw, 6), "FlateDecode");
-        (void)comps;
-    }
-    static std::string FilterOf(CosObj img) { return ASAtomGetString(CosDictGetName(img, A("Filter"))); }
-    static int Int(CosObj img, const char* key) { return CosDictGetInt(img, A(key), -1); }
-
-    CosDoc doc = nullptr;
-};
+using Reduce = ImageDocTest;
 
 // A smooth colour gradient with a little texture, comps per pixel.
 Bytes Gradient(int w, int h, int comps, int bpc = 8) {
@@ -64,15 +33,6 @@ Bytes Gradient(int w, int h, int comps, int bpc = 8) {
     return b;
 }
 
-Bytes Noise(size_t n, unsigned seed) {
-    Bytes b(n);
-    for (auto& v : b) {
-        seed = seed * 1103515245u + 12345u;
-        v = uint8_t(seed >> 16);
-    }
-    return b;
-}
-
 ReductionParams Downsample(const char* filter, ImageCompression how) {
     ReductionParams p;
     p.downsample = true;
@@ -82,15 +42,6 @@ ReductionParams Downsample(const char* filter, ImageCompression how) {
     p.compression = how;
     p.jpegQuality = 65;
     return p;
-}
-
-Bytes Decoded(CosObj img) { return CosStreamDecodedData(img); }
-
-Bytes Jpeg(const Bytes& samples, int w, int h, int comps, int quality, bool app14 = false) {
-    filters::DCTEncodeParams p;
-    p.quality = quality;
-    p.app14Marker = app14;
-    return filters::EncodeDCT(samples, w, h, comps, p);
 }
 
 double MeanAbsDiff(const Bytes& a, const Bytes& b) {
@@ -127,7 +78,7 @@ TEST(DCTEncode, ColourTransformAndAPP14MarkerAsAsked) {
 
 TEST_F(Reduce, DownsamplesToTheTargetAndStoresFlateWithPredictor) {
     const Bytes raw = Gradient(400, 200, 3);
-    CosObj img = FlateImage(400, 200, "DeviceRGB", 3, 8, raw);
+    CosObj img = FlateImage(400, 200, "DeviceRGB", 8, raw);
     ReductionResult r = ReduceImage(img, 600, 600, Downsample("triangle", ImageCompression::Flate));
     ASSERT_EQ(r.outcome, ReductionOutcome::Replaced) << r.reason;
     EXPECT_EQ(Int(img, "Width"), 100);
@@ -137,7 +88,7 @@ TEST_F(Reduce, DownsamplesToTheTargetAndStoresFlateWithPredictor) {
     EXPECT_EQ(CosDictGetInt(parms, A("Predictor"), 0), 15);
     EXPECT_EQ(CosDictGetInt(parms, A("Colors"), 0), 3);
     EXPECT_EQ(CosDictGetInt(parms, A("Columns"), 0), 100);
-    Bytes out = Decoded(img);
+    Bytes out = CosStreamDecodedData(img);
     ASSERT_EQ(out.size(), 100u * 50 * 3);
     // The gradient runs across: the left column is dark, the right light.
     EXPECT_LT(out[0], 40);
@@ -148,20 +99,20 @@ TEST_F(Reduce, DownsamplesToTheTargetAndStoresFlateWithPredictor) {
 
 TEST_F(Reduce, ResolutionDecidesPerAxisAndNeverUpsamples) {
     const Bytes raw = Gradient(300, 300, 1);
-    CosObj img = FlateImage(300, 300, "DeviceGray", 1, 8, raw);
+    CosObj img = FlateImage(300, 300, "DeviceGray", 8, raw);
     // Only the width is above the target; the height stays.
     ReductionResult r = ReduceImage(img, 300, 100, Downsample("box", ImageCompression::Flate));
     ASSERT_EQ(r.outcome, ReductionOutcome::Replaced) << r.reason;
     EXPECT_EQ(Int(img, "Width"), 150);
     EXPECT_EQ(Int(img, "Height"), 300);
     // ...and the other way round.
-    CosObj tall = FlateImage(300, 300, "DeviceGray", 1, 8, raw);
+    CosObj tall = FlateImage(300, 300, "DeviceGray", 8, raw);
     ASSERT_EQ(ReduceImage(tall, 100, 300, Downsample("box", ImageCompression::Flate)).outcome,
               ReductionOutcome::Replaced);
     EXPECT_EQ(Int(tall, "Width"), 300);
     EXPECT_EQ(Int(tall, "Height"), 150);
     // Below the threshold nothing happens with Original.
-    CosObj low = FlateImage(300, 300, "DeviceGray", 1, 8, raw);
+    CosObj low = FlateImage(300, 300, "DeviceGray", 8, raw);
     EXPECT_EQ(ReduceImage(low, 200, 200, Downsample("box", ImageCompression::Original)).outcome,
               ReductionOutcome::Unchanged);
     EXPECT_EQ(Int(low, "Width"), 300);
@@ -172,7 +123,7 @@ TEST_F(Reduce, ResolutionDecidesPerAxisAndNeverUpsamples) {
 
 TEST_F(Reduce, JpegAsAskedAndOriginalKeepsTheJpegQuality) {
     const Bytes raw = Gradient(240, 240, 3);
-    CosObj img = FlateImage(240, 240, "DeviceRGB", 3, 8, raw);
+    CosObj img = FlateImage(240, 240, "DeviceRGB", 8, raw);
     ReductionParams p = Downsample("triangle", ImageCompression::JPEG);
     ASSERT_EQ(ReduceImage(img, 480, 480, p).outcome, ReductionOutcome::Replaced);
     EXPECT_EQ(FilterOf(img), "DCTDecode");
@@ -217,17 +168,17 @@ TEST_F(Reduce, OnlySmallerResultsReplace) {
         p.compression = how;
         ASSERT_EQ(ReduceImage(f, 72, 72, p).outcome, ReductionOutcome::Replaced);
         EXPECT_EQ(FilterOf(f), how == ImageCompression::LZW ? "LZWDecode" : "RunLengthDecode");
-        EXPECT_EQ(Decoded(f), flat);
+        EXPECT_EQ(CosStreamDecodedData(f), flat);
     }
 }
 
 TEST_F(Reduce, SoftMaskIsResampledWithItsImage) {
     const Bytes raw = Gradient(100, 100, 3);
-    CosObj img = FlateImage(100, 100, "DeviceRGB", 3, 8, raw);
+    CosObj img = FlateImage(100, 100, "DeviceRGB", 8, raw);
     Bytes alpha(100 * 100);
     for (int y = 0; y < 100; ++y)
         for (int x = 0; x < 100; ++x) alpha[size_t(y) * 100 + x] = x < 50 ? 0 : 255;
-    CosObj sm = FlateImage(100, 100, "DeviceGray", 1, 8, alpha);
+    CosObj sm = FlateImage(100, 100, "DeviceGray", 8, alpha);
     CosDictPut(img, A("SMask"), sm);
     ReductionResult r = ReduceImage(img, 400, 400, Downsample("box", ImageCompression::Flate));
     ASSERT_EQ(r.outcome, ReductionOutcome::Replaced) << r.reason;
@@ -236,15 +187,15 @@ TEST_F(Reduce, SoftMaskIsResampledWithItsImage) {
     EXPECT_EQ(Int(sm, "Width"), 100);
     EXPECT_EQ(Int(newMask, "Width"), Int(img, "Width"));
     EXPECT_EQ(Int(newMask, "Height"), 38);
-    Bytes m = Decoded(newMask);
+    Bytes m = CosStreamDecodedData(newMask);
     ASSERT_EQ(m.size(), 38u * 38);
     EXPECT_EQ(m[0], 0);
     EXPECT_EQ(m[37], 255);
-    EXPECT_EQ(ASAtomGetString(CosDictGetName(newMask, A("ColorSpace"))), std::string("DeviceGray"));
+    EXPECT_EQ(NameOf(newMask, "ColorSpace"), "DeviceGray");
 
     // A mask of another size leaves everything as it was.
-    CosObj img2 = FlateImage(100, 100, "DeviceRGB", 3, 8, raw);
-    CosObj small = FlateImage(50, 50, "DeviceGray", 1, 8, Bytes(2500, 128));
+    CosObj img2 = FlateImage(100, 100, "DeviceRGB", 8, raw);
+    CosObj small = FlateImage(50, 50, "DeviceGray", 8, Bytes(2500, 128));
     CosDictPut(img2, A("SMask"), small);
     EXPECT_EQ(ReduceImage(img2, 400, 400, Downsample("box", ImageCompression::Flate)).outcome, ReductionOutcome::Bad);
     EXPECT_EQ(Int(img2, "Width"), 100);
@@ -263,15 +214,13 @@ TEST_F(Reduce, ColourKeyStaysExactAndLossless) {
                 raw.insert(raw.end(), {uint8_t(x % 2 ? 100 : 140), 0, 255});
             }
         }
-    CosObj img = FlateImage(40, 40, "DeviceRGB", 3, 8, raw);
-    CosObj key = CosNewArray(doc, false);
-    for (int v : {110, 130, 0, 0, 255, 255}) CosArrayAppend(key, CosNewInteger(doc, false, v));
-    CosDictPut(img, A("Mask"), key);
+    CosObj img = FlateImage(40, 40, "DeviceRGB", 8, raw);
+    CosDictPut(img, A("Mask"), Ints({110, 130, 0, 0, 255, 255}));
     ReductionParams p = Downsample("box", ImageCompression::JPEG);
     ReductionResult r = ReduceImage(img, 600, 600, p);
     ASSERT_EQ(r.outcome, ReductionOutcome::Replaced) << r.reason;
     EXPECT_EQ(FilterOf(img), "FlateDecode");  // JPEG would break the key
-    Bytes out = Decoded(img);
+    Bytes out = CosStreamDecodedData(img);
     const int w = Int(img, "Width");
     ASSERT_EQ(w, 10);
     for (int x = 0; x < w; ++x) {
@@ -284,21 +233,13 @@ TEST_F(Reduce, ColourKeyStaysExactAndLossless) {
 
 TEST_F(Reduce, UnusualColourSpacesKeepTheirLook) {
     // Lab goes to JPEG without the RGB transform.
-    CosObj lab = CosNewArray(doc, false);
-    CosArrayAppend(lab, Name("Lab"));
-    CosArrayAppend(lab, CosNewDict(doc, false));
-    CosObj img = Image(120, 120, lab, 8, filters::FlateEncode(Gradient(120, 120, 3), 6), "FlateDecode");
+    CosObj img = FlateImage(120, 120, Lab(), 8, Gradient(120, 120, 3));
     ASSERT_EQ(ReduceImage(img, 480, 480, Downsample("triangle", ImageCompression::JPEG)).outcome,
               ReductionOutcome::Replaced);
     EXPECT_EQ(CosDictGetInt(CosDictGet(img, A("DecodeParms")), A("ColorTransform"), -1), 0);
     EXPECT_EQ(filters::DecodeDCT(CosStreamEncodedData(img)).app14Transform, 0);
 
-    // Indexed is left alone.
-    CosObj idx = CosNewArray(doc, false);
-    CosArrayAppend(idx, Name("Indexed"));
-    CosArrayAppend(idx, Name("DeviceRGB"));
-    CosArrayAppend(idx, CosNewInteger(doc, false, 1));
-    CosArrayAppend(idx, CosNewString(doc, false, std::string("\0\0\0\xff\xff\xff", 6)));
+    CosObj idx = Indexed(Name("DeviceRGB"), 1, std::string("\0\0\0\xff\xff\xff", 6));
     // Indexed images keep their palette unless downsampled; then they
     // become images in the base space (indices 2 and up read as the last entry).
     Bytes indices(64 * 64);
@@ -313,55 +254,48 @@ TEST_F(Reduce, UnusualColourSpacesKeepTheirLook) {
     EXPECT_EQ(FilterOf(ii), "FlateDecode");
     EXPECT_EQ(CosObjGetType(CosDictGet(ii, A("ColorSpace"))), kCosArray);
     EXPECT_EQ(Int(ii, "Width"), 64);
-    EXPECT_EQ(Decoded(ii), indices);
+    EXPECT_EQ(CosStreamDecodedData(ii), indices);
     ASSERT_EQ(ReduceImage(ii, 600, 600, Downsample("box", ImageCompression::Flate)).outcome,
               ReductionOutcome::Replaced);
-    EXPECT_EQ(ASAtomGetString(CosDictGetName(ii, A("ColorSpace"))), std::string("DeviceRGB"));
-    Bytes rgb = Decoded(ii);
+    EXPECT_EQ(NameOf(ii, "ColorSpace"), "DeviceRGB");
+    Bytes rgb = CosStreamDecodedData(ii);
     ASSERT_EQ(rgb.size(), 16u * 16 * 3);
     EXPECT_EQ(rgb[0], 0);
     EXPECT_EQ(rgb[15 * 3 + 2], 255);
     // A 4-bit gray palette with an indirect base.
-    CosObj gidx = CosNewArray(doc, false);
-    CosArrayAppend(gidx, Name("Indexed"));
     CosObj icc = CosNewArray(doc, true);
     CosArrayAppend(icc, Name("ICCBased"));
     CosObj profile = CosNewStream(doc, CosNewDict(doc, false), Bytes(16, 0));
     CosDictPutInteger(profile, A("N"), 1);
     CosArrayAppend(icc, profile);
-    CosArrayAppend(gidx, icc);
-    CosArrayAppend(gidx, CosNewInteger(doc, false, 15));
     std::string ramp;
     for (int i = 0; i < 16; ++i) ramp.push_back(char(i * 17));
-    CosArrayAppend(gidx, CosNewString(doc, false, ramp));
+    CosObj gidx = Indexed(icc, 15, ramp);
     Bytes packed(64 * 32, 0xF0);  // index 15 then 0, over and over
     CosObj gi = Image(64, 64, gidx, 4, packed);
     EXPECT_EQ(ClassifyImage(gi), ImageClass::Grayscale);
     ASSERT_EQ(ReduceImage(gi, 600, 600, Downsample("box", ImageCompression::Flate)).outcome,
               ReductionOutcome::Replaced);
     EXPECT_TRUE(CosObjEqual(CosDictGet(gi, A("ColorSpace")), icc));
-    for (uint8_t v : Decoded(gi)) EXPECT_NEAR(v, 128, 1);
+    for (uint8_t v : CosStreamDecodedData(gi)) EXPECT_NEAR(v, 128, 1);
 
     // A Decode array stays as it was; 4-bit samples become 8-bit.
     Bytes four = Noise(128 * 128 / 2, 3);
     for (uint8_t& b : four) b = uint8_t((b & 0x10 ? 0xF0 : 0) | (b & 0x01 ? 0x0F : 0));
-    CosObj dec = FlateImage(128, 128, "DeviceGray", 1, 4, four);
-    CosObj arr = CosNewArray(doc, false);
-    CosArrayAppend(arr, CosNewInteger(doc, false, 1));
-    CosArrayAppend(arr, CosNewInteger(doc, false, 0));
-    CosDictPut(dec, A("Decode"), arr);
+    CosObj dec = FlateImage(128, 128, "DeviceGray", 4, four);
+    CosDictPut(dec, A("Decode"), Ints({1, 0}));
     ASSERT_EQ(ReduceImage(dec, 600, 600, Downsample("point", ImageCompression::Flate)).outcome,
               ReductionOutcome::Replaced);
     EXPECT_EQ(Int(dec, "BitsPerComponent"), 8);
     EXPECT_EQ(CosArrayLength(CosDictGet(dec, A("Decode"))), 2);
-    for (uint8_t v : Decoded(dec)) EXPECT_TRUE(v == 0 || v == 255);
+    for (uint8_t v : CosStreamDecodedData(dec)) EXPECT_TRUE(v == 0 || v == 255);
 
     // 16 bits stay 16 bits with a lossless filter.
-    CosObj deep = FlateImage(64, 64, "DeviceGray", 1, 16, Gradient(64, 64, 1, 16));
+    CosObj deep = FlateImage(64, 64, "DeviceGray", 16, Gradient(64, 64, 1, 16));
     ASSERT_EQ(ReduceImage(deep, 600, 600, Downsample("triangle", ImageCompression::Flate)).outcome,
               ReductionOutcome::Replaced);
     EXPECT_EQ(Int(deep, "BitsPerComponent"), 16);
-    EXPECT_EQ(Decoded(deep).size(), size_t(Int(deep, "Width")) * Int(deep, "Height") * 2);
+    EXPECT_EQ(CosStreamDecodedData(deep).size(), size_t(Int(deep, "Width")) * Int(deep, "Height") * 2);
 }
 
 TEST_F(Reduce, InvertedCMYKJpegGoesBackToJpegOnly) {
@@ -389,7 +323,7 @@ TEST_F(Reduce, InvertedCMYKJpegGoesBackToJpegOnly) {
 TEST_F(Reduce, BadImagesAreLeftAsTheyWere) {
     ReductionParams p = Downsample("triangle", ImageCompression::JPEG);
     // Data shorter than the size says.
-    CosObj shortImg = FlateImage(100, 100, "DeviceRGB", 3, 8, Bytes(100, 5));
+    CosObj shortImg = FlateImage(100, 100, "DeviceRGB", 8, Bytes(100, 5));
     ReductionResult r = ReduceImage(shortImg, 600, 600, p);
     EXPECT_EQ(r.outcome, ReductionOutcome::Bad);
     EXPECT_NE(r.reason.find("shorter"), std::string::npos);
@@ -403,7 +337,7 @@ TEST_F(Reduce, BadImagesAreLeftAsTheyWere) {
     // Bytes after the last row are ignored.
     Bytes longer = Gradient(100, 100, 3);
     longer.resize(longer.size() + 20000, 9);
-    EXPECT_EQ(ReduceImage(FlateImage(100, 100, "DeviceRGB", 3, 8, longer), 600, 600, p).outcome,
+    EXPECT_EQ(ReduceImage(FlateImage(100, 100, "DeviceRGB", 8, longer), 600, 600, p).outcome,
               ReductionOutcome::Replaced);
     // Absurd dimensions never get decoded.
     CosObj huge = Image(1, 1000000000, Name("DeviceGray"), 8, Bytes(10, 0));
@@ -430,7 +364,7 @@ TEST_F(Reduce, BadImagesAreLeftAsTheyWere) {
 }
 
 TEST_F(Reduce, InterpolateAndClasses) {
-    CosObj img = FlateImage(16, 16, "DeviceGray", 1, 8, Bytes(256, 3));
+    CosObj img = FlateImage(16, 16, "DeviceGray", 8, Bytes(256, 3));
     ReductionParams p;
     p.interpolate = true;
     ReduceImage(img, 72, 72, p);
@@ -438,11 +372,7 @@ TEST_F(Reduce, InterpolateAndClasses) {
     EXPECT_EQ(ClassifyImage(img), ImageClass::Grayscale);
     EXPECT_EQ(ClassifyImage(Image(8, 8, Name("DeviceGray"), 1, Bytes(8))), ImageClass::Mono);
     EXPECT_EQ(ClassifyImage(Image(8, 8, Name("DeviceCMYK"), 8, Bytes(256))), ImageClass::Color);
-    CosObj two = CosNewArray(doc, false);
-    CosArrayAppend(two, Name("Indexed"));
-    CosArrayAppend(two, Name("DeviceRGB"));
-    CosArrayAppend(two, CosNewInteger(doc, false, 1));
-    CosArrayAppend(two, CosNewString(doc, false, std::string("\0\0\0\xff\0\0", 6)));
+    CosObj two = Indexed(Name("DeviceRGB"), 1, std::string("\0\0\0\xff\0\0", 6));
     EXPECT_EQ(ClassifyImage(Image(8, 8, two, 1, Bytes(8))), ImageClass::Mono);
     CosObj stencil = Image(8, 8, CosNewNull(), 1, Bytes(8));
     CosDictPut(stencil, A("ImageMask"), CosNewBoolean(doc, false, true));
@@ -481,7 +411,7 @@ TEST_F(Reduce, RandomImagesNeverCrash) {
             CosDictPut(img, A("Mask"), key);
         }
         if (next() % 5 == 0)
-            CosDictPut(img, A("SMask"), FlateImage(next() % 2 ? w : w + 1, h, "DeviceGray", 1, 8, Noise(size_t(w) * h, 9)));
+            CosDictPut(img, A("SMask"), FlateImage(next() % 2 ? w : w + 1, h, "DeviceGray", 8, Noise(size_t(w) * h, 9)));
         ReductionParams p = Downsample(resamplers[next() % 4], ImageCompression(next() % 5));
         p.jpegQuality = 1 + int(next() % 100);
         try {

@@ -6,17 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "filters/Filters.h"
 #include "images/Bilevel.h"
 #include "images/MonoReduce.h"
-#include "pdfcore/CosDoc.h"
+#include "tests/images/ImageTestUtil.h"
 
 using namespace images;
-using Bytes = std::vector<uint8_t>;
+using namespace imagetest;
 
 namespace {
-
-ASAtom A(const char* s) { return ASAtomFromString(s); }
 
 // A page of "text": white with rows of dark strokes (samples: 1 white,
 // 0 black, as DeviceGray stores them).
@@ -34,37 +31,19 @@ Bytes TextPage(int w, int h, unsigned seed = 1) {
     return b;
 }
 
-class Mono : public ::testing::Test {
+class Mono : public ImageDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-
-    CosObj Image(int w, int h, const Bytes& samples, const char* cs = "DeviceGray") {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(d, A("Width"), w);
-        CosDictPutInteger(d, A("Height"), h);
-        CosDictPutInteger(d, A("BitsPerComponent"), 1);
-        if (cs) CosDictPutName(d, A("ColorSpace"), false, A(cs));
-        // Stored without compression, so any encoding is smaller.
-        return CosNewStream(doc, d, samples);
+    // Stored without compression, so any encoding is smaller.
+    CosObj Bilevel(int w, int h, const Bytes& samples, const char* cs = "DeviceGray") {
+        return Image(w, h, cs ? Name(cs) : CosNewNull(), 1, samples);
     }
     CosObj Mask(int w, int h, const Bytes& samples, bool inverted) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(d, A("Width"), w);
-        CosDictPutInteger(d, A("Height"), h);
-        CosDictPut(d, A("ImageMask"), CosNewBoolean(doc, false, true));
-        if (inverted) {
-            CosObj dec = CosNewArray(doc, false);
-            CosArrayPut(dec, 0, CosNewInteger(doc, false, 1));
-            CosArrayPut(dec, 1, CosNewInteger(doc, false, 0));
-            CosDictPut(d, A("Decode"), dec);
-        }
-        return CosNewStream(doc, d, samples);
+        CosObj img = Image(w, h, CosNewNull(), 1, samples);
+        CosDictRemove(img, A("BitsPerComponent"));
+        CosDictPut(img, A("ImageMask"), CosNewBoolean(doc, false, true));
+        if (inverted) CosDictPut(img, A("Decode"), Ints({1, 0}));
+        return img;
     }
-    static std::string FilterOf(CosObj img) { return ASAtomGetString(CosDictGetName(img, A("Filter"))); }
-    static int Int(CosObj img, const char* key) { return CosDictGetInt(img, A(key), -1); }
     static int Parm(CosObj img, const char* key) { return CosDictGetInt(CosDictGet(img, A("DecodeParms")), A(key), -99); }
     static bool Sample(const Bytes& rows, int w, int x, int y) {
         return (rows[size_t(y) * ((size_t(w) + 7) / 8) + size_t(x) / 8] >> (7 - x % 8)) & 1;
@@ -77,9 +56,17 @@ protected:
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x) ASSERT_EQ(Sample(a, w, x, y), Sample(b, w, x, y)) << x << "," << y;
     }
-
-    CosDoc doc = nullptr;
 };
+
+// Box-filter downsampling above `threshold` ppi to `target` ppi.
+MonoParams BoxDownsample(double threshold, double target) {
+    MonoParams p;
+    p.downsample = true;
+    p.resampleFilter = "box";
+    p.thresholdPpi = threshold;
+    p.targetPpi = target;
+    return p;
+}
 
 // JBIG2 comes from the layer above; this stand-in stores the ink rows
 // behind a marker, so the test sees exactly what the coder was handed.
@@ -101,7 +88,7 @@ TEST_F(Mono, EveryLosslessEncodingReadsBackTheSameSamples) {
                          Case{MonoCompression::Flate, "FlateDecode"}, Case{MonoCompression::LZW, "LZWDecode"},
                          Case{MonoCompression::Packbits, "RunLengthDecode"}}) {
         SCOPED_TRACE(c.filter);
-        CosObj img = Image(w, h, page);
+        CosObj img = Bilevel(w, h, page);
         MonoParams p;
         p.compression = c.how;
         const ReductionResult r = ReduceMonoImage(img, 300, 300, p);
@@ -121,7 +108,7 @@ TEST_F(Mono, JBIG2IsHandedBlackAsOne) {
     const int w = 40, h = 30;
     const Bytes page = TextPage(w, h);
     Bytes seen;
-    CosObj img = Image(w, h, page);
+    CosObj img = Bilevel(w, h, page);
     MonoParams p;
     p.compression = MonoCompression::JBIG2;
     p.jbig2 = RecordingJBIG2(&seen);
@@ -133,11 +120,8 @@ TEST_F(Mono, JBIG2IsHandedBlackAsOne) {
         for (int x = 0; x < w; ++x) ASSERT_NE(Sample(seen, w, x, y), Sample(page, w, x, y)) << x << "," << y;
     // Without a coder, JBIG2 falls back to CCITT G4; a colour key (white
     // shows through) stays, since the samples keep their values.
-    CosObj other = Image(w, h, page);
-    CosObj key = CosNewArray(doc, false);
-    CosArrayPut(key, 0, CosNewInteger(doc, false, 1));
-    CosArrayPut(key, 1, CosNewInteger(doc, false, 1));
-    CosDictPut(other, A("Mask"), key);
+    CosObj other = Bilevel(w, h, page);
+    CosDictPut(other, A("Mask"), Ints({1, 1}));
     p.jbig2 = nullptr;
     p.downsample = true;
     p.resampleFilter = "box";
@@ -160,28 +144,16 @@ TEST_F(Mono, DownsamplingKeepsThinLinesInEveryKindOfImage) {
         }
         return b;
     };
-    MonoParams p;
-    p.downsample = true;
-    p.resampleFilter = "box";
-    p.thresholdPpi = 450;
-    p.targetPpi = 300;
+    MonoParams p = BoxDownsample(450, 300);
     p.compression = MonoCompression::Flate;
 
     // Painted sample, per image: gray (black = 0), mask (paint = 0), mask
     // with Decode [1 0] (paint = 1), a palette whose entry 1 is dark.
-    CosObj gray = Image(w, h, lineImage(false));
+    CosObj gray = Bilevel(w, h, lineImage(false));
     CosObj mask = Mask(w, h, lineImage(false), false);
     CosObj invMask = Mask(w, h, lineImage(true), true);
-    CosObj palette = Image(w, h, lineImage(true), nullptr);
-    {
-        CosObj cs = CosNewArray(doc, false);
-        CosArrayPut(cs, 0, CosNewName(doc, false, A("Indexed")));
-        CosArrayPut(cs, 1, CosNewName(doc, false, A("DeviceRGB")));
-        CosArrayPut(cs, 2, CosNewInteger(doc, false, 1));
-        const std::string lut = std::string("\xF0\xF0\xF0\x10\x10\x60", 6);
-        CosArrayPut(cs, 3, CosNewString(doc, false, lut.data(), lut.size()));
-        CosDictPut(palette, A("ColorSpace"), cs);
-    }
+    CosObj palette =
+        Image(w, h, Indexed(Name("DeviceRGB"), 1, std::string("\xF0\xF0\xF0\x10\x10\x60", 6)), 1, lineImage(true));
     struct Case {
         CosObj img;
         bool inkIsOne;
@@ -214,7 +186,7 @@ TEST_F(Mono, DespeckleClearsSpecksButNotText) {
     Bytes specked = page;
     const int specks[][2] = {{3, 2}, {50, 20}, {90, 45}, {40, 3}};
     for (const auto& s : specks) specked[size_t(s[1]) * 12 + size_t(s[0]) / 8] &= uint8_t(~(0x80 >> (s[0] % 8)));
-    CosObj img = Image(w, h, specked);
+    CosObj img = Bilevel(w, h, specked);
     MonoParams p;
     p.despeckle = true;
     ASSERT_TRUE(p.Active());
@@ -229,13 +201,9 @@ TEST_F(Mono, DescreenTurnsADownsampledHalftoneIntoGray) {
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
             if ((x + y) % 2) screen[size_t(y) * 16 + size_t(x) / 8] |= uint8_t(0x80 >> (x % 8));
-    MonoParams p;
-    p.downsample = true;
-    p.resampleFilter = "box";
-    p.thresholdPpi = 300;
-    p.targetPpi = 150;
+    MonoParams p = BoxDownsample(300, 150);
     p.descreen = true;
-    CosObj img = Image(w, h, screen);
+    CosObj img = Bilevel(w, h, screen);
     ASSERT_EQ(ReduceMonoImage(img, 600, 600, p).outcome, ReductionOutcome::Replaced);
     EXPECT_EQ(Int(img, "BitsPerComponent"), 8);
     EXPECT_EQ(Int(img, "Width"), 32);
@@ -257,7 +225,7 @@ TEST_F(Mono, CCITTSourcesWithMissingOrWrongRows) {
     for (int y = 0; y < h; ++y) ink.rows[size_t(y) * 15 + 14] &= 0xFF;
     const Bytes g4 = EncodeFax(ink, FaxGroup::G4);
     auto ccitt = [&](int rows) {
-        CosObj img = Image(w, h, {});
+        CosObj img = Bilevel(w, h, {});
         CosDictPutName(img, A("Filter"), false, A("CCITTFaxDecode"));
         CosObj parms = CosNewDict(doc, false);
         CosDictPutInteger(parms, A("K"), -1);
@@ -267,11 +235,7 @@ TEST_F(Mono, CCITTSourcesWithMissingOrWrongRows) {
         CosStreamSetEncodedData(img, g4);
         return img;
     };
-    MonoParams p;
-    p.downsample = true;
-    p.resampleFilter = "box";
-    p.thresholdPpi = 450;
-    p.targetPpi = 300;
+    MonoParams p = BoxDownsample(450, 300);
     // No Rows: the data holds Height rows, so the image is reduced.
     CosObj noRows = ccitt(-1);
     ReductionResult r = ReduceMonoImage(noRows, 600, 600, p);
@@ -290,24 +254,24 @@ TEST_F(Mono, BadAndHugeImagesAreLeftAlone) {
     MonoParams p;
     p.compression = MonoCompression::CCITTG4;
     // 60000 x 60000: refused before anything is decoded.
-    CosObj huge = Image(60000, 60000, Bytes(100));
+    CosObj huge = Bilevel(60000, 60000, Bytes(100));
     CosDictPutName(huge, A("Filter"), false, A("FlateDecode"));
     ReductionResult r = ReduceMonoImage(huge, 300, 300, p);
     EXPECT_EQ(r.outcome, ReductionOutcome::Bad);
     EXPECT_EQ(r.reason, "image too large to reduce");
     // Short data, a damaged stream, an unknown filter.
-    EXPECT_EQ(ReduceMonoImage(Image(64, 64, Bytes(100)), 300, 300, p).outcome, ReductionOutcome::Bad);
-    CosObj damaged = Image(64, 64, Bytes(200, 0x33));
+    EXPECT_EQ(ReduceMonoImage(Bilevel(64, 64, Bytes(100)), 300, 300, p).outcome, ReductionOutcome::Bad);
+    CosObj damaged = Bilevel(64, 64, Bytes(200, 0x33));
     CosDictPutName(damaged, A("Filter"), false, A("FlateDecode"));
     EXPECT_EQ(ReduceMonoImage(damaged, 300, 300, p).outcome, ReductionOutcome::Bad);
-    CosObj odd = Image(64, 64, Bytes(512));
+    CosObj odd = Bilevel(64, 64, Bytes(512));
     CosDictPutName(odd, A("Filter"), false, A("JPXDecode"));
     EXPECT_EQ(ReduceMonoImage(odd, 300, 300, p).outcome, ReductionOutcome::LeftAlone);
     // Nothing asked for: untouched.
-    CosObj plain = Image(64, 64, TextPage(64, 64));
+    CosObj plain = Bilevel(64, 64, TextPage(64, 64));
     EXPECT_EQ(ReduceMonoImage(plain, 300, 300, MonoParams{}).outcome, ReductionOutcome::Unchanged);
     // A result that is not smaller keeps the image.
-    CosObj tiny = Image(8, 1, Bytes{0x5A});
+    CosObj tiny = Bilevel(8, 1, Bytes{0x5A});
     p.compression = MonoCompression::Flate;
     EXPECT_EQ(ReduceMonoImage(tiny, 300, 300, p).outcome, ReductionOutcome::NotSmaller);
     EXPECT_EQ(CosStreamDecodedData(tiny), Bytes{0x5A});

@@ -8,18 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "filters/DCTEncode.h"
-#include "filters/Filters.h"
 #include "images/Palette.h"
 #include "images/Quantize.h"
-#include "pdfcore/CosDoc.h"
+#include "tests/images/ImageTestUtil.h"
 
 using namespace images;
-using Bytes = std::vector<uint8_t>;
+using namespace imagetest;
 
 namespace {
-
-ASAtom A(const char* s) { return ASAtomFromString(s); }
 
 // `n` distinct RGB colours laid out in blocks of rows (so Flate finds runs
 // and a table pays), each colour far from the others.
@@ -54,26 +50,12 @@ Raster RGB(int w, int h, Bytes data) {
     return r;
 }
 
-class Colours : public ::testing::Test {
+class Colours : public ImageDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-
-    CosObj Image(int w, int h, CosObj cs, int bpc, const Bytes& raw) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Subtype"), false, A("Image"));
-        CosDictPutInteger(d, A("Width"), w);
-        CosDictPutInteger(d, A("Height"), h);
-        CosDictPutInteger(d, A("BitsPerComponent"), bpc);
-        CosDictPut(d, A("ColorSpace"), cs);
-        CosDictPutName(d, A("Filter"), false, A("FlateDecode"));
-        return CosNewStream(doc, d, filters::FlateEncode(raw, 1));
-    }
-    CosObj Name(const char* n) { return CosNewName(doc, false, A(n)); }
-    CosObj Numbers(std::initializer_list<int> v) {
-        CosObj a = CosNewArray(doc, false);
-        for (int x : v) CosArrayAppend(a, CosNewInteger(doc, false, x));
-        return a;
+    // Samples stored with fast Flate, as many writers leave them.
+    CosObj Image(int w, int h, CosObj cs, int bpc, const Bytes& raw) { return FlateImage(w, h, cs, bpc, raw, 1); }
+    CosObj RgbJpeg(int w, int h, const Bytes& jpeg) {
+        return ImageDocTest::Image(w, h, Name("DeviceRGB"), 8, jpeg, "DCTDecode");
     }
     static ColourReductionParams Palettize() {
         ColourReductionParams p;
@@ -85,6 +67,21 @@ protected:
         p.quantize = true;
         p.maxColors = maxColors;
         return p;
+    }
+
+    // The indices of an image, row by row, unpacked from its samples.
+    static std::vector<int> Indices(CosObj img) {
+        const int w = Int(img, "Width"), h = Int(img, "Height"), bits = Int(img, "BitsPerComponent");
+        const Bytes rows = CosStreamDecodedData(img);
+        const size_t rowBytes = (size_t(w) * size_t(bits) + 7) / 8;
+        EXPECT_GE(rows.size(), rowBytes * size_t(h));
+        std::vector<int> out;
+        for (int y = 0; y < h && rows.size() >= rowBytes * size_t(h); ++y)
+            for (int x = 0; x < w; ++x) {
+                const size_t bit = size_t(x) * size_t(bits);
+                out.push_back((rows[size_t(y) * rowBytes + bit / 8] >> (8 - bits - bit % 8)) & ((1 << bits) - 1));
+            }
+        return out;
     }
 
     // The colours an Indexed image draws, read back the way a viewer does:
@@ -109,23 +106,13 @@ protected:
         }
         EXPECT_EQ(table.size() % size_t(hival + 1), 0u);
         const int comps = int(table.size()) / (hival + 1);
-        const int w = CosDictGetInt(img, A("Width"), 0), h = CosDictGetInt(img, A("Height"), 0);
-        const int bits = CosDictGetInt(img, A("BitsPerComponent"), 0);
-        const Bytes rows = CosStreamDecodedData(img);
-        const size_t rowBytes = (size_t(w) * size_t(bits) + 7) / 8;
-        EXPECT_GE(rows.size(), rowBytes * size_t(h));
         Bytes out;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const size_t bit = size_t(x) * size_t(bits);
-                const int idx = (rows[size_t(y) * rowBytes + bit / 8] >> (8 - bits - bit % 8)) & ((1 << bits) - 1);
-                EXPECT_LE(idx, hival);
-                for (int k = 0; k < comps; ++k) out.push_back(uint8_t(table[size_t(idx * comps + k)]));
-            }
+        for (int idx : Indices(img)) {
+            EXPECT_LE(idx, hival);
+            for (int k = 0; k < comps; ++k) out.push_back(uint8_t(table[size_t(idx * comps + k)]));
+        }
         return out;
     }
-
-    CosDoc doc = nullptr;
 };
 
 }  // namespace
@@ -209,16 +196,16 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     Bytes bw(200 * 100);
     for (size_t i = 0; i < bw.size(); ++i) bw[i] = ((i / 200) / 10 + (i % 200) / 25) % 2 ? 255 : 0;
     CosObj img = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(img, A("Decode"), Numbers({1, 0}));
+    CosDictPut(img, A("Decode"), Ints({1, 0}));
     ColourResult r = ReduceColours(img, Palettize());
     ASSERT_EQ(r.outcome, ColourOutcome::Palettized) << r.reason;
     EXPECT_EQ(CosDictGetInt(img, A("BitsPerComponent"), 0), 1);
     EXPECT_EQ(CosDictGetName(img, A("ColorSpace")), A("DeviceGray"));
     EXPECT_EQ(CosObjGetType(CosDictGet(img, A("Decode"))), kCosArray);
-    const Bytes rows = CosStreamDecodedData(img);
-    ASSERT_EQ(rows.size(), 25u * 100u);
-    for (size_t i = 0; i < bw.size(); ++i)
-        ASSERT_EQ((rows[(i / 200) * 25 + (i % 200) / 8] >> (7 - i % 8)) & 1, bw[i] ? 1 : 0) << i;
+    EXPECT_EQ(CosStreamDecodedData(img).size(), 25u * 100u);
+    std::vector<int> white;
+    for (uint8_t v : bw) white.push_back(v ? 1 : 0);
+    EXPECT_EQ(Indices(img), white);
 
     // Four levels on the 2-bit grid: 2-bit gray.
     Bytes four(200 * 100);
@@ -247,19 +234,19 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     // A key on gray levels moves to the new depth: [200 255] holds only
     // white, which is 1 at one bit; [10 20] holds no level at all.
     CosObj keyed = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(keyed, A("Mask"), Numbers({200, 255}));
+    CosDictPut(keyed, A("Mask"), Ints({200, 255}));
     ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
     CosObj mask = CosDictGet(keyed, A("Mask"));
     ASSERT_EQ(CosObjGetType(mask), kCosArray);
     EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 0)), 1);
     EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 1)), 1);
     CosObj keyed2 = Image(200, 100, Name("DeviceGray"), 8, four);
-    CosDictPut(keyed2, A("Mask"), Numbers({80, 175}));
+    CosDictPut(keyed2, A("Mask"), Ints({80, 175}));
     ASSERT_EQ(ReduceColours(keyed2, Palettize()).outcome, ColourOutcome::Palettized);
     EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 0)), 1);
     EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 1)), 2);
     CosObj unkeyed = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(unkeyed, A("Mask"), Numbers({10, 20}));
+    CosDictPut(unkeyed, A("Mask"), Ints({10, 20}));
     ASSERT_EQ(ReduceColours(unkeyed, Palettize()).outcome, ColourOutcome::Palettized);
     EXPECT_FALSE(CosDictKnown(unkeyed, A("Mask")));
 
@@ -277,7 +264,7 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
     // Decode [1 0 ...] is folded into the table and dropped.
     const Bytes raw = Blocks(128, 64, 6);
     CosObj inv = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(inv, A("Decode"), Numbers({1, 0, 0, 1, 1, 0}));
+    CosDictPut(inv, A("Decode"), Ints({1, 0, 0, 1, 1, 0}));
     ASSERT_EQ(ReduceColours(inv, Palettize()).outcome, ColourOutcome::Palettized);
     EXPECT_FALSE(CosDictKnown(inv, A("Decode")));
     Bytes expected = raw;
@@ -287,13 +274,13 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
 
     // Any other Decode, or a Lab image with one, is left alone.
     CosObj odd = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(odd, A("Decode"), Numbers({0, 1, 0, 1, 1, 1}));
+    CosDictPut(odd, A("Decode"), Ints({0, 1, 0, 1, 1, 1}));
     EXPECT_EQ(ReduceColours(odd, Palettize()).outcome, ColourOutcome::LeftAlone);
 
     // A colour key: keyed colours take the first indices and the Mask
     // becomes their range, so the same pixels stay see-through.
     CosObj keyed = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(keyed, A("Mask"), Numbers({0, 120, 0, 255, 0, 255}));
+    CosDictPut(keyed, A("Mask"), Ints({0, 120, 0, 255, 0, 255}));
     ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
     CosObj mask = CosDictGet(keyed, A("Mask"));
     ASSERT_EQ(CosObjGetType(mask), kCosArray);
@@ -303,18 +290,14 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
     const Bytes drawn = Drawn(keyed);
     EXPECT_EQ(drawn, raw);
     // Read the indices again to see which pixels the new key hides.
-    const Bytes rows = CosStreamDecodedData(keyed);
-    const int bits = CosDictGetInt(keyed, A("BitsPerComponent"), 0);
-    const size_t rowBytes = (128 * size_t(bits) + 7) / 8;
+    const std::vector<int> idx = Indices(keyed);
+    ASSERT_EQ(idx.size(), raw.size() / 3);
     int hidden = 0;
-    for (int y = 0; y < 64; ++y)
-        for (int x = 0; x < 128; ++x) {
-            const size_t bit = size_t(x) * size_t(bits);
-            const int idx = (rows[size_t(y) * rowBytes + bit / 8] >> (8 - bits - bit % 8)) & ((1 << bits) - 1);
-            const bool wasKeyed = raw[(size_t(y) * 128 + size_t(x)) * 3] <= 120;
-            ASSERT_EQ(idx <= last, wasKeyed) << x << "," << y;
-            hidden += wasKeyed;
-        }
+    for (size_t i = 0; i < idx.size(); ++i) {
+        const bool wasKeyed = raw[i * 3] <= 120;
+        ASSERT_EQ(idx[i] <= last, wasKeyed) << i;
+        hidden += wasKeyed;
+    }
     EXPECT_GT(hidden, 0);
 
     // 16-bit samples that are 8-bit values in disguise are palettised...
@@ -357,9 +340,7 @@ TEST_F(Colours, ReplacesOnlyWhenSmallerAndLeavesOtherKindsAlone) {
     // image can still drop to fewer bits in its own space.
     CosObj matted = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
     CosObj matte = Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200));
-    CosObj white = CosNewArray(doc, false);
-    for (int k = 0; k < 3; ++k) CosArrayAppend(white, CosNewInteger(doc, false, 1));
-    CosDictPut(matte, A("Matte"), white);
+    CosDictPut(matte, A("Matte"), Ints({1, 1, 1}));
     CosDictPut(matted, A("SMask"), matte);
     EXPECT_EQ(ReduceColours(matted, Palettize()).outcome, ColourOutcome::LeftAlone);
     Bytes bw(128 * 64);
@@ -378,7 +359,7 @@ TEST_F(Colours, ReplacesOnlyWhenSmallerAndLeavesOtherKindsAlone) {
     CosObj shortData = Image(128, 64, Name("DeviceRGB"), 8, Bytes(100, 1));
     EXPECT_EQ(ReduceColours(shortData, Palettize()).outcome, ColourOutcome::Bad);
     CosObj badKey = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
-    CosDictPut(badKey, A("Mask"), Numbers({1, 2}));
+    CosDictPut(badKey, A("Mask"), Ints({1, 2}));
     EXPECT_EQ(ReduceColours(badKey, Palettize()).outcome, ColourOutcome::Bad);
     CosObj huge = Image(60000, 60000, Name("DeviceRGB"), 8, Bytes(10, 0));
     EXPECT_EQ(ReduceColours(huge, Palettize()).outcome, ColourOutcome::LeftAlone);
@@ -392,13 +373,7 @@ TEST_F(Colours, JpegsArePalettisedFromTheirDecodedPixels) {
     dp.quality = 100;
     dp.colorTransform = false;
     const Bytes jpeg = filters::EncodeDCT(flat, 64, 64, 3, dp);
-    CosObj d = CosNewDict(doc, false);
-    CosDictPutInteger(d, A("Width"), 64);
-    CosDictPutInteger(d, A("Height"), 64);
-    CosDictPutInteger(d, A("BitsPerComponent"), 8);
-    CosDictPutName(d, A("ColorSpace"), false, A("DeviceRGB"));
-    CosDictPutName(d, A("Filter"), false, A("DCTDecode"));
-    CosObj img = CosNewStream(doc, d, jpeg);
+    CosObj img = RgbJpeg(64, 64, jpeg);
     const Bytes decoded = filters::DecodeDCT(jpeg).samples;
     auto exact = ExactPalette(RGB(64, 64, decoded));
     ASSERT_TRUE(exact);
@@ -447,16 +422,8 @@ TEST_F(Colours, QuantisationStaysWithinItsBoundAndPalette) {
 TEST_F(Colours, QuantisationOnlyForPlainRGBAndOnlyWhenSmaller) {
     // A JPEG far smaller than any table of its colours could be.
     const Bytes grad = Gradient(160, 120);
-    filters::DCTEncodeParams dp;
-    dp.quality = 20;
-    const Bytes jpeg = filters::EncodeDCT(grad, 160, 120, 3, dp);
-    CosObj d = CosNewDict(doc, false);
-    CosDictPutInteger(d, A("Width"), 160);
-    CosDictPutInteger(d, A("Height"), 120);
-    CosDictPutInteger(d, A("BitsPerComponent"), 8);
-    CosDictPutName(d, A("ColorSpace"), false, A("DeviceRGB"));
-    CosDictPutName(d, A("Filter"), false, A("DCTDecode"));
-    CosObj img = CosNewStream(doc, d, jpeg);
+    const Bytes jpeg = Jpeg(grad, 160, 120, 3, 20);
+    CosObj img = RgbJpeg(160, 120, jpeg);
     ColourReductionParams p = Quantize();
     p.minPsnr = 20;
     ColourResult r = ReduceColours(img, p);
@@ -469,18 +436,15 @@ TEST_F(Colours, QuantisationOnlyForPlainRGBAndOnlyWhenSmaller) {
     for (size_t i = 0; i < 64 * 64; ++i)
         for (int k = 0; k < 4; ++k) cmyk.push_back(uint8_t(k % 2 ? i % 64 * 4 : i / 64 * 4 + k));
     EXPECT_EQ(ReduceColours(Image(64, 64, Name("DeviceCMYK"), 8, cmyk), p).outcome, ColourOutcome::Unchanged);
-    CosObj lab = CosNewArray(doc, false);
-    CosArrayAppend(lab, Name("Lab"));
-    CosArrayAppend(lab, CosNewDict(doc, false));
-    EXPECT_EQ(ReduceColours(Image(160, 120, lab, 8, grad), p).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(ReduceColours(Image(160, 120, Lab(), 8, grad), p).outcome, ColourOutcome::Unchanged);
     Bytes gray(160 * 120);
     for (size_t i = 0; i < gray.size(); ++i) gray[i] = uint8_t(i % 160 + i / 160 / 2);
     EXPECT_EQ(ReduceColours(Image(160, 120, Name("DeviceGray"), 8, gray), p).outcome, ColourOutcome::Unchanged);
     CosObj keyed = Image(160, 120, Name("DeviceRGB"), 8, grad);
-    CosDictPut(keyed, A("Mask"), Numbers({0, 10, 0, 10, 0, 10}));
+    CosDictPut(keyed, A("Mask"), Ints({0, 10, 0, 10, 0, 10}));
     EXPECT_EQ(ReduceColours(keyed, p).outcome, ColourOutcome::LeftAlone);
     CosObj decoded = Image(160, 120, Name("DeviceRGB"), 8, grad);
-    CosDictPut(decoded, A("Decode"), Numbers({1, 0, 1, 0, 1, 0}));
+    CosDictPut(decoded, A("Decode"), Ints({1, 0, 1, 0, 1, 0}));
     EXPECT_EQ(ReduceColours(decoded, p).outcome, ColourOutcome::LeftAlone);
 }
 
@@ -511,16 +475,8 @@ TEST_F(Colours, LargeImagesAreProbedBeforeQuantising) {
         seed = seed * 1103515245u + 12345u;
         v = uint8_t(128 + int((seed >> 16) % 48) - 24);
     }
-    filters::DCTEncodeParams dp;
-    dp.quality = 30;
-    const Bytes jpeg = filters::EncodeDCT(noise, w, h, 3, dp);
-    CosObj d = CosNewDict(doc, false);
-    CosDictPutInteger(d, A("Width"), w);
-    CosDictPutInteger(d, A("Height"), h);
-    CosDictPutInteger(d, A("BitsPerComponent"), 8);
-    CosDictPutName(d, A("ColorSpace"), false, A("DeviceRGB"));
-    CosDictPutName(d, A("Filter"), false, A("DCTDecode"));
-    CosObj photo = CosNewStream(doc, d, jpeg);
+    const Bytes jpeg = Jpeg(noise, w, h, 3, 30);
+    CosObj photo = RgbJpeg(w, h, jpeg);
     ColourReductionParams p = Quantize();
     p.minPsnr = 0;
     ColourResult q = ReduceColours(photo, p);

@@ -1,5 +1,6 @@
 // Helpers of the settings tests: a log whose console output is captured,
-// and a scratch folder for the files a test writes.
+// a scratch folder for the files a test writes, and settings read from a
+// text through such a folder.
 #pragma once
 
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "base/Log.h"
+#include "settings/SettingsFile.h"
 
 struct CapturedLog {
     Log log;
@@ -52,4 +54,18 @@ struct ScratchDir {
         return p.string();
     }
     std::string Path(const std::string& name) const { return (dir / name).string(); }
+};
+
+// Settings read by `reader` (ReadXmlSettings or LoadSettingsFile) from
+// `text` saved as `name`, over `start`; keeps what the reading logged.
+struct ReadSettings {
+    using Reader = bool (*)(CTrimoraPreferences&, const std::string&, Log&);
+    ScratchDir dir;
+    CapturedLog log;
+    CTrimoraPreferences p;
+    std::string path;
+    bool ok;
+    ReadSettings(Reader reader, const std::string& name, const std::string& text, CTrimoraPreferences start = {})
+        : p(start), path(dir.Write(name, text)), ok(reader(p, path, log.log)) {}
+    ReadSettings(const ReadSettings&) = delete;
 };

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include "settings/SettingsFile.h"
 #include "tests/settings/SettingsTestUtil.h"
 
 namespace {
@@ -85,9 +84,14 @@ TEST(SettingsDict, ReadsEveryGroup) {
     EXPECT_EQ(p.Color().images.outputProfile, "rgb.icc");
 }
 
+// Reads `text` saved as `name` with the loader that picks the form by name.
+static ReadSettings Load(const std::string& text, const std::string& name = "s.tms", CTrimoraPreferences start = {}) {
+    return ReadSettings(LoadSettingsFile, name, text, start);
+}
+
 TEST(SettingsDict, MissingFileBadSyntaxAndBadValues) {
-    ScratchDir dir;
     {
+        ScratchDir dir;
         CapturedLog log;
         CTrimoraPreferences p;
         std::string path = dir.Path("none.tms");
@@ -95,101 +99,75 @@ TEST(SettingsDict, MissingFileBadSyntaxAndBadValues) {
         EXPECT_NE(log.Text().find("Unable to locate configuration file '" + path + "'.\n"), std::string::npos);
         EXPECT_FALSE(p.Image().color.downsample);
     }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        char before[512];
-        ASSERT_TRUE(getcwd(before, sizeof before));
-        EXPECT_FALSE(LoadSettingsFile(p, dir.Write("bad.tms", "<< /FlateLevel 3 /Info << /Title (x"), log.log));
-        EXPECT_NE(log.Text().find("occured while reading the preferences\n"), std::string::npos);
-        char after[512];
-        ASSERT_TRUE(getcwd(after, sizeof after));
-        EXPECT_STREQ(before, after);  // the current folder came back
-    }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        EXPECT_FALSE(LoadSettingsFile(p, dir.Write("arr.tms", "[1 2 3]"), log.log));
-    }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        ASSERT_TRUE(LoadSettingsFile(p,
-                                     dir.Write("vals.tms", "<< /FlateLevel -2 /Encrypt << /KeyLength 56 >> "
-                                                           "/PageMode /Sideways /WebEnable 1 >>"),
-                                     log.log));
-        EXPECT_EQ(p.Optimize().flateLevel, 9);
-        EXPECT_EQ(p.Security().keyLength, 40);
-        EXPECT_EQ(p.Viewing().pageMode, A("None"));
-        EXPECT_FALSE(p.Optimize().linearize);
-        std::string text = log.Text();
-        for (const char* key : {"'FlateLevel'", "'KeyLength'", "'PageMode'", "'WebEnable'"})
-            EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
-    }
+    char before[512];
+    ASSERT_TRUE(getcwd(before, sizeof before));
+    ReadSettings bad = Load("<< /FlateLevel 3 /Info << /Title (x");
+    EXPECT_FALSE(bad.ok);
+    EXPECT_NE(bad.log.Text().find("occured while reading the preferences\n"), std::string::npos);
+    char after[512];
+    ASSERT_TRUE(getcwd(after, sizeof after));
+    EXPECT_STREQ(before, after);  // the current folder came back
+    EXPECT_FALSE(Load("[1 2 3]").ok);
+
+    ReadSettings r = Load("<< /FlateLevel -2 /Encrypt << /KeyLength 56 >> /PageMode /Sideways /WebEnable 1 >>");
+    ASSERT_TRUE(r.ok);
+    EXPECT_EQ(r.p.Optimize().flateLevel, 9);
+    EXPECT_EQ(r.p.Security().keyLength, 40);
+    EXPECT_EQ(r.p.Viewing().pageMode, A("None"));
+    EXPECT_FALSE(r.p.Optimize().linearize);
+    for (const char* key : {"'FlateLevel'", "'KeyLength'", "'PageMode'", "'WebEnable'"})
+        EXPECT_NE(r.log.Text().find(key), std::string::npos) << key << " in " << r.log.Text();
 }
 
 TEST(SettingsDict, NameChoosesForm) {
-    ScratchDir dir;
-    CapturedLog log;
     // Dictionary syntax in a name holding both extensions: read as the dictionary form.
-    CTrimoraPreferences p;
-    ASSERT_TRUE(LoadSettingsFile(p, dir.Write("x.tmc.tms.bak", "<< /FlateLevel 4 >>"), log.log)) << log.Text();
-    EXPECT_EQ(p.Optimize().flateLevel, 4);
-
-    CTrimoraPreferences q;
-    ASSERT_TRUE(LoadSettingsFile(q, dir.Write("y.tmc",
-                                              "<trimora><target><optimize><flate-level>2</flate-level></optimize>"
-                                              "</target></trimora>"),
-                                 log.log));
-    EXPECT_EQ(q.Optimize().flateLevel, 2);
-
+    ReadSettings both = Load("<< /FlateLevel 4 >>", "x.tmc.tms.bak");
+    ASSERT_TRUE(both.ok) << both.log.Text();
+    EXPECT_EQ(both.p.Optimize().flateLevel, 4);
+    ReadSettings xml =
+        Load("<trimora><target><optimize><flate-level>2</flate-level></optimize></target></trimora>", "y.tmc");
+    ASSERT_TRUE(xml.ok);
+    EXPECT_EQ(xml.p.Optimize().flateLevel, 2);
     // Neither: nothing is read, the finishing steps still run.
-    CTrimoraPreferences r;
-    r.Images().color.downsampleUsing = A("Average");
-    ASSERT_TRUE(LoadSettingsFile(r, dir.Write("z.txt", "<< /FlateLevel 1 >>"), log.log));
-    EXPECT_EQ(r.Optimize().flateLevel, 9);
-    EXPECT_EQ(r.Image().color.resampleFilter, "box");
+    CTrimoraPreferences average;
+    average.Images().color.downsampleUsing = A("Average");
+    ReadSettings neither = Load("<< /FlateLevel 1 >>", "z.txt", average);
+    ASSERT_TRUE(neither.ok);
+    EXPECT_EQ(neither.p.Optimize().flateLevel, 9);
+    EXPECT_EQ(neither.p.Image().color.resampleFilter, "box");
 }
 
 TEST(SettingsDict, IntegerKeysRefuseFractionsAndHugeReals) {
-    ScratchDir dir;
-    CapturedLog log;
-    CTrimoraPreferences p;
-    p.Layout().rows = 3;
-    ASSERT_TRUE(LoadSettingsFile(p,
-                                 dir.Write("big.tms", "<< /FlateLevel 1000000000000000000000000000000000.0 "
-                                                      "/Rotate 99999999999999999999 /OpenPage -3.0 "
-                                                      "/Encrypt << /KeyLength 128.0 >> "
-                                                      "/Imposition << /Rows 2.5 /Columns 4.0 >> >>"),
-                                 log.log))
-        << log.Text();
-    EXPECT_EQ(p.Optimize().flateLevel, 9);
-    EXPECT_EQ(p.Viewing().rotate, 0);
-    EXPECT_EQ(p.Viewing().openPage, 0);
-    EXPECT_EQ(p.Layout().rows, 3);
+    CTrimoraPreferences start;
+    start.Layout().rows = 3;
+    ReadSettings r = Load("<< /FlateLevel 1000000000000000000000000000000000.0 /Rotate 99999999999999999999 "
+                          "/OpenPage -3.0 /Encrypt << /KeyLength 128.0 >> /Imposition << /Rows 2.5 /Columns 4.0 >> >>",
+                          "big.tms", start);
+    ASSERT_TRUE(r.ok) << r.log.Text();
+    EXPECT_EQ(r.p.Optimize().flateLevel, 9);
+    EXPECT_EQ(r.p.Viewing().rotate, 0);
+    EXPECT_EQ(r.p.Viewing().openPage, 0);
+    EXPECT_EQ(r.p.Layout().rows, 3);
     // A real with no fraction is a whole number.
-    EXPECT_EQ(p.Layout().columns, 4);
-    EXPECT_EQ(p.Security().keyLength, 128);
-    std::string text = log.Text();
+    EXPECT_EQ(r.p.Layout().columns, 4);
+    EXPECT_EQ(r.p.Security().keyLength, 128);
     for (const char* key : {"'FlateLevel'", "'Rotate'", "'OpenPage'", "'Rows'"})
-        EXPECT_NE(text.find(key), std::string::npos) << key << " in " << text;
+        EXPECT_NE(r.log.Text().find(key), std::string::npos) << key << " in " << r.log.Text();
 }
 
 TEST(SettingsDict, ObjectStreamsIsATopLevelName) {
-    ScratchDir dir;
+    CTrimoraPreferences disabled;
+    disabled.Optimize().objectStreams = A("Disable");
     for (const char* word : {"Generate", "Disable", "Preserve"}) {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        p.Optimize().objectStreams = A("Disable");
-        ASSERT_TRUE(LoadSettingsFile(p, dir.Write("o.tms", std::string("<< /ObjectStreams /") + word + " >>"), log.log));
-        EXPECT_EQ(p.Optimize().objectStreams, A(word));
+        ReadSettings r = Load(std::string("<< /ObjectStreams /") + word + " >>", "o.tms", disabled.Copy());
+        ASSERT_TRUE(r.ok);
+        EXPECT_EQ(r.p.Optimize().objectStreams, A(word));
     }
     for (const char* bad : {"<< /ObjectStreams /Always >>", "<< /ObjectStreams (Generate) >>",
                             "<< /ObjectStreams true >>"}) {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        ASSERT_TRUE(LoadSettingsFile(p, dir.Write("b.tms", bad), log.log));
-        EXPECT_EQ(p.Optimize().objectStreams, A("Preserve")) << bad;
-        EXPECT_NE(log.Text().find("'ObjectStreams'"), std::string::npos) << bad << ": " << log.Text();
+        ReadSettings r = Load(bad);
+        ASSERT_TRUE(r.ok);
+        EXPECT_EQ(r.p.Optimize().objectStreams, A("Preserve")) << bad;
+        EXPECT_NE(r.log.Text().find("'ObjectStreams'"), std::string::npos) << bad << ": " << r.log.Text();
     }
 }

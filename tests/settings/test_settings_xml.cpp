@@ -167,43 +167,41 @@ void ChangeEverything(CTrimoraPreferences& p) {
     f.outline = !f.outline;
 }
 
+// The sections in which `a` and `b` differ.
+std::vector<std::string> Differing(CTrimoraPreferences& a, CTrimoraPreferences& b) {
+    std::vector<std::string> out;
+    auto check = [&](const char* name, bool same) {
+        if (!same) out.push_back(name);
+    };
+    check("target", a.Target() == b.Target());
+    check("optimize", a.Optimize() == b.Optimize());
+    check("viewing", a.Viewing() == b.Viewing());
+    check("metadata", a.Metadata() == b.Metadata());
+    check("security", a.Security() == b.Security());
+    check("images", a.Images() == b.Images());
+    check("colors", a.Colors() == b.Colors());
+    check("layout", a.Layout() == b.Layout());
+    check("stamp", a.Stamp() == b.Stamp());
+    check("page-scaler", a.PageScaler() == b.PageScaler());
+    check("page-boxes", a.PageBoxes() == b.PageBoxes());
+    check("fonts", a.Fonts() == b.Fonts());
+    return out;
+}
+
 }  // namespace
 
 TEST(SettingsXml, RoundTripOfEverySettingChanged) {
     ScratchDir dir;
     CapturedLog log;
-    CTrimoraPreferences written;
+    CTrimoraPreferences written, defaults;
     ChangeEverything(written);
-    const CTrimoraPreferences defaults;
     // Each section really differs from its defaults, so the comparison below means something.
-    EXPECT_FALSE(written.Target() == defaults.Target());
-    EXPECT_FALSE(written.Optimize() == defaults.Optimize());
-    EXPECT_FALSE(written.Viewing() == defaults.Viewing());
-    EXPECT_FALSE(written.Security() == defaults.Security());
-    EXPECT_FALSE(written.Images() == defaults.Images());
-    EXPECT_FALSE(written.Colors() == defaults.Colors());
-    EXPECT_FALSE(written.Layout() == defaults.Layout());
-    EXPECT_FALSE(written.Stamp() == defaults.Stamp());
-    EXPECT_FALSE(written.PageScaler() == defaults.PageScaler());
-    EXPECT_FALSE(written.PageBoxes() == defaults.PageBoxes());
-    EXPECT_FALSE(written.Fonts() == defaults.Fonts());
-
+    EXPECT_EQ(Differing(written, defaults).size(), 12u);
     std::string path = dir.Path("all.tmc");
     ASSERT_TRUE(WriteXmlSettings(written, path, log.log));
     CTrimoraPreferences read;
     ASSERT_TRUE(ReadXmlSettings(read, path, log.log)) << log.Text();
-    EXPECT_EQ(read.Target(), written.Target());
-    EXPECT_EQ(read.Optimize(), written.Optimize());
-    EXPECT_EQ(read.Viewing(), written.Viewing());
-    EXPECT_EQ(read.Metadata(), written.Metadata());
-    EXPECT_EQ(read.Security(), written.Security());
-    EXPECT_EQ(read.Images(), written.Images());
-    EXPECT_EQ(read.Colors(), written.Colors());
-    EXPECT_EQ(read.Layout(), written.Layout());
-    EXPECT_EQ(read.Stamp(), written.Stamp());
-    EXPECT_EQ(read.PageScaler(), written.PageScaler());
-    EXPECT_EQ(read.PageBoxes(), written.PageBoxes());
-    EXPECT_EQ(read.Fonts(), written.Fonts());
+    EXPECT_EQ(Differing(read, written), std::vector<std::string>{});
     EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
 }
 
@@ -222,127 +220,94 @@ TEST(SettingsXml, WrittenShapeStartsWithDeclarationAndKeepsSectionOrder) {
     EXPECT_NE(s.find("<target eval-units=\"Points\" name=\"Untitled Target\""), std::string::npos) << s;
 }
 
+// Reads `text` with the XML reader, over `start`.
+static ReadSettings Xml(const std::string& text, CTrimoraPreferences start = {}) {
+    return ReadSettings(ReadXmlSettings, "s.tmc", text, start);
+}
+
 TEST(SettingsXml, StructuralChecksAndExactBooleans) {
-    ScratchDir dir;
     {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        std::string path = dir.Write("two.tmc", "<trimora><target pdfMinorVersion=\"6\"><optimize><linearize>true"
-                                                "</linearize></optimize></target><target pdfMinorVersion=\"3\">"
-                                                "<optimize><linearize>false</linearize></optimize></target></trimora>");
-        ASSERT_TRUE(ReadXmlSettings(p, path, log.log));
-        EXPECT_EQ(p.Target().pdfMinorVersion, 6);  // only the first target counts
-        EXPECT_TRUE(p.Optimize().linearize);
-        std::string text = log.Text();
-        EXPECT_NE(text.find("Reading settings from '" + path + "'... \n"), std::string::npos) << text;
-        EXPECT_NE(text.find("Initializing Settings...\n"), std::string::npos);
+        ReadSettings r = Xml("<trimora><target pdfMinorVersion=\"6\"><optimize><linearize>true</linearize>"
+                             "</optimize></target><target pdfMinorVersion=\"3\"><optimize><linearize>false"
+                             "</linearize></optimize></target></trimora>");
+        ASSERT_TRUE(r.ok);
+        EXPECT_EQ(r.p.Target().pdfMinorVersion, 6);  // only the first target counts
+        EXPECT_TRUE(r.p.Optimize().linearize);
+        EXPECT_NE(r.log.Text().find("Reading settings from '" + r.path + "'... \n"), std::string::npos)
+            << r.log.Text();
+        EXPECT_NE(r.log.Text().find("Initializing Settings...\n"), std::string::npos);
     }
     {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        std::string path = dir.Write("first.tmc", "<trimora><other/><target pdfMinorVersion=\"6\"/></trimora>");
-        EXPECT_FALSE(ReadXmlSettings(p, path, log.log));
-        EXPECT_EQ(p.Target().pdfMinorVersion, TargetSettings().pdfMinorVersion);
-        EXPECT_NE(log.Text().find("occured while reading the preferences\n"), std::string::npos);
-        EXPECT_EQ(log.Text().find("Initializing Settings"), std::string::npos);
+        ReadSettings r = Xml("<trimora><other/><target pdfMinorVersion=\"6\"/></trimora>");
+        EXPECT_FALSE(r.ok);
+        EXPECT_EQ(r.p.Target().pdfMinorVersion, TargetSettings().pdfMinorVersion);
+        EXPECT_NE(r.log.Text().find("occured while reading the preferences\n"), std::string::npos);
+        EXPECT_EQ(r.log.Text().find("Initializing Settings"), std::string::npos);
     }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        std::string path = dir.Write("root.tmc", "<other><target/></other>");
-        EXPECT_FALSE(ReadXmlSettings(p, path, log.log));
-    }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        std::string path = dir.Write("true.tmc", Target("<optimize><linearize>True</linearize>"
-                                                        "<touch-dates> true </touch-dates></optimize>"));
-        ASSERT_TRUE(ReadXmlSettings(p, path, log.log));
-        EXPECT_FALSE(p.Optimize().linearize);
-        EXPECT_TRUE(p.Optimize().touchDates);  // the value is trimmed before the comparison
-    }
+    EXPECT_FALSE(Xml("<other><target/></other>").ok);
+    ReadSettings r = Xml(Target("<optimize><linearize>True</linearize><touch-dates> true </touch-dates></optimize>"));
+    ASSERT_TRUE(r.ok);
+    EXPECT_FALSE(r.p.Optimize().linearize);
+    EXPECT_TRUE(r.p.Optimize().touchDates);  // the value is trimmed before the comparison
 }
 
 TEST(SettingsXml, EmptyOptimizeKeepsDefaultsAndWalkOrderLetsLaterWin) {
-    ScratchDir dir;
-    CapturedLog log;
-    CTrimoraPreferences p;
-    ASSERT_TRUE(ReadXmlSettings(p, dir.Write("e.tmc", Target("<optimize/>")), log.log));
-    EXPECT_EQ(p.Optimize(), OptimizeSettings());
-
-    CTrimoraPreferences q;
-    ASSERT_TRUE(ReadXmlSettings(q, dir.Write("d.tmc", Target("<optimize><flate-level>3</flate-level><unknown>x"
-                                                             "</unknown><remove-thumbs>false</remove-thumbs>"
-                                                             "<flate-level>5</flate-level></optimize>")),
-                                log.log));
-    EXPECT_EQ(q.Optimize().flateLevel, 5);
-    EXPECT_FALSE(q.Optimize().removeThumbs);
-    EXPECT_EQ(log.Text().find("Warning"), std::string::npos);
+    ReadSettings e = Xml(Target("<optimize/>"));
+    ASSERT_TRUE(e.ok);
+    EXPECT_EQ(e.p.Optimize(), OptimizeSettings());
+    ReadSettings r = Xml(Target("<optimize><flate-level>3</flate-level><unknown>x</unknown><remove-thumbs>false"
+                                "</remove-thumbs><flate-level>5</flate-level></optimize>"));
+    ASSERT_TRUE(r.ok);
+    EXPECT_EQ(r.p.Optimize().flateLevel, 5);
+    EXPECT_FALSE(r.p.Optimize().removeThumbs);
+    EXPECT_EQ(r.log.Text().find("Warning"), std::string::npos);
 }
 
 TEST(SettingsXml, BadValuesWarnOrFailWithoutCrashing) {
-    ScratchDir dir;
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        ASSERT_TRUE(ReadXmlSettings(
-            p,
-            dir.Write("w.tmc", Target("<optimize><flate-level>-1</flate-level><remove-threads>Keep</remove-threads>"
-                                      "</optimize><security><key-length>56</key-length></security>"
-                                      "<viewing><rotate>45</rotate><page-mode>Outlines</page-mode></viewing>",
-                                      " eval-units=\"Furlongs\"")),
-            log.log));
-        EXPECT_EQ(p.Optimize().flateLevel, 9);
-        EXPECT_EQ(p.Optimize().removeThreads, A("None"));
-        EXPECT_EQ(p.Security().keyLength, 40);
-        EXPECT_EQ(p.Viewing().rotate, 0);
-        EXPECT_EQ(p.Viewing().pageMode, A("None"));
-        EXPECT_EQ(p.Target().evalUnits, A("Points"));
-        std::string text = log.Text();
-        for (const char* name : {"'flate-level'", "'remove-threads'", "'key-length'", "'rotate'", "'page-mode'",
-                                 "'eval-units'"})
-            EXPECT_NE(text.find(name), std::string::npos) << name << " in " << text;
-    }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        EXPECT_FALSE(ReadXmlSettings(p, dir.Write("n.tmc", Target("<optimize><flate-level>nine</flate-level>"
-                                                                  "</optimize>")),
-                                     log.log));
-        EXPECT_NE(log.Text().find("An error ('"), std::string::npos);
-        EXPECT_NE(log.Text().find("nine"), std::string::npos);
-    }
-    {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        EXPECT_FALSE(ReadXmlSettings(p, dir.Write("m.tmc", "<trimora><target>\n</trimora>"), log.log));
-        EXPECT_NE(log.Text().find("An error ('Parse error at line 2 --- mismatched tag') occured while reading "
-                                  "the preferences\n"),
-                  std::string::npos)
-            << log.Text();
-    }
+    ReadSettings w = Xml(Target("<optimize><flate-level>-1</flate-level><remove-threads>Keep</remove-threads>"
+                                "</optimize><security><key-length>56</key-length></security>"
+                                "<viewing><rotate>45</rotate><page-mode>Outlines</page-mode></viewing>",
+                                " eval-units=\"Furlongs\""));
+    ASSERT_TRUE(w.ok);
+    EXPECT_EQ(w.p.Optimize().flateLevel, 9);
+    EXPECT_EQ(w.p.Optimize().removeThreads, A("None"));
+    EXPECT_EQ(w.p.Security().keyLength, 40);
+    EXPECT_EQ(w.p.Viewing().rotate, 0);
+    EXPECT_EQ(w.p.Viewing().pageMode, A("None"));
+    EXPECT_EQ(w.p.Target().evalUnits, A("Points"));
+    for (const char* name : {"'flate-level'", "'remove-threads'", "'key-length'", "'rotate'", "'page-mode'",
+                             "'eval-units'"})
+        EXPECT_NE(w.log.Text().find(name), std::string::npos) << name << " in " << w.log.Text();
+
+    ReadSettings n = Xml(Target("<optimize><flate-level>nine</flate-level></optimize>"));
+    EXPECT_FALSE(n.ok);
+    EXPECT_NE(n.log.Text().find("An error ('"), std::string::npos);
+    EXPECT_NE(n.log.Text().find("nine"), std::string::npos);
+
+    ReadSettings m = Xml("<trimora><target>\n</trimora>");
+    EXPECT_FALSE(m.ok);
+    EXPECT_NE(m.log.Text().find("An error ('Parse error at line 2 --- mismatched tag') occured while reading "
+                                "the preferences\n"),
+              std::string::npos)
+        << m.log.Text();
 }
 
 TEST(SettingsXml, SecurityAndStampDetails) {
-    ScratchDir dir;
-    CapturedLog log;
-    CTrimoraPreferences p;
-    ASSERT_TRUE(ReadXmlSettings(
-        p,
-        dir.Write("s.tmc", Target("<security><owner-password>o</owner-password><permissions printing=\"false\" "
-                                  "copying=\"true\" assembly=\"true\" form-filling=\"no\"/></security>"
-                                  "<stamp><position x=\"12.5\" y=\"Fit\"/><text text-color=\"#FF8000\">Hi</text>"
-                                  "</stamp>")),
-        log.log));
-    const SecuritySettings& s = p.Security();
+    ReadSettings r = Xml(Target("<security><owner-password>o</owner-password><permissions printing=\"false\" "
+                                "copying=\"true\" assembly=\"true\" form-filling=\"no\"/></security>"
+                                "<stamp><position x=\"12.5\" y=\"Fit\"/><text text-color=\"#FF8000\">Hi</text>"
+                                "</stamp>"));
+    ASSERT_TRUE(r.ok) << r.log.Text();
+    const SecuritySettings& s = r.p.Security();
     EXPECT_TRUE(s.encrypt);
     EXPECT_EQ(s.securityWord, kSecOwnerPasswordGiven | kSecNoPrinting | kSecAllowAssembly);
-    EXPECT_EQ(p.Stamp().position.xAlign, A("Custom"));
-    EXPECT_DOUBLE_EQ(p.Stamp().position.x, 12.5);
-    EXPECT_EQ(p.Stamp().position.yAlign, A("Fit"));
-    EXPECT_DOUBLE_EQ(p.Stamp().textColor[0], 1.0);
-    EXPECT_NEAR(p.Stamp().textColor[1], 128 / 255.0, 1e-9);
-    EXPECT_TRUE(p.Stamp().Enabled());
+    const StampSettings& st = r.p.Stamp();
+    EXPECT_EQ(st.position.xAlign, A("Custom"));
+    EXPECT_DOUBLE_EQ(st.position.x, 12.5);
+    EXPECT_EQ(st.position.yAlign, A("Fit"));
+    EXPECT_DOUBLE_EQ(st.textColor[0], 1.0);
+    EXPECT_NEAR(st.textColor[1], 128 / 255.0, 1e-9);
+    EXPECT_TRUE(st.Enabled());
 }
 
 TEST(SettingsXml, WriteToUnwritablePathReportsError) {
@@ -374,52 +339,43 @@ TEST(SettingsXml, EveryTruncationOfAFullFileEndsCleanly) {
 }
 
 TEST(SettingsXml, TextColorTakesOnlyHexDigitsOrUnitComponents) {
-    ScratchDir dir;
-    auto colour = [&](const std::string& value, CapturedLog& log) {
-        CTrimoraPreferences p;
-        p.Stamp().textColor[0] = p.Stamp().textColor[1] = p.Stamp().textColor[2] = 0.5;
-        EXPECT_TRUE(ReadXmlSettings(
-            p, dir.Write("c.tmc", Target("<stamp><text text-color=\"" + value + "\">x</text></stamp>")), log.log))
-            << log.Text();
-        return std::vector<double>(std::begin(p.Stamp().textColor), std::end(p.Stamp().textColor));
+    CTrimoraPreferences grey;
+    grey.Stamp().textColor[0] = grey.Stamp().textColor[1] = grey.Stamp().textColor[2] = 0.5;
+    auto colour = [&](const std::string& value) {
+        ReadSettings r = Xml(Target("<stamp><text text-color=\"" + value + "\">x</text></stamp>"), grey.Copy());
+        EXPECT_TRUE(r.ok) << r.log.Text();
+        const bool warned = r.log.Text().find("for setting 'text-color'") != std::string::npos;
+        return std::make_pair(std::vector<double>(std::begin(r.p.Stamp().textColor), std::end(r.p.Stamp().textColor)),
+                              warned);
     };
     // A sign or a blank where a hex digit belongs keeps the colour (and warns)
     // instead of giving negative components.
-    for (const char* bad : {"#-1-1-1", "# 1 1 1", "#+F+F+F", "#GG0000"}) {
-        CapturedLog log;
-        EXPECT_EQ(colour(bad, log), std::vector<double>({0.5, 0.5, 0.5})) << bad;
-        EXPECT_NE(log.Text().find("for setting 'text-color'"), std::string::npos) << bad;
-    }
-    CapturedLog log;
-    std::vector<double> c = colour("#00ff80", log);
+    for (const char* bad : {"#-1-1-1", "# 1 1 1", "#+F+F+F", "#GG0000"})
+        EXPECT_EQ(colour(bad), std::make_pair(std::vector<double>({0.5, 0.5, 0.5}), true)) << bad;
+    auto [c, warned] = colour("#00ff80");
+    EXPECT_FALSE(warned);
     EXPECT_DOUBLE_EQ(c[0], 0);
     EXPECT_DOUBLE_EQ(c[1], 1);
     EXPECT_NEAR(c[2], 128 / 255.0, 1e-12);
-    c = colour("0.25 1 0", log);
-    EXPECT_EQ(c, std::vector<double>({0.25, 1, 0}));
-    EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+    EXPECT_EQ(colour("0.25 1 0"), std::make_pair(std::vector<double>({0.25, 1, 0}), false));
 }
 
 TEST(SettingsXml, ObjectStreamsTakesItsThreeWords) {
-    ScratchDir dir;
     EXPECT_EQ(CTrimoraPreferences().Optimize().objectStreams, A("Preserve"));
+    CTrimoraPreferences disabled;
+    disabled.Optimize().objectStreams = A("Disable");
     for (const char* word : {"Generate", "Disable", "Preserve"}) {
-        CapturedLog log;
-        CTrimoraPreferences p;
-        p.Optimize().objectStreams = A("Disable");
-        ASSERT_TRUE(ReadXmlSettings(
-            p, dir.Write("o.tmc", Target(std::string("<optimize><object-streams>") + word + "</object-streams></optimize>")),
-            log.log));
-        EXPECT_EQ(p.Optimize().objectStreams, A(word));
-        EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+        ReadSettings r = Xml(Target(std::string("<optimize><object-streams>") + word + "</object-streams></optimize>"),
+                             disabled.Copy());
+        ASSERT_TRUE(r.ok);
+        EXPECT_EQ(r.p.Optimize().objectStreams, A(word));
+        EXPECT_EQ(r.log.Text().find("Warning"), std::string::npos) << r.log.Text();
     }
     // Another word (or another case) keeps the setting and says so.
-    CapturedLog log;
-    CTrimoraPreferences p;
-    ASSERT_TRUE(ReadXmlSettings(
-        p, dir.Write("x.tmc", Target("<optimize><object-streams>generate</object-streams></optimize>")), log.log));
-    EXPECT_EQ(p.Optimize().objectStreams, A("Preserve"));
-    EXPECT_NE(log.Text().find("'object-streams'"), std::string::npos) << log.Text();
+    ReadSettings r = Xml(Target("<optimize><object-streams>generate</object-streams></optimize>"));
+    ASSERT_TRUE(r.ok);
+    EXPECT_EQ(r.p.Optimize().objectStreams, A("Preserve"));
+    EXPECT_NE(r.log.Text().find("'object-streams'"), std::string::npos) << r.log.Text();
     // Written in the optimize section.
-    EXPECT_NE(BuildXmlSettings(p).to_string().find("<object-streams>Preserve</object-streams>"), std::string::npos);
+    EXPECT_NE(BuildXmlSettings(r.p).to_string().find("<object-streams>Preserve</object-streams>"), std::string::npos);
 }
