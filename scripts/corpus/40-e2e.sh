@@ -9,7 +9,9 @@
 #   - the output passes `qpdf --check` (with the user password when the
 #     input was encrypted: its protection is kept);
 #   - the page count is unchanged;
-#   - pages 1-3 render (pdftoppm, 72 dpi) exactly like the input's.
+#   - pages 1-3 render (pdftoppm, 72 dpi) exactly like the input's, or
+#     differ only through remove-ocgs or remove-embedded-files: then a run
+#     keeping both must render exactly like the input.
 #
 #   40-e2e.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
@@ -22,6 +24,19 @@ done
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 have_qpdf=1; command -v qpdf > /dev/null 2>&1 || have_qpdf=0
 have_render=1; command -v pdftoppm > /dev/null 2>&1 || have_render=0
+# The default settings, but keeping optional content and embedded files.
+keeping="$work/keeping.tmc"
+cat > "$keeping" << 'EOF'
+<?xml version = "1.0" encoding = "UTF-8"?>
+<trimora>
+  <target name="Defaults keeping optional content and attachments">
+    <optimize>
+      <remove-embedded-files>false</remove-embedded-files>
+      <remove-ocgs>false</remove-ocgs>
+    </optimize>
+  </target>
+</trimora>
+EOF
 
 tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
@@ -80,12 +95,35 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
     rm -f "$work"/a-* "$work"/b-*
     pdftoppm -q -r 72 -f 1 -l 3 ${password:+-upw "$password"} "$in" "$work/a" 2> /dev/null
     pdftoppm -q -r 72 -f 1 -l 3 ${password:+-upw "$password"} "$copy" "$work/b" 2> /dev/null
+    differs=""
     for a in "$work"/a-*; do
       [ -e "$a" ] || break
       b="$work/b-${a##*/a-}"
       if [ ! -e "$b" ]; then problems+=("page ${a##*/a-} did not render"); break; fi
-      cmp -s "$a" "$b" || { problems+=("page ${a##*/a-} renders differently"); break; }
+      cmp -s "$a" "$b" || { differs="${a##*/a-}"; break; }
     done
+    # Two default settings change what a page shows on purpose: removing
+    # optional content shows every group, and removing embedded files takes
+    # their attachment icons away.  A difference passes only when a run
+    # that keeps both renders exactly like the input.
+    if [ -n "$differs" ]; then
+      keep="$work/keep.pdf"
+      cp "$in" "$keep" && chmod u+w "$keep"
+      timeout -k 5 600 "$bin" -f "$keeping" ${password:+-openPass "$password"} "$keep" > /dev/null 2>&1
+      rm -f "$work"/k-*
+      pdftoppm -q -r 72 -f 1 -l 3 ${password:+-upw "$password"} "$keep" "$work/k" 2> /dev/null
+      explained=1
+      for a in "$work"/a-*; do
+        [ -e "$a" ] || break
+        cmp -s "$a" "$work/k-${a##*/a-}" || { explained=0; break; }
+      done
+      if [ "$explained" = 1 ]; then
+        echo "NOTE $file: page $differs differs only through remove-ocgs or remove-embedded-files"
+      else
+        problems+=("page $differs renders differently")
+      fi
+      rm -f "$keep" "$work"/k-*
+    fi
   fi
   size_in=$(stat -c %s "$in"); size_out=$(stat -c %s "$copy")
   if [ ${#problems[@]} -eq 0 ]; then
