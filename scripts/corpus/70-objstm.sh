@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The compact form on real files: trimora with the default settings and
-# `object-streams` set to Generate on every corpus file.  A file passes when
+# `object-streams` set to Generate on every corpus file (optional content
+# and embedded files kept, as removing them changes what pages show).  A file passes when
 #   - the program exits 0 and prints no "Error during processing" (files
 #     damaged beyond what qpdf accepts may instead be refused cleanly, with
 #     the input untouched, as in the end-to-end stage);
@@ -30,7 +31,7 @@ done
 settings="$work/generate.tmc"
 cat > "$settings" << 'EOF'
 <?xml version="1.0" encoding="UTF-8"?>
-<trimora><target name="Compact form"><optimize><object-streams>Generate</object-streams></optimize></target></trimora>
+<trimora><target name="Compact form"><optimize><object-streams>Generate</object-streams><remove-ocgs>false</remove-ocgs><remove-embedded-files>false</remove-embedded-files></optimize></target></trimora>
 EOF
 
 # Permission lines of `qpdf --show-encryption`, for comparing two files.
