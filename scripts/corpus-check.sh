@@ -3,8 +3,9 @@
 #
 #   scripts/corpus-check.sh DIR
 #
-# Builds a Release tree (build/), then runs every stage in scripts/corpus/
-# in name order.  A stage is called as `stage CORPUS_DIR BUILD_DIR WORK_DIR`
+# Builds a Release tree (build/), then runs every stage in scripts/corpus/,
+# as many at once as there are processors, and prints their lines in name
+# order.  A stage is called as `stage CORPUS_DIR BUILD_DIR WORK_DIR`
 # and prints one line per file that starts with PASS, FAIL or SKIP.  The
 # final line counts them: "N passed, N failed".  Exit status 1 when any
 # file failed.
@@ -18,14 +19,28 @@ trap 'rm -rf "$work"' EXIT
 
 results="$work/results.txt"
 : > "$results"
+
+# Stages are independent (each has its own work folder), so as many run at
+# once as there are processors; their lines are printed in name order.
+run_stage() {  # STAGE NAME
+  local started=$SECONDS status=0
+  mkdir -p "$work/$2"
+  bash "$1" "$corpus" "$ROOT/build" "$work/$2" > "$work/$2.out" 2>&1 || status=$?
+  echo "$status $((SECONDS - started))" > "$work/$2.status"
+}
+slots="$(nproc 2> /dev/null || echo 1)"
+for stage in "$ROOT"/scripts/corpus/*.sh; do
+  [ -e "$stage" ] || continue
+  while [ "$(jobs -rp | wc -l)" -ge "$slots" ]; do wait -n || true; done
+  run_stage "$stage" "$(basename "$stage" .sh)" &
+done
+wait
+
 for stage in "$ROOT"/scripts/corpus/*.sh; do
   [ -e "$stage" ] || continue
   name="$(basename "$stage" .sh)"
   echo "== $name"
-  mkdir -p "$work/$name"
-  status=0
-  started=$SECONDS
-  bash "$stage" "$corpus" "$ROOT/build" "$work/$name" > "$work/$name.out" 2>&1 || status=$?
+  read -r status took < "$work/$name.status"
   while IFS= read -r line; do
     echo "$line"
     case "$line" in PASS*|FAIL*|SKIP*) echo "$name $line" >> "$results" ;; esac
@@ -35,7 +50,7 @@ for stage in "$ROOT"/scripts/corpus/*.sh; do
     echo "FAIL $name: the stage itself exited with status $status"
     echo "$name FAIL stage exited with status $status" >> "$results"
   fi
-  echo "== $name took $((SECONDS - started)) s"
+  echo "== $name took $took s"
 done
 passed=$(grep -c ' PASS' "$results" || true)
 failed=$(grep -c ' FAIL' "$results" || true)
