@@ -35,6 +35,62 @@ bool NumbersOnly(const OperandStack& s, size_t from = 0) {
     return true;
 }
 
+// Puts ASCIIHex in front of the inline image's filters, with a null
+// parameter entry in front of its decode parameters when it has any.
+void AddHexFilter(ContentToken& dict) {
+    ContentToken* filter = nullptr;
+    ContentToken* parms = nullptr;
+    for (size_t i = 0; i + 1 < dict.elements.size(); i += 2) {
+        const ContentToken& k = dict.elements[i];
+        if (k.IsName("F") || k.IsName("Filter")) filter = &dict.elements[i + 1];
+        if (k.IsName("DP") || k.IsName("DecodeParms")) parms = &dict.elements[i + 1];
+    }
+    const bool hadFilter = filter && filter->kind != ContentTokenKind::Null &&
+                           !(filter->IsArray() && filter->elements.empty());
+    if (parms && hadFilter && parms->kind != ContentTokenKind::Null) {
+        ContentToken none;
+        if (parms->IsArray()) {
+            parms->elements.insert(parms->elements.begin(), none);
+        } else {
+            ContentToken arr;
+            arr.kind = ContentTokenKind::Array;
+            arr.elements = {none, *parms};
+            *parms = std::move(arr);
+        }
+    } else if (parms) {
+        // Parameters without a filter apply to nothing.
+        *parms = ContentToken();
+    }
+    ContentToken ahx = ContentToken::MakeName("AHx");
+    if (!filter) {
+        dict.elements.push_back(ContentToken::MakeName("F"));
+        dict.elements.push_back(ahx);
+    } else if (!hadFilter) {
+        *filter = ahx;
+    } else if (filter->IsArray()) {
+        filter->elements.insert(filter->elements.begin(), ahx);
+    } else {
+        ContentToken arr;
+        arr.kind = ContentTokenKind::Array;
+        arr.elements = {ahx, *filter};
+        *filter = std::move(arr);
+    }
+}
+
+std::string HexEncode(std::string_view data) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(data.size() * 2 + data.size() / 32 + 1);
+    for (size_t i = 0; i < data.size(); ++i) {
+        unsigned char c = static_cast<unsigned char>(data[i]);
+        out.push_back(kDigits[c >> 4]);
+        out.push_back(kDigits[c & 15]);
+        if (i % 32 == 31) out.push_back('\n');
+    }
+    out.push_back('>');
+    return out;
+}
+
 }  // namespace
 
 ContentHandler::ContentHandler(Log* log) : m_log(log), m_resources(CosNewNull()) {
@@ -356,6 +412,26 @@ void ContentHandler::ExecuteXObject(OperandStack& s) {
     if (WantsDescent()) DescendXObject(s[0].text);
 }
 
+int ContentHandler::ColorSpaceComponents(std::string_view name) const {
+    static const ASAtom kColorSpace = ASAtomFromString("ColorSpace");
+    CosObj cs = LookupResource(kColorSpace, name);
+    if (CosObjGetType(cs) == kCosName) {
+        std::string n = ASAtomGetString(CosNameValue(cs));
+        if (n == "DeviceGray" || n == "CalGray") return 1;
+        if (n == "DeviceRGB" || n == "CalRGB") return 3;
+        if (n == "DeviceCMYK") return 4;
+        return 0;
+    }
+    if (CosObjGetType(cs) != kCosArray) return 0;
+    std::string family = ASAtomGetString(CosNameValue(CosArrayGet(cs, 0)));
+    if (family == "Indexed" || family == "I" || family == "Separation") return 1;
+    if (family == "CalGray") return 1;
+    if (family == "CalRGB" || family == "Lab") return 3;
+    if (family == "DeviceN") return CosArrayLength(CosArrayGet(cs, 1));
+    if (family == "ICCBased") return CosDictGetInt(CosArrayGet(cs, 1), cosnames::N, 0);
+    return 0;
+}
+
 void ContentHandler::BeginCompat() { Emit("BX"); }
 void ContentHandler::EndCompat() { Emit("EX"); }
 void ContentHandler::BeginImage() { Emit("BI"); }
@@ -363,13 +439,32 @@ void ContentHandler::BeginImage() { Emit("BI"); }
 void ContentHandler::EndImage(OperandStack& s) {
     if (s.empty() || s.back().kind != ContentTokenKind::InlineImageData) return;
     if (!m_out.Enabled()) return;
-    for (size_t i = 0; i + 1 < s.size(); ++i) m_out.WriteOperand(s[i]);
-    const std::string& data = s.back().text;
+    std::string hex;
+    const std::string* data = &s.back().text;
+    ContentToken dict;
+    dict.kind = ContentTokenKind::Dictionary;
+    dict.elements.assign(s.begin(), s.end() - 1);
+    ContentTokenizer probe({});
+    probe.SetColorSpaceResolver([this](std::string_view n) { return ColorSpaceComponents(n); });
+    if (probe.EndIsAmbiguous(dict, *data)) {
+        // The data holds an end marker that a reader may stop at, which
+        // one depending on what follows the image.  Hexadecimal data has
+        // no such marker (I is no hex digit), so the image reads back the
+        // same wherever it is written, in this program and in viewers.
+        // A line end before EI separates the marker from the data.
+        std::string_view bytes = *data;
+        if (!bytes.empty() && bytes.back() == '\n') bytes.remove_suffix(1);
+        if (!bytes.empty() && bytes.back() == '\r') bytes.remove_suffix(1);
+        AddHexFilter(dict);
+        hex = HexEncode(bytes);
+        data = &hex;
+    }
+    for (size_t i = 0; i < dict.elements.size(); ++i) m_out.WriteOperand(dict.elements[i]);
     m_out.Append("ID ");
-    m_out.Append(data);
+    m_out.Append(*data);
     // The end marker must be preceded by white space for readers that
     // search for it; data that already ends in white space keeps its bytes.
-    char last = data.empty() ? 0 : data.back();
+    char last = data->empty() ? 0 : data->back();
     if (last != ' ' && last != '\n' && last != '\r' && last != '\t' && last != '\f') m_out.Append("\n");
     m_out.WriteOperator("EI");
 }

@@ -173,6 +173,9 @@ public:
     int NestingDepth() const { return static_cast<int>(m_active.size()); }
     Log* GetLog() const { return m_log; }
 
+    // The number of colour components of the colour-space resource `name`
+    // (0: unknown), for the length of unfiltered inline image data.
+    int ColorSpaceComponents(std::string_view name) const;
     // The resource `name` of `category` in the current resources, or null.
     CosObj LookupResource(ASAtom category, std::string_view name) const;
     // True for "Pattern" and for a colour-space resource of the Pattern family.

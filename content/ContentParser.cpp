@@ -96,25 +96,7 @@ bool ContentParser::Dispatch(ContentHandler& h, std::string_view op, OperandStac
 void ContentParser::Parse(std::span<const uint8_t> data) {
     ContentHandler& h = *m_handler;
     ContentTokenizer tok(data);
-    tok.SetColorSpaceResolver([&h](std::string_view name) -> int {
-        static const ASAtom kColorSpace = ASAtomFromString("ColorSpace");
-        CosObj cs = h.LookupResource(kColorSpace, name);
-        if (CosObjGetType(cs) == kCosName) {
-            std::string n = ASAtomGetString(CosNameValue(cs));
-            if (n == "DeviceGray" || n == "CalGray") return 1;
-            if (n == "DeviceRGB" || n == "CalRGB") return 3;
-            if (n == "DeviceCMYK") return 4;
-            return 0;
-        }
-        if (CosObjGetType(cs) != kCosArray) return 0;
-        std::string family = ASAtomGetString(CosNameValue(CosArrayGet(cs, 0)));
-        if (family == "Indexed" || family == "I" || family == "Separation") return 1;
-        if (family == "CalGray") return 1;
-        if (family == "CalRGB" || family == "Lab") return 3;
-        if (family == "DeviceN") return CosArrayLength(CosArrayGet(cs, 1));
-        if (family == "ICCBased") return CosDictGetInt(CosArrayGet(cs, 1), cosnames::N, 0);
-        return 0;
-    });
+    tok.SetColorSpaceResolver([&h](std::string_view name) { return h.ColorSpaceComponents(name); });
     m_stack.clear();
     h.BeginStream();
     ContentToken operand;

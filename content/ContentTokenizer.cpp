@@ -438,38 +438,62 @@ bool ContentTokenizer::PlausibleContentAfter(size_t pos) const {
     return true;
 }
 
-size_t ContentTokenizer::FindImageEnd(size_t start, const ContentToken& dict, size_t& dataEnd) {
-    const size_t n = m_data.size();
-    auto endsHere = [&](size_t p) {
-        return p + 2 <= n && m_data[p] == 'E' && m_data[p + 1] == 'I' &&
-               (p + 2 == n || IsWhite(m_data[p + 2]) || IsDelim(m_data[p + 2]));
-    };
+// 'E' 'I' at `p` followed by white space, a delimiter or the end: a place
+// where a reader searching for the end of inline image data may stop.
+static bool EndMarkerAt(std::string_view all, size_t p) {
+    const size_t n = all.size();
+    return p + 2 <= n && all[p] == 'E' && all[p + 1] == 'I' &&
+           (p + 2 == n || ContentTokenizer::IsWhite(static_cast<uint8_t>(all[p + 2])) ||
+            ContentTokenizer::IsDelim(static_cast<uint8_t>(all[p + 2])));
+}
 
-    // Unfiltered data has a known length: trust it when EI follows.
+double ContentTokenizer::ImpliedDataLength(const ContentToken& dict) const {
     const ContentToken* filter = dict.Find("F", "Filter");
     bool filtered = filter && !(filter->IsArray() && filter->elements.empty()) &&
                     filter->kind != ContentTokenKind::Null;
-    if (!filtered) {
-        const ContentToken* w = dict.Find("W", "Width");
-        const ContentToken* h = dict.Find("H", "Height");
-        const ContentToken* bpc = dict.Find("BPC", "BitsPerComponent");
-        const ContentToken* im = dict.Find("IM", "ImageMask");
-        bool mask = im && im->kind == ContentTokenKind::Boolean && im->boolValue;
-        int comps = mask ? 1 : ComponentsOf(dict.Find("CS", "ColorSpace"));
-        double bits = mask ? 1 : (bpc && bpc->IsNumber() ? bpc->number : 0);
-        if (w && h && w->IsNumber() && h->IsNumber() && comps > 0 && bits > 0 && w->number > 0 &&
-            h->number > 0 && w->number < 1e6 && h->number < 1e6 && bits <= 16) {
-            double rowBytes = std::floor((w->number * bits * comps + 7) / 8);
-            double len = rowBytes * h->number;
-            if (start + len <= static_cast<double>(n)) {
-                size_t p = start + static_cast<size_t>(len);
-                size_t q = p;
-                while (q < n && IsWhite(m_data[q])) ++q;
-                if (endsHere(q)) {
-                    dataEnd = p;
-                    return q + 2;
-                }
-            }
+    if (filtered) return -1;
+    const ContentToken* w = dict.Find("W", "Width");
+    const ContentToken* h = dict.Find("H", "Height");
+    const ContentToken* bpc = dict.Find("BPC", "BitsPerComponent");
+    const ContentToken* im = dict.Find("IM", "ImageMask");
+    bool mask = im && im->kind == ContentTokenKind::Boolean && im->boolValue;
+    int comps = mask ? 1 : ComponentsOf(dict.Find("CS", "ColorSpace"));
+    double bits = mask ? 1 : (bpc && bpc->IsNumber() ? bpc->number : 0);
+    if (!(w && h && w->IsNumber() && h->IsNumber() && comps > 0 && bits > 0 && w->number > 0 &&
+          h->number > 0 && w->number < 1e6 && h->number < 1e6 && bits <= 16))
+        return -1;
+    double rowBytes = std::floor((w->number * bits * comps + 7) / 8);
+    return rowBytes * h->number;
+}
+
+bool ContentTokenizer::EndIsAmbiguous(const ContentToken& dict, std::string_view data) const {
+    // A length the dictionary implies wins over any EI inside the data, as
+    // long as only white space follows it up to the written end marker.
+    double len = ImpliedDataLength(dict);
+    if (len >= 0 && len <= static_cast<double>(data.size())) {
+        size_t q = static_cast<size_t>(len);
+        while (q < data.size() && IsWhite(static_cast<uint8_t>(data[q]))) ++q;
+        if (q == data.size()) return false;
+    }
+    for (size_t p = data.find("EI"); p != std::string_view::npos; p = data.find("EI", p + 1))
+        if (EndMarkerAt(data, p)) return true;
+    return false;
+}
+
+size_t ContentTokenizer::FindImageEnd(size_t start, const ContentToken& dict, size_t& dataEnd) {
+    const size_t n = m_data.size();
+    std::string_view all(reinterpret_cast<const char*>(m_data.data()), n);
+    auto endsHere = [&](size_t p) { return EndMarkerAt(all, p); };
+
+    // Unfiltered data has a known length: trust it when EI follows.
+    double len = ImpliedDataLength(dict);
+    if (len >= 0 && start + len <= static_cast<double>(n)) {
+        size_t p = start + static_cast<size_t>(len);
+        size_t q = p;
+        while (q < n && IsWhite(m_data[q])) ++q;
+        if (endsHere(q)) {
+            dataEnd = p;
+            return q + 2;
         }
     }
 
@@ -477,7 +501,6 @@ size_t ContentTokenizer::FindImageEnd(size_t start, const ContentToken& dict, si
     // reads as content ends the data.  One pass, as viewers search: a
     // preference for an EI preceded by white space would have to look at
     // the rest of the stream for every image.
-    std::string_view all(reinterpret_cast<const char*>(m_data.data()), n);
     size_t p = start;
     while ((p = all.find("EI", p)) != std::string_view::npos) {
         if (endsHere(p) && PlausibleContentAfter(p + 2)) {

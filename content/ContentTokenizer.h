@@ -46,6 +46,16 @@ public:
         m_csResolver = std::move(resolver);
     }
 
+    // The byte length of unfiltered image data that an inline image
+    // dictionary implies, or -1 when it implies none (filtered data, or a
+    // size or colour space that is missing or unknown).
+    double ImpliedDataLength(const ContentToken& dict) const;
+
+    // True when `data`, written between `ID` and `EI`, holds an end marker
+    // that a reader could take for the real one: where the search stops
+    // would then depend on what follows the image.
+    bool EndIsAmbiguous(const ContentToken& dict, std::string_view data) const;
+
     // Operand-budget accounting: the parser resets it after each operator.
     void ResetBudget() { m_tokensHeld = 0; }
     bool OverBudget() const { return m_tokensHeld > kMaxOperandTokens; }

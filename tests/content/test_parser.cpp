@@ -110,29 +110,47 @@ TEST(InlineImages, UnfilteredDataContainingEIIsReadByLength) {
 }
 
 TEST(InlineImages, FilteredDataEndsAtAnEIFollowedByContent) {
-    // The data holds "EI" followed by binary bytes: not the end.
-    std::string data = std::string("x\x9c EI \x01\x02\x03\xff", 10);
-    std::string src = "BI /W 8 /H 8 /BPC 8 /CS /G /F /Fl ID " + data + "\nEI 1 w";
-    EXPECT_EQ(Rewrite(src), "BI /W 8 /H 8 /BPC 8 /CS /G /F /Fl ID " + data + "\nEI 1 w ");
-    // Printable text after an "EI" inside the data is not enough: it must
-    // read as operators.
-    EXPECT_EQ(Rewrite("BI /W 9 /H 9 /BPC 1 /CS /G /F /AHx ID 41 EI zz yy 42\nEI Q"),
-              "BI /W 9 /H 9 /BPC 1 /CS /G /F /AHx ID 41 EI zz yy 42\nEI Q ");
-    // An A85 image ending "~>EI" without white space.
-    EXPECT_EQ(Rewrite("BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>EI Q"),
-              "BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>\nEI Q ");
     // Images whose data runs into EI without white space, one after another.
     EXPECT_EQ(Rewrite("BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID aEI BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID bEI Q"),
               "BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID a\nEI BI /CS /Cs1 /W 1 /H 1 /BPC 8 ID b\nEI Q ");
-    // Data whose last bytes spell EI: the rewrite adds "\nEI" after them,
-    // and reading that back must not end the image at the data's own EI.
-    std::string tricky = "BI /W 2 /H 1 /CS /G /BPC 8 /F /AHx ID 00ff>\nEIEI 1 w";
-    std::string once = Rewrite(tricky);
-    EXPECT_EQ(once, "BI /W 2 /H 1 /CS /G /BPC 8 /F /AHx ID 00ff>\nEI\nEI 1 w ");
-    EXPECT_EQ(Rewrite(once), once);
+    // An A85 image ending "~>EI" without white space.
+    EXPECT_EQ(Rewrite("BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>EI Q"),
+              "BI /W 1 /H 1 /BPC 8 /CS /G /F /A85 ID z~>\nEI Q ");
     // A colour space named in the resources is not known to the tokenizer
     // without them, so the end is searched for.
     EXPECT_EQ(Rewrite("BI /W 2 /H 1 /BPC 8 /CS /Cs1 ID ab\nEI n"), "BI /W 2 /H 1 /BPC 8 /CS /Cs1 ID ab\nEI n ");
+}
+
+TEST(InlineImages, DataHoldingAnEndMarkerIsWrittenInHex) {
+    // Each image's data holds an "EI" that a reader could stop at; which one
+    // the search takes depends on what follows, so the rewrite writes the
+    // data in hexadecimal (no I among hex digits) and reads back the same.
+    struct Case {
+        std::string src, expected;
+    };
+    const Case cases[] = {
+        // "EI" followed by binary bytes in Flate data: not the end.
+        {"BI /W 8 /H 8 /BPC 8 /CS /G /F /Fl ID " + std::string("x\x9c EI \x01\x02\x03\xff", 10) + "\nEI 1 w",
+         "BI /W 8 /H 8 /BPC 8 /CS /G /F [/AHx /Fl] ID 789C20454920010203FF>\nEI 1 w "},
+        // Printable text after an "EI" inside the data is not enough: it
+        // must read as operators.  Decode parameters get a null in front.
+        {"BI /W 9 /H 9 /BPC 1 /CS /G /F /AHx /DP <<>> ID 41 EI zz yy 42\r\nEI Q",
+         "BI /W 9 /H 9 /BPC 1 /CS /G /F [/AHx /AHx] /DP [null <<>>] ID 3431204549207A7A207979203432>\nEI Q "},
+        // Data whose last bytes spell EI, in a filter array.
+        {"BI /W 2 /H 1 /CS /G /BPC 8 /F [/AHx] /DP [null] ID 00ff>\nEIEI 1 w",
+         "BI /W 2 /H 1 /CS /G /BPC 8 /F [/AHx /AHx] /DP [null null] ID 303066663E0A4549>\nEI 1 w "},
+        // Unfiltered data of unknown length (the colour space lies in the
+        // resources); parameters without a filter are dropped.
+        {"BI /W 2 /H 1 /BPC 8 /CS /Cs1 /DP <</K 1>> ID EI\nEI n",
+         "BI /W 2 /H 1 /BPC 8 /CS /Cs1 /DP null /F /AHx ID 4549>\nEI n "},
+    };
+    for (const Case& c : cases) {
+        std::string once = Rewrite(c.src);
+        EXPECT_EQ(once, c.expected);
+        EXPECT_EQ(Rewrite(once), once);
+    }
+    // Unfiltered data whose length the dictionary gives stays as it is.
+    EXPECT_EQ(Rewrite("BI /W 4 /H 1 /BPC 8 /CS /G ID EI Q\nEI Q"), "BI /W 4 /H 1 /BPC 8 /CS /G ID EI Q\nEI Q ");
 }
 
 TEST(InlineImages, MissingEIAndMissingIDEndCleanly) {
