@@ -55,10 +55,10 @@ void CosDocClose(CosDoc doc) {
     CosDocValidate(doc);
     // Drop the loader first: nothing may load while the table is torn down.
     doc->loader.reset();
-    for (CosXrefEntry& e : doc->xref) {
+    doc->xref.ForEach([](size_t, CosXrefEntry& e) {
         if (e.obj) CosFreeRec(e.obj);
         e.obj = nullptr;
-    }
+    });
     CosFreeRec(doc->trailer);
     CosFreeRec(doc->writeEncryptDict);
     OpenDocs().erase(doc);
@@ -86,8 +86,9 @@ ASInt32 CosNewObjNum(CosDoc doc) {
 
 CosObj CosDocGetObjByID(CosDoc doc, ASInt32 objNum) {
     CosDocValidate(doc);
-    if (objNum <= 0 || static_cast<size_t>(objNum) >= doc->xref.size()) return CosNewNull();
-    CosXrefEntry& e = doc->xref[static_cast<size_t>(objNum)];
+    CosXrefEntry* found = objNum > 0 ? doc->xref.Find(static_cast<size_t>(objNum)) : nullptr;
+    if (!found) return CosNewNull();
+    CosXrefEntry& e = *found;
     if (e.obj) return e.obj;
     if (e.kind == CosXrefEntry::kFree || e.kind == CosXrefEntry::kNew || e.loading || e.loadFailed ||
         !doc->loader)
@@ -160,7 +161,8 @@ ASInt32 CosDocLoadAllObjects(CosDoc doc) {
     ASInt32 loaded = 0;
     for (size_t i = 1; i < doc->xref.size(); ++i) {
         CosObj o = CosDocGetObjByID(doc, static_cast<ASInt32>(i));
-        if (!CosObjIsNull(o) || doc->xref[i].obj) ++loaded;
+        const CosXrefEntry* e = doc->xref.Find(i);
+        if (!CosObjIsNull(o) || (e && e->obj)) ++loaded;
     }
     return loaded;
 }
@@ -168,8 +170,9 @@ ASInt32 CosDocLoadAllObjects(CosDoc doc) {
 CosObjLocation CosDocGetObjLocation(CosDoc doc, ASInt32 objNum) {
     CosDocValidate(doc);
     CosObjLocation loc;
-    if (objNum <= 0 || static_cast<size_t>(objNum) >= doc->xref.size()) return loc;
-    const CosXrefEntry& e = doc->xref[static_cast<size_t>(objNum)];
+    const CosXrefEntry* found = objNum > 0 ? doc->xref.Find(static_cast<size_t>(objNum)) : nullptr;
+    if (!found) return loc;
+    const CosXrefEntry& e = *found;
     switch (e.kind) {
         case CosXrefEntry::kInFile: loc.where = CosObjLocation::kInFile; break;
         case CosXrefEntry::kInObjStm: loc.where = CosObjLocation::kInObjStm; break;
@@ -245,7 +248,19 @@ CosObj CosDocGetWriteEncryptDict(CosDoc doc) {
 
 // ---------------------------------------------------------------- internals
 
-std::vector<CosXrefEntry>& CosDocXref(CosDoc doc) {
+void CosObjTable::resize(size_t n) {
+    if (n < m_size && (n & (kBlockSize - 1)) != 0) {
+        // The block that stays forgets the dropped entries, so that growing
+        // again gives free ones.
+        std::unique_ptr<CosXrefEntry[]>& b = m_blocks[n >> kBlockBits];
+        if (b)
+            for (size_t i = n & (kBlockSize - 1); i < kBlockSize; ++i) b[i] = CosXrefEntry();
+    }
+    m_blocks.resize((n + kBlockSize - 1) >> kBlockBits);
+    m_size = n;
+}
+
+CosObjTable& CosDocXref(CosDoc doc) {
     CosDocValidate(doc);
     return doc->xref;
 }

@@ -2,6 +2,7 @@
 // security).  Program code outside pdfcore/ never includes this.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -39,6 +40,69 @@ struct CosXrefEntry {
     CosObjRec* obj = nullptr;  // the loaded (or new) object, owned by the document
 };
 
+// The object table: one entry per object number, below `size()`.  Entries
+// live in blocks of 4096 that are made on first write, so a damaged file
+// that names a few objects with numbers in the millions costs a few blocks
+// rather than an array as long as the highest number.  Reads through
+// `Find` never make a block: a missing block reads as free entries.
+class CosObjTable {
+public:
+    static constexpr size_t kBlockBits = 12;
+    static constexpr size_t kBlockSize = size_t(1) << kBlockBits;
+
+    size_t size() const { return m_size; }
+    bool empty() const { return m_size == 0; }
+    void clear() {
+        m_blocks.clear();
+        m_size = 0;
+    }
+    // Growing adds free entries; shrinking drops the entries past `n`.
+    void resize(size_t n);
+    void emplace_back() { resize(m_size + 1); }
+    void pop_back() {
+        if (m_size > 0) resize(m_size - 1);
+    }
+
+    // Entry `n` (below `size()`), its block made when missing.
+    CosXrefEntry& operator[](size_t n) {
+        std::unique_ptr<CosXrefEntry[]>& b = m_blocks[n >> kBlockBits];
+        if (!b) b = std::make_unique<CosXrefEntry[]>(kBlockSize);
+        return b[n & (kBlockSize - 1)];
+    }
+    // Entry `n` when it is below `size()` and its block exists, else null.
+    CosXrefEntry* Find(size_t n) {
+        if (n >= m_size) return nullptr;
+        const std::unique_ptr<CosXrefEntry[]>& b = m_blocks[n >> kBlockBits];
+        return b ? &b[n & (kBlockSize - 1)] : nullptr;
+    }
+    const CosXrefEntry* Find(size_t n) const { return const_cast<CosObjTable*>(this)->Find(n); }
+
+    // Blocks made so far (each holds kBlockSize entries).
+    size_t BlocksMade() const {
+        return static_cast<size_t>(std::count_if(m_blocks.begin(), m_blocks.end(), [](const auto& b) { return b != nullptr; }));
+    }
+
+    // Calls `f(number, entry)` for every entry of the existing blocks, in
+    // number order.
+    template <class F>
+    void ForEach(F&& f) {
+        for (size_t b = 0; b < m_blocks.size(); ++b) {
+            if (!m_blocks[b]) continue;
+            size_t first = b << kBlockBits;
+            size_t end = std::min(m_size, first + kBlockSize);
+            for (size_t n = first; n < end; ++n) f(n, m_blocks[b][n - first]);
+        }
+    }
+    template <class F>
+    void ForEach(F&& f) const {
+        const_cast<CosObjTable*>(this)->ForEach([&f](size_t n, const CosXrefEntry& e) { f(n, e); });
+    }
+
+private:
+    std::vector<std::unique_ptr<CosXrefEntry[]>> m_blocks;
+    size_t m_size = 0;
+};
+
 // Loads objects on demand; implemented by the parser.  `Load` returns the
 // object for the entry (a fresh object of the document, not yet installed),
 // or null when it cannot be read (the entry then reads as null).
@@ -49,7 +113,7 @@ public:
 };
 
 // -------------------------------------------------- document internals
-std::vector<CosXrefEntry>& CosDocXref(CosDoc doc);
+CosObjTable& CosDocXref(CosDoc doc);
 CosDocFileInfo& CosDocMutableFileInfo(CosDoc doc);
 void CosDocSetTrailer(CosDoc doc, CosObj trailerDict);
 void CosDocSetSource(CosDoc doc, std::unique_ptr<CosFileSource> source);

@@ -61,7 +61,7 @@ struct CosObjRec {
 };
 
 struct CosDocRec {
-    std::vector<CosXrefEntry> xref;
+    CosObjTable xref;
     CosObjRec* trailer = nullptr;  // direct dictionary, owned
     std::unique_ptr<CosFileSource> source;
     std::unique_ptr<CosObjectLoader> loader;

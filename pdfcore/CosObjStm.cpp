@@ -22,11 +22,9 @@ const CosObjStmCache::Stream& CosObjStmCache::Get(CosDoc doc, ASInt32 stmNum) {
     if (!m_inProgress.insert(stmNum).second) ASRaiseParse(kErrReadObject);
     InProgress guard{m_inProgress, stmNum};
 
-    std::vector<CosXrefEntry>& table = CosDocXref(doc);
     // An object stream is never itself stored inside an object stream.
-    if (stmNum <= 0 || static_cast<size_t>(stmNum) >= table.size() ||
-        table[static_cast<size_t>(stmNum)].kind == CosXrefEntry::kInObjStm)
-        ASRaiseParse(kErrReadObject);
+    const CosXrefEntry* entry = stmNum > 0 ? CosDocXref(doc).Find(static_cast<size_t>(stmNum)) : nullptr;
+    if (!entry || entry->kind == CosXrefEntry::kInObjStm) ASRaiseParse(kErrReadObject);
     CosObj stm = CosDocGetObjByID(doc, stmNum);
     if (CosObjGetType(stm) != kCosStream) ASRaiseParse(kErrReadObject);
     CosObj dict = CosStreamDict(stm);

@@ -91,17 +91,20 @@ struct DocGuard {
 
 // True when every in-use row points at its own label and the trailer has a Root.
 bool TableLooksSound(CosDoc doc, std::span<const uint8_t> file, size_t header,
-                     const std::vector<CosXrefEntry>& table, CosObj trailer) {
+                     const CosObjTable& table, CosObj trailer) {
     if (CosRawType(CosParser::DictGetRaw(trailer, cosnames::Root)) != kCosIndirect) return false;
-    for (size_t n = 1; n < table.size(); ++n) {
-        const CosXrefEntry& e = table[n];
-        if (e.kind != CosXrefEntry::kInFile) continue;
-        if (e.offset >= file.size() - header) return false;
+    bool sound = true;
+    table.ForEach([&](size_t n, const CosXrefEntry& e) {
+        if (!sound || n == 0 || e.kind != CosXrefEntry::kInFile) return;
+        if (e.offset >= file.size() - header) {
+            sound = false;
+            return;
+        }
         CosParser p(doc, file, header + e.offset);
         ASInt32 num = 0, gen = 0;
-        if (!p.ReadObjLabel(num, gen) || static_cast<size_t>(num) != n) return false;
-    }
-    return true;
+        if (!p.ReadObjLabel(num, gen) || static_cast<size_t>(num) != n) sound = false;
+    });
+    return sound;
 }
 
 void SetUpEncryption(CosDoc doc, FileLoader& loader, const std::string& password) {
@@ -145,7 +148,7 @@ CosDoc OpenSource(std::unique_ptr<CosFileSource> source, const std::string& pass
     try {
         size_t eof = CosFindEOFMarker(file);
         int64_t startxref = CosReadStartxref(file, eof);
-        std::vector<CosXrefEntry> table;
+        CosObjTable table;
         chain = CosReadXrefChain(doc, file, headerPos, startxref, table);
         if (chain.prevLoop)
             CosWarn("the chain of cross-reference sections loops back on itself; it is cut at the loop");
@@ -195,11 +198,9 @@ CosDoc OpenSource(std::unique_ptr<CosFileSource> source, const std::string& pass
         rep->AddObjectStreamMembers(loader.objStms);
         rep->EnsureRoot(CosDocGetTrailer(doc));
     }
-    for (const CosXrefEntry& e : CosDocXref(doc))
-        if (e.kind == CosXrefEntry::kInObjStm) {
-            info.objectStreams = true;
-            break;
-        }
+    CosDocXref(doc).ForEach([&info](size_t, const CosXrefEntry& e) {
+        if (e.kind == CosXrefEntry::kInObjStm) info.objectStreams = true;
+    });
     guard.doc = nullptr;
     return doc;
 }

@@ -67,11 +67,11 @@ CosObj CosRepairer::ScanObjects(bool wantTrailer) {
     }
     if (m_found.empty()) ASRaiseParse(kErrCouldNotRepair);
 
-    std::vector<CosXrefEntry>& table = CosDocXref(m_doc);
+    CosObjTable& table = CosDocXref(m_doc);
     size_t maxNum = 0;
     for (const Found& o : m_found) maxNum = std::max(maxNum, static_cast<size_t>(o.num));
     if (table.size() < maxNum + 1) table.resize(maxNum + 1);
-    m_definedAt.assign(table.size(), SIZE_MAX);
+    m_definedAt.clear();
     for (const Found& o : m_found) {
         m_definedAt[static_cast<size_t>(o.num)] = o.pos;
         CosXrefEntry& e = table[static_cast<size_t>(o.num)];
@@ -125,9 +125,7 @@ CosObj CosRepairer::ScanObjects(bool wantTrailer) {
                     // Only a reference to an object that exists is any use.
                     if (CosRawType(raw) != kCosIndirect) continue;
                     ASInt32 id = CosRefGetID(raw);
-                    if (id <= 0 || static_cast<size_t>(id) >= m_definedAt.size() ||
-                        m_definedAt[static_cast<size_t>(id)] == SIZE_MAX)
-                        continue;
+                    if (id <= 0 || DefinedAt(static_cast<size_t>(id)) == SIZE_MAX) continue;
                 }
                 CosDictPut(trailer, key, CopyValue(m_doc, raw));
                 break;
@@ -144,10 +142,10 @@ CosObj CosRepairer::ScanObjects(bool wantTrailer) {
 }
 
 void CosRepairer::AddObjectStreamMembers(CosObjStmCache& cache) {
-    std::vector<CosXrefEntry>& table = CosDocXref(m_doc);
+    CosObjTable& table = CosDocXref(m_doc);
     for (const Found& o : m_found) {
         size_t num = static_cast<size_t>(o.num);
-        if (num >= m_definedAt.size() || m_definedAt[num] != o.pos) continue;  // superseded
+        if (DefinedAt(num) != o.pos) continue;  // superseded
         if (!HeadHas(o.pos, "/ObjStm")) continue;
         const CosObjStmCache::Stream* s = nullptr;
         try {
@@ -158,12 +156,9 @@ void CosRepairer::AddObjectStreamMembers(CosObjStmCache& cache) {
         for (size_t i = 0; i < s->members.size(); ++i) {
             size_t m = static_cast<size_t>(s->members[i].first);
             if (m == num) continue;  // a stream cannot hold itself
-            if (m >= table.size()) {
-                table.resize(m + 1);
-                m_definedAt.resize(m + 1, SIZE_MAX);
-            }
+            if (m >= table.size()) table.resize(m + 1);
             // A later direct definition overrides the stream's copy.
-            if (m_definedAt[m] != SIZE_MAX && m_definedAt[m] > o.pos) continue;
+            if (DefinedAt(m) != SIZE_MAX && DefinedAt(m) > o.pos) continue;
             CosXrefEntry& e = table[m];
             if (e.obj) continue;
             e.kind = CosXrefEntry::kInObjStm;
@@ -183,7 +178,7 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
     };
     for (auto it = m_found.rbegin(); it != m_found.rend(); ++it) {
         if (!HeadHas(it->pos, "/Catalog")) continue;
-        if (m_definedAt[static_cast<size_t>(it->num)] != it->pos) continue;
+        if (DefinedAt(static_cast<size_t>(it->num)) != it->pos) continue;
         CosObj o = CosDocGetObjByID(m_doc, it->num);
         if (isCatalog(o)) {
             CosDictPut(trailer, cosnames::Root, o);
@@ -193,7 +188,8 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
     // The catalog may sit inside an object stream.
     bool hasPages = false;
     for (size_t n = CosDocXref(m_doc).size(); n-- > 1;) {
-        if (n >= CosDocXref(m_doc).size() || CosDocXref(m_doc)[n].kind != CosXrefEntry::kInObjStm) continue;
+        const CosXrefEntry* e = CosDocXref(m_doc).Find(n);
+        if (!e || e->kind != CosXrefEntry::kInObjStm) continue;
         CosObj o = CosDocGetObjByID(m_doc, static_cast<ASInt32>(n));
         if (isCatalog(o)) {
             CosDictPut(trailer, cosnames::Root, o);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 #include "pdfcore/CosInternal.h"
@@ -48,7 +49,13 @@ private:
     std::span<const uint8_t> m_file;
     size_t m_header;
     std::vector<Found> m_found;          // in file order
-    std::vector<size_t> m_definedAt;     // per number: position of the winning label
+    // Per number: the position of the winning label (SIZE_MAX: none).  A
+    // map, since damaged files may name a few numbers in the millions.
+    std::unordered_map<size_t, size_t> m_definedAt;
+    size_t DefinedAt(size_t num) const {
+        auto it = m_definedAt.find(num);
+        return it == m_definedAt.end() ? SIZE_MAX : it->second;
+    }
 };
 
 // The page tree root of a document whose catalog does not lead to one,

@@ -333,9 +333,9 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
     if (crypt && CosObjGetType(encryptDict) != kCosDict) BadParm();
 
     // A full save starts from a clean slate of changed marks.
-    std::vector<CosXrefEntry>& table = CosDocXref(doc);
-    for (size_t i = 1; i < table.size(); ++i)
-        if (table[i].obj) CosObjSetChanged(table[i].obj, false);
+    CosDocXref(doc).ForEach([](size_t, CosXrefEntry& e) {
+        if (e.obj) CosObjSetChanged(e.obj, false);
+    });
 
     SavePlan plan(doc);
     plan.Build(root, info, encryptDict, CosNewNull());

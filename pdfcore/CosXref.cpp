@@ -18,12 +18,12 @@ constexpr size_t kMaxStructureStream = size_t(256) << 20;
 
 // Which rows an older section may still fill.
 struct TableBuilder {
-    std::vector<CosXrefEntry>& table;
-    std::vector<uint8_t> taken;  // 1: set by a newer section (or earlier in this one)
+    CosObjTable& table;
+    std::vector<bool> taken;  // set by a newer section (or earlier in this one)
 
     void Grow(size_t n) {
         if (table.size() < n) table.resize(n);
-        if (taken.size() < n) taken.resize(n, 0);
+        if (taken.size() < n) taken.resize(n, false);
     }
     bool Free(int64_t num) const {
         return num > 0 && num < kCosMaxObjNum &&
@@ -33,12 +33,12 @@ struct TableBuilder {
         if (!Free(num)) return;
         Grow(static_cast<size_t>(num) + 1);
         table[static_cast<size_t>(num)] = e;
-        taken[static_cast<size_t>(num)] = 1;
+        taken[static_cast<size_t>(num)] = true;
     }
     void Block(int64_t num) {
         if (!Free(num)) return;
         Grow(static_cast<size_t>(num) + 1);
-        taken[static_cast<size_t>(num)] = 1;
+        taken[static_cast<size_t>(num)] = true;
     }
 };
 
@@ -311,10 +311,10 @@ int64_t CosReadStartxref(std::span<const uint8_t> file, size_t eofPos) {
 }
 
 CosXrefChain CosReadXrefChain(CosDoc doc, std::span<const uint8_t> file, size_t headerOffset,
-                              int64_t startxref, std::vector<CosXrefEntry>& table) {
+                              int64_t startxref, CosObjTable& table) {
     CosXrefChain chain;
     TableBuilder tb{table, {}};
-    tb.taken.assign(table.size(), 0);
+    tb.taken.assign(table.size(), false);
     std::set<int64_t> visited;
     int64_t offset = startxref;
     try {

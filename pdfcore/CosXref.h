@@ -35,7 +35,7 @@ struct CosXrefChain {
 // `headerOffset`) into `table`, newest entries winning.  Raises the parser
 // errors on broken data; Prev loops end the chain.
 CosXrefChain CosReadXrefChain(CosDoc doc, std::span<const uint8_t> file, size_t headerOffset,
-                              int64_t startxref, std::vector<CosXrefEntry>& table);
+                              int64_t startxref, CosObjTable& table);
 
 // The linearization test; never raises.
 bool CosIsLinearized(std::span<const uint8_t> file, const std::vector<int64_t>& sectionOffsets);

@@ -69,7 +69,7 @@ TEST(CosOpenXref, TwoLineSubsectionHeaderAndChainErrors) {
     ASSERT_NE(h, std::string::npos);
     two.replace(h, 9, "xref\n0\n5\n");
     // The file grew by nothing: same length, offsets still hold.
-    std::vector<CosXrefEntry> table;
+    CosObjTable table;
     CosDoc doc = CosDocCreate();
     CosXrefChain chain = CosReadXrefChain(doc, Span(two), 0, static_cast<int64_t>(b.xrefPos), table);
     EXPECT_EQ(table.size(), 5u);
@@ -211,6 +211,42 @@ TEST(CosOpenStreams, IndirectLengthAndWrongLengthRecovered) {
     EXPECT_EQ(pd.pages(), 1);
 }
 
+TEST(CosObjTable, HighObjectNumbersCostAFewBlocks) {
+    // A page tree numbered close to the highest number accepted, found
+    // through a classic table (one subsection far out) and by the scan of
+    // a file without one: the table makes blocks only where entries are.
+    const int far = kCosMaxObjNum - 10;
+    Built b;
+    b.bytes = "%PDF-1.4\n";
+    AddObjects(b, {"<< /Type /Catalog /Pages " + std::to_string(far) + " 0 R >>"});
+    AddObjects(b, {"<< /Type /Pages /Kids [" + std::to_string(far + 1) + " 0 R] /Count 1 >>",
+                   "<< /Type /Page /Parent " + std::to_string(far) + " 0 R /MediaBox [0 0 10 10] >>"},
+               far);
+    std::string noTable = b.bytes;
+    b.xrefPos = b.bytes.size();
+    b.bytes += "xref\n0 2\n" + Entry(0, 65535, 'f') + Entry(b.offsets[1], 0, 'n') + std::to_string(far) +
+               " 2\n" + Entry(b.offsets[far], 0, 'n') + Entry(b.offsets[far + 1], 0, 'n') + "trailer\n<< /Size " +
+               std::to_string(far + 2) + " /Root 1 0 R >>\nstartxref\n" + std::to_string(b.xrefPos) + "\n%%EOF\n";
+    for (bool scan : {false, true}) {
+        OpenDoc pd(scan ? noTable : b.bytes);
+        EXPECT_EQ(pd.info().repaired, scan);
+        EXPECT_EQ(pd.pages(), 1);
+        const CosObjTable& table = CosDocXref(pd.cos());
+        EXPECT_EQ(table.size(), static_cast<size_t>(far) + 2);
+        EXPECT_LE(table.BlocksMade(), 2u);
+        EXPECT_EQ(CosDocLoadAllObjects(pd.cos()), 3);
+        EXPECT_LE(table.BlocksMade(), 2u);  // reading absent numbers makes nothing
+    }
+    // Shrinking forgets the dropped entries.
+    CosObjTable t;
+    t.resize(10);
+    t[9].kind = CosXrefEntry::kNew;
+    t.pop_back();
+    t.emplace_back();
+    EXPECT_EQ(t[9].kind, CosXrefEntry::kFree);
+    EXPECT_EQ(t.Find(10), nullptr);
+}
+
 TEST(CosOpenXref, HugeSubsectionNumbersAreSkippedAndPrevIsTruncated) {
     // A subsection whose first number is the largest the header can state:
     // its rows are read and dropped, and counting on from it must not wrap.
@@ -218,7 +254,7 @@ TEST(CosOpenXref, HugeSubsectionNumbersAreSkippedAndPrevIsTruncated) {
     std::string huge = b.bytes;
     huge.insert(huge.find("trailer"),
                 "9223372036854775807 2\n" + Entry(b.offsets[1], 0, 'n') + Entry(b.offsets[2], 0, 'n'));
-    std::vector<CosXrefEntry> table;
+    CosObjTable table;
     CosDoc doc = CosDocCreate();
     CosXrefChain chain = CosReadXrefChain(doc, Span(huge), 0, static_cast<int64_t>(b.xrefPos), table);
     EXPECT_EQ(table.size(), 4u);
@@ -246,7 +282,7 @@ TEST(CosOpenXref, ChainFailuresAreParserErrors) {
     // and system, including a section that is an object but not a stream.
     Built b = MakePdf(PageTree(1));
     CosDoc doc = CosDocCreate();
-    std::vector<CosXrefEntry> table;
+    CosObjTable table;
     const ASErrorCode notStream = ErrorCodeOf(
         [&] { CosReadXrefChain(doc, Span(b.bytes), 0, static_cast<int64_t>(b.offsets[1]), table); });
     EXPECT_EQ(notStream, ErrBuildCode(ErrSevParse, ErrSysParse, kErrExpectedStream));
