@@ -152,9 +152,12 @@ std::vector<CosObj> WalkTree(CosObj root, TreeRepairs& rep) {
     auto enter = [&](CosObj node) {
         CosObj kids = CosDictGet(node, cosnames::Kids);
         if (CosObjGetType(kids) == kCosDict) {
-            // A single kid written without its array.
+            // A single kid written without its array.  One written in place
+            // belongs to `node` already: the array takes a copy of it, and
+            // the original goes when the array replaces it.
+            CosObj kid = CosObjIsIndirect(kids) ? kids : CosObjCopy(kids, doc, false);
             CosObj wrapped = CosNewArray(doc, false, 1);
-            CosArrayAppend(wrapped, kids);
+            CosArrayAppend(wrapped, kid);
             CosDictPut(node, cosnames::Kids, wrapped);
             kids = wrapped;
             ++rep.badKids;

@@ -215,6 +215,20 @@ TEST_F(PageTreeRepair, EntriesThatAreNotPagesAreDroppedAndCountsCorrected) {
     EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 2);
 }
 
+TEST_F(PageTreeRepair, SingleKidWithoutItsArrayIsWrapped) {
+    // Kids naming one node without the array, by reference and written in
+    // place (the tree then owns a copy: nothing may be left unowned).
+    for (const std::string kids : {"3 0 R", "<< /Type /Page /Rotate 90 >>"}) {
+        warnings.clear();
+        std::vector<std::string> objs = {"<< /Type /Catalog /Pages 2 0 R >>",
+                                         "<< /Type /Pages /Kids " + kids + " /Count 1 >>", Page(2)};
+        OpenDoc pd(MakePdf(objs).bytes);
+        ASSERT_EQ(pd.pages(), 1) << kids;
+        EXPECT_TRUE(Warned("not pages")) << warnings;
+        EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 1);
+    }
+}
+
 TEST_F(PageTreeRepair, PageTreeRootFoundByScanning) {
     // Opens, checks the warning and the tree the catalog now leads to (a plain
     // save of the objects, without the document layer, must keep the pages),
