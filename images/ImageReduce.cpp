@@ -8,6 +8,7 @@
 
 #include "filters/DCTEncode.h"
 #include "filters/Filters.h"
+#include "images/ImageTraits.h"
 #include "images/ResampleFilter.h"
 #include "images/Resampler.h"
 
@@ -27,8 +28,6 @@ const ASAtom K_Interpolate = ASAtomFromString("Interpolate");
 const ASAtom K_F = ASAtomFromString("F");
 const ASAtom K_DL = ASAtomFromString("DL");
 const ASAtom K_Decode = ASAtomFromString("Decode");
-const ASAtom K_N = ASAtomFromString("N");
-const ASAtom K_Alternate = ASAtomFromString("Alternate");
 const ASAtom K_ColorTransform = ASAtomFromString("ColorTransform");
 const ASAtom K_Predictor = ASAtomFromString("Predictor");
 const ASAtom K_Colors = ASAtomFromString("Colors");
@@ -41,97 +40,6 @@ const ASAtom K_RunLengthDecode = ASAtomFromString("RunLengthDecode");
 
 // Largest side taken on; beyond it a dimension is not a real image.
 constexpr int64_t kMaxSide = 1 << 20;
-
-struct ColourInfo {
-    int components = 0;
-    bool indexed = false;
-    int indexedBase = 0;     // components of an Indexed space's base
-    bool rgbLike = false;    // may go through the RGB-to-YCbCr transform
-    std::string problem;     // why the space cannot be handled
-};
-
-ColourInfo ReadColourSpace(CosObj cs, int depth = 0) {
-    ColourInfo ci;
-    if (depth > 4) {
-        ci.problem = "colour space nested too deeply";
-        return ci;
-    }
-    ASAtom family = ASAtomNull;
-    if (CosObjGetType(cs) == kCosName) {
-        family = CosNameValue(cs);
-    } else if (CosObjGetType(cs) == kCosArray && CosObjGetType(CosArrayGet(cs, 0)) == kCosName) {
-        family = CosNameValue(CosArrayGet(cs, 0));
-    } else {
-        ci.problem = CosObjIsNull(cs) ? "no colour space" : "unknown colour space";
-        return ci;
-    }
-    const std::string f = ASAtomGetString(family);
-    if (f == "DeviceGray" || f == "G" || f == "CalGray" || f == "Separation") {
-        ci.components = 1;
-    } else if (f == "DeviceRGB" || f == "RGB" || f == "CalRGB") {
-        ci.components = 3;
-        ci.rgbLike = true;
-    } else if (f == "Lab") {
-        ci.components = 3;
-    } else if (f == "DeviceCMYK" || f == "CMYK") {
-        ci.components = 4;
-    } else if (f == "ICCBased") {
-        CosObj stream = CosArrayGet(cs, 1);
-        ASInt32 n = CosObjGetType(stream) == kCosStream ? CosDictGetInt(stream, K_N, 0) : 0;
-        if (n == 0 && CosObjGetType(stream) == kCosStream) {
-            ColourInfo alt = ReadColourSpace(CosDictGet(stream, K_Alternate), depth + 1);
-            n = alt.components;
-        }
-        if (n != 1 && n != 3 && n != 4) {
-            ci.problem = "ICC-based colour space without a usable N";
-            return ci;
-        }
-        ci.components = n;
-        ci.rgbLike = n == 3;
-    } else if (f == "Indexed" || f == "I") {
-        ColourInfo base = ReadColourSpace(CosArrayGet(cs, 1), depth + 1);
-        ci.components = 1;
-        ci.indexed = true;
-        ci.indexedBase = base.components;
-    } else if (f == "DeviceN") {
-        CosObj names = CosArrayGet(cs, 1);
-        ci.components = CosObjGetType(names) == kCosArray ? CosArrayLength(names) : 0;
-        if (ci.components < 1 || ci.components > 4) {
-            ci.problem = "DeviceN space with more than four colorants";
-            ci.components = 0;
-        }
-    } else {
-        ci.problem = "unknown colour space " + f;
-    }
-    return ci;
-}
-
-enum class Family { Raw, Flate, LZW, RunLength, DCT, JPX, JBIG2, CCITT, Other };
-
-// The image's encoding, by its last filter; `chainLength` the number of filters.
-Family FamilyOf(CosObj image, int* chainLength) {
-    CosObj filter = CosDictGet(image, K_Filter);
-    CosObj last = filter;
-    *chainLength = 0;
-    if (CosObjGetType(filter) == kCosArray) {
-        *chainLength = CosArrayLength(filter);
-        last = CosArrayGet(filter, CosArrayLength(filter) - 1);
-    } else if (CosObjGetType(filter) == kCosName) {
-        *chainLength = 1;
-    }
-    if (*chainLength == 0) return Family::Raw;
-    if (CosObjGetType(last) != kCosName) return Family::Other;
-    const std::string name = filters::CanonicalFilterName(ASAtomGetString(CosNameValue(last)));
-    if (name == "FlateDecode") return Family::Flate;
-    if (name == "LZWDecode") return Family::LZW;
-    if (name == "RunLengthDecode") return Family::RunLength;
-    if (name == "DCTDecode") return Family::DCT;
-    if (name == "JPXDecode") return Family::JPX;
-    if (name == "JBIG2Decode") return Family::JBIG2;
-    if (name == "CCITTFaxDecode") return Family::CCITT;
-    if (name == "ASCIIHexDecode" || name == "ASCII85Decode") return Family::Raw;
-    return Family::Other;
-}
 
 // The DecodeParms of the last filter, or null.
 CosObj LastDecodeParms(CosObj image) {
@@ -360,7 +268,7 @@ std::optional<Raster> DecodeSamples(CosObj stream, int w, int h, int colors, int
 // hival + 1 entries (a short table reads as zeros, as readers do).
 struct Palette {
     CosObj base = nullptr;
-    ColourInfo baseInfo;
+    ColourSpaceInfo baseInfo;
     std::vector<uint8_t> table;
     int entries = 0;
 };
@@ -368,7 +276,7 @@ struct Palette {
 std::optional<Palette> ReadPalette(CosObj cs, std::string* problem) {
     Palette pal;
     pal.base = CosArrayGet(cs, 1);
-    pal.baseInfo = ReadColourSpace(pal.base, 1);
+    pal.baseInfo = ReadColourSpace(pal.base);
     if (!pal.baseInfo.problem.empty() || pal.baseInfo.indexed || pal.baseInfo.components < 1) {
         *problem = "Indexed space with an unusable base";
         return std::nullopt;
@@ -417,14 +325,14 @@ bool ValidBits(int bpc) { return bpc == 1 || bpc == 2 || bpc == 4 || bpc == 8 ||
 
 ImageClass ClassifyImage(CosObj image) {
     if (CosDictGetBool(image, K_ImageMask, false)) return ImageClass::Mono;
-    ColourInfo ci = ReadColourSpace(CosDictGet(image, K_ColorSpace));
+    ColourSpaceInfo ci = ReadColourSpace(CosDictGet(image, K_ColorSpace));
     const int bpc = CosDictGetInt(image, K_BitsPerComponent, 8);
     // A two-entry palette at one bit is a bilevel image in two colours.
     if (ci.indexed && bpc == 1) return ImageClass::Mono;
     if (ci.indexed) return ci.indexedBase == 1 ? ImageClass::Grayscale : ImageClass::Color;
     int chain = 0;
-    const Family fam = FamilyOf(image, &chain);
-    if (ci.components == 1 && (bpc == 1 || fam == Family::CCITT || fam == Family::JBIG2)) return ImageClass::Mono;
+    const FilterFamily fam = FilterFamilyOf(image, &chain);
+    if (ci.components == 1 && (bpc == 1 || fam == FilterFamily::CCITT || fam == FilterFamily::JBIG2)) return ImageClass::Mono;
     if (ci.components == 1) return ImageClass::Grayscale;
     return ImageClass::Color;
 }
@@ -445,16 +353,16 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     const int64_t h = CosDictGetInt(image, K_Height, 0);
     const int bpc = CosDictGetInt(image, K_BitsPerComponent, 0);
     int chain = 0;
-    const Family fam = FamilyOf(image, &chain);
+    const FilterFamily fam = FilterFamilyOf(image, &chain);
     res.newWidth = int(w);
     res.newHeight = int(h);
-    if (fam == Family::JPX) return fail(ReductionOutcome::LeftAlone, "JPX image");
-    if (fam == Family::JBIG2 || fam == Family::CCITT) return fail(ReductionOutcome::Unchanged, "bilevel image");
-    if (fam == Family::Other) return fail(ReductionOutcome::LeftAlone, "unknown image filter");
+    if (fam == FilterFamily::JPX) return fail(ReductionOutcome::LeftAlone, "JPX image");
+    if (fam == FilterFamily::JBIG2 || fam == FilterFamily::CCITT) return fail(ReductionOutcome::Unchanged, "bilevel image");
+    if (fam == FilterFamily::Other) return fail(ReductionOutcome::LeftAlone, "unknown image filter");
     if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return fail(ReductionOutcome::Bad, "absurd image size");
-    ColourInfo ci = ReadColourSpace(CosDictGet(image, K_ColorSpace));
+    ColourSpaceInfo ci = ReadColourSpace(CosDictGet(image, K_ColorSpace));
     if (!ci.problem.empty()) return fail(ReductionOutcome::Bad, ci.problem);
-    if (fam != Family::DCT && !ValidBits(bpc)) return fail(ReductionOutcome::Bad, "bad BitsPerComponent");
+    if (fam != FilterFamily::DCT && !ValidBits(bpc)) return fail(ReductionOutcome::Bad, "bad BitsPerComponent");
     const uint64_t decodedBytes = uint64_t(w) * uint64_t(h) * uint64_t(ci.components) * 2;
     if (decodedBytes > p.maxDecodedBytes * 2) return fail(ReductionOutcome::Bad, "image too large to reduce");
 
@@ -538,15 +446,15 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     if (target == ImageCompression::Original || target == ImageCompression::Other) {
         if (!downsampling) return res;  // Unchanged
         switch (fam) {
-        case Family::DCT: target = ImageCompression::JPEG; break;
-        case Family::LZW: target = ImageCompression::LZW; break;
-        case Family::RunLength: target = ImageCompression::Packbits; break;
+        case FilterFamily::DCT: target = ImageCompression::JPEG; break;
+        case FilterFamily::LZW: target = ImageCompression::LZW; break;
+        case FilterFamily::RunLength: target = ImageCompression::Packbits; break;
         default: target = ImageCompression::Flate; break;
         }
     }
 
     // A JPEG that keeps its size would only grow as anything lossless.
-    if (!downsampling && fam == Family::DCT && target != ImageCompression::JPEG)
+    if (!downsampling && fam == FilterFamily::DCT && target != ImageCompression::JPEG)
         return fail(ReductionOutcome::Unchanged, "JPEG kept: a lossless encoding would be larger");
 
     // The soft mask follows the image's new size.
@@ -558,8 +466,8 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         if (!ValidBits(CosDictGetInt(smask, K_BitsPerComponent, 0)))
             return fail(ReductionOutcome::Bad, "soft mask with bad BitsPerComponent");
         int smChain = 0;
-        const Family smFam = FamilyOf(smask, &smChain);
-        if (smFam == Family::JPX || smFam == Family::DCT || smFam == Family::Other || smFam == Family::JBIG2)
+        const FilterFamily smFam = FilterFamilyOf(smask, &smChain);
+        if (smFam == FilterFamily::JPX || smFam == FilterFamily::DCT || smFam == FilterFamily::Other || smFam == FilterFamily::JBIG2)
             return fail(ReductionOutcome::LeftAlone, "soft mask in an encoding that is not reduced");
     }
 
@@ -568,7 +476,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     std::optional<Raster> raster;
     bool invertedCMYK = false;
     int sourceQuality = 0;
-    if (fam == Family::DCT) {
+    if (fam == FilterFamily::DCT) {
         std::vector<uint8_t> jpeg;
         CosDecodeOptions opts;
         opts.maxOutput = p.maxDecodedBytes;

@@ -6,6 +6,7 @@
 
 #include "filters/Filters.h"
 #include "images/Bilevel.h"
+#include "images/ImageTraits.h"
 
 namespace images {
 namespace {
@@ -30,27 +31,6 @@ const ASAtom K_Colors = ASAtomFromString("Colors");
 
 constexpr int64_t kMaxSide = 1 << 20;
 
-enum class Source { Raw, Flate, LZW, RunLength, CCITT, JBIG2, Unsupported };
-
-// The image's encoding by its last filter.
-Source SourceOf(CosObj image) {
-    CosObj filter = CosDictGet(image, K_Filter);
-    if (CosObjGetType(filter) == kCosArray) {
-        if (CosArrayLength(filter) == 0) return Source::Raw;
-        filter = CosArrayGet(filter, CosArrayLength(filter) - 1);
-    }
-    if (CosObjIsNull(filter)) return Source::Raw;
-    if (CosObjGetType(filter) != kCosName) return Source::Unsupported;
-    const std::string n = filters::CanonicalFilterName(ASAtomGetString(CosNameValue(filter)));
-    if (n == "FlateDecode") return Source::Flate;
-    if (n == "LZWDecode") return Source::LZW;
-    if (n == "RunLengthDecode") return Source::RunLength;
-    if (n == "CCITTFaxDecode") return Source::CCITT;
-    if (n == "JBIG2Decode") return Source::JBIG2;
-    if (n == "ASCIIHexDecode" || n == "ASCII85Decode") return Source::Raw;
-    return Source::Unsupported;
-}
-
 // Lightness 0..1 of a colour given in a base colour space of n components.
 double Lightness(const uint8_t* c, int n) {
     if (n == 1) return c[0] / 255.0;
@@ -59,15 +39,8 @@ double Lightness(const uint8_t* c, int n) {
     return 0.5;
 }
 
-std::string FamilyName(CosObj cs) {
-    if (CosObjGetType(cs) == kCosName) return ASAtomGetString(CosNameValue(cs));
-    if (CosObjGetType(cs) == kCosArray && CosObjGetType(CosArrayGet(cs, 0)) == kCosName)
-        return ASAtomGetString(CosNameValue(CosArrayGet(cs, 0)));
-    return "";
-}
-
 int BaseComponents(CosObj cs) {
-    const std::string f = FamilyName(cs);
+    const std::string f = ColourSpaceFamily(cs);
     if (f == "DeviceGray" || f == "G" || f == "CalGray") return 1;
     if (f == "DeviceRGB" || f == "RGB" || f == "CalRGB" || f == "Lab") return 3;
     if (f == "DeviceCMYK" || f == "CMYK") return 4;
@@ -84,7 +57,7 @@ int BaseComponents(CosObj cs) {
 int InkSample(CosObj image, bool mask) {
     if (mask) return 0;
     CosObj cs = CosDictGet(image, K_ColorSpace);
-    const std::string f = FamilyName(cs);
+    const std::string f = ColourSpaceFamily(cs);
     if (f == "Separation" || f == "DeviceN") return 1;
     if (f == "Indexed" || f == "I") {
         CosObj base = CosArrayGet(cs, 1);
@@ -180,12 +153,12 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
     const bool mask = CosDictGetBool(image, K_ImageMask, false);
     const int64_t w = CosDictGetInt(image, K_Width, 0);
     const int64_t h = CosDictGetInt(image, K_Height, 0);
-    const Source src = SourceOf(image);
+    const FilterFamily src = FilterFamilyOf(image);
     res.newWidth = int(w);
     res.newHeight = int(h);
-    if (src == Source::Unsupported) return fail(ReductionOutcome::LeftAlone, "unknown image filter");
+    if (src == FilterFamily::DCT || src == FilterFamily::JPX || src == FilterFamily::Other) return fail(ReductionOutcome::LeftAlone, "unknown image filter");
     if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return fail(ReductionOutcome::Bad, "absurd image size");
-    const int bpc = CosDictGetInt(image, K_BitsPerComponent, mask || src == Source::CCITT || src == Source::JBIG2 ? 1 : 0);
+    const int bpc = CosDictGetInt(image, K_BitsPerComponent, mask || src == FilterFamily::CCITT || src == FilterFamily::JBIG2 ? 1 : 0);
     if (bpc != 1) return fail(ReductionOutcome::LeftAlone, "not a 1-bit image");
     if (uint64_t(w) * uint64_t(h) > p.maxPixels) return fail(ReductionOutcome::Bad, "image too large to reduce");
     if (!mask && CosObjIsNull(CosDictGet(image, K_ColorSpace))) return fail(ReductionOutcome::Bad, "no colour space");
@@ -204,10 +177,10 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
     MonoCompression target = p.compression;
     if (target == MonoCompression::Original) {
         switch (src) {
-        case Source::CCITT: target = MonoCompression::CCITTG4; break;
-        case Source::JBIG2: target = MonoCompression::JBIG2; break;
-        case Source::LZW: target = MonoCompression::LZW; break;
-        case Source::RunLength: target = MonoCompression::Packbits; break;
+        case FilterFamily::CCITT: target = MonoCompression::CCITTG4; break;
+        case FilterFamily::JBIG2: target = MonoCompression::JBIG2; break;
+        case FilterFamily::LZW: target = MonoCompression::LZW; break;
+        case FilterFamily::RunLength: target = MonoCompression::Packbits; break;
         default: target = MonoCompression::Flate; break;
         }
     }
@@ -232,7 +205,7 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
 
     const int inkValue = InkSample(image, mask) ^ (DecodeSwaps(image) ? 1 : 0);
     const bool keyed = CosObjGetType(CosDictGet(image, K_Mask)) == kCosArray;
-    const std::string family = mask ? "" : FamilyName(CosDictGet(image, K_ColorSpace));
+    const std::string family = mask ? "" : ColourSpaceFamily(CosDictGet(image, K_ColorSpace));
     const bool grayFamily = family == "DeviceGray" || family == "G" || family == "CalGray" ||
                             family == "Separation" || (family == "ICCBased" && BaseComponents(CosDictGet(image, K_ColorSpace)) == 1);
 

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "filters/Filters.h"
+#include "images/ImageTraits.h"
 #include "images/Quantize.h"
 
 namespace images {
@@ -24,9 +25,6 @@ const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
 const ASAtom K_Decode = ASAtomFromString("Decode");
 const ASAtom K_F = ASAtomFromString("F");
 const ASAtom K_DL = ASAtomFromString("DL");
-const ASAtom K_N = ASAtomFromString("N");
-const ASAtom K_Range = ASAtomFromString("Range");
-const ASAtom K_Alternate = ASAtomFromString("Alternate");
 const ASAtom K_ColorTransform = ASAtomFromString("ColorTransform");
 const ASAtom K_Predictor = ASAtomFromString("Predictor");
 const ASAtom K_Colors = ASAtomFromString("Colors");
@@ -47,90 +45,6 @@ constexpr size_t kProbePixels = size_t(1) << 18;
 // Largest image quantised: 64 megapixels.
 constexpr size_t kMaxQuantizePixels = size_t(1) << 26;
 
-// What this step needs to know of an image's colour space.
-struct Space {
-    int components = 0;
-    bool indexed = false;
-    bool rgb = false;            // quantisable: DeviceRGB, CalRGB, a 3-component ICC space
-    bool unitRanges = true;      // every component's range is 0..1 (not Lab, not ICC with a Range)
-    std::string problem;
-};
-
-Space ReadSpace(CosObj cs, int depth = 0) {
-    Space s;
-    ASAtom family = ASAtomNull;
-    if (CosObjGetType(cs) == kCosName) {
-        family = CosNameValue(cs);
-    } else if (CosObjGetType(cs) == kCosArray && CosObjGetType(CosArrayGet(cs, 0)) == kCosName) {
-        family = CosNameValue(CosArrayGet(cs, 0));
-    } else {
-        s.problem = CosObjIsNull(cs) ? "no colour space" : "unknown colour space";
-        return s;
-    }
-    const std::string f = ASAtomGetString(family);
-    if (f == "DeviceGray" || f == "G" || f == "CalGray" || f == "Separation") {
-        s.components = 1;
-    } else if (f == "DeviceRGB" || f == "RGB" || f == "CalRGB") {
-        s.components = 3;
-        s.rgb = true;
-    } else if (f == "Lab") {
-        s.components = 3;
-        s.unitRanges = false;
-    } else if (f == "DeviceCMYK" || f == "CMYK") {
-        s.components = 4;
-    } else if (f == "ICCBased" && depth < 4) {
-        CosObj stream = CosArrayGet(cs, 1);
-        if (CosObjGetType(stream) != kCosStream) {
-            s.problem = "ICC-based colour space without a profile";
-            return s;
-        }
-        ASInt32 n = CosDictGetInt(stream, K_N, 0);
-        if (n == 0) n = ReadSpace(CosDictGet(stream, K_Alternate), depth + 1).components;
-        if (n != 1 && n != 3 && n != 4) {
-            s.problem = "ICC-based colour space without a usable N";
-            return s;
-        }
-        s.components = n;
-        s.rgb = n == 3;
-        s.unitRanges = !CosDictKnown(stream, K_Range);
-    } else if (f == "Indexed" || f == "I") {
-        s.components = 1;
-        s.indexed = true;
-    } else if (f == "DeviceN") {
-        CosObj names = CosArrayGet(cs, 1);
-        s.components = CosObjGetType(names) == kCosArray ? CosArrayLength(names) : 0;
-        if (s.components < 1 || s.components > 4) s.problem = "DeviceN space with more than four colorants";
-    } else {
-        s.problem = "colour space " + f + " is not palettised";
-    }
-    return s;
-}
-
-enum class Family { Raw, Flate, LZW, RunLength, DCT, Bilevel, JPX, Other };
-
-Family FamilyOf(CosObj image, int* chain) {
-    CosObj filter = CosDictGet(image, K_Filter);
-    CosObj last = filter;
-    *chain = 0;
-    if (CosObjGetType(filter) == kCosArray) {
-        *chain = CosArrayLength(filter);
-        last = CosArrayGet(filter, *chain - 1);
-    } else if (CosObjGetType(filter) == kCosName) {
-        *chain = 1;
-    }
-    if (*chain == 0) return Family::Raw;
-    if (CosObjGetType(last) != kCosName) return Family::Other;
-    const std::string name = filters::CanonicalFilterName(ASAtomGetString(CosNameValue(last)));
-    if (name == "FlateDecode") return Family::Flate;
-    if (name == "LZWDecode") return Family::LZW;
-    if (name == "RunLengthDecode") return Family::RunLength;
-    if (name == "DCTDecode") return Family::DCT;
-    if (name == "JPXDecode") return Family::JPX;
-    if (name == "JBIG2Decode" || name == "CCITTFaxDecode") return Family::Bilevel;
-    if (name == "ASCIIHexDecode" || name == "ASCII85Decode") return Family::Raw;
-    return Family::Other;
-}
-
 // The image's samples as 8-bit values (1, 2 and 4-bit ones spread over
 // 0..255 exactly).  `exact` tells whether 16-bit samples were all 8-bit
 // values in disguise.
@@ -144,13 +58,13 @@ struct Failure {
     std::string reason;
 };
 
-std::optional<Samples> DecodeImage(CosObj image, Family fam, int chain, int w, int h, int comps, int bpc,
+std::optional<Samples> DecodeImage(CosObj image, FilterFamily fam, int chain, int w, int h, int comps, int bpc,
                                    uint64_t limit, Failure* failure) {
     Samples s;
     s.raster.width = w;
     s.raster.height = h;
     s.raster.colors = comps;
-    if (fam == Family::DCT) {
+    if (fam == FilterFamily::DCT) {
         std::vector<uint8_t> jpeg;
         try {
             if (chain == 1) {
@@ -488,16 +402,16 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
     if (CosDictGetBool(image, K_ImageMask, false)) return stop(ColourOutcome::Unchanged, "image mask");
     if (CosDictKnown(image, K_F)) return stop(ColourOutcome::LeftAlone, "image data in an external file");
     int chain = 0;
-    const Family fam = FamilyOf(image, &chain);
-    if (fam == Family::Bilevel) return stop(ColourOutcome::Unchanged, "bilevel image");
-    if (fam == Family::JPX) return stop(ColourOutcome::LeftAlone, "JPX image");
-    if (fam == Family::Other) return stop(ColourOutcome::LeftAlone, "unknown image filter");
-    const Space space = ReadSpace(CosDictGet(image, K_ColorSpace));
+    const FilterFamily fam = FilterFamilyOf(image, &chain);
+    if (fam == FilterFamily::JBIG2 || fam == FilterFamily::CCITT) return stop(ColourOutcome::Unchanged, "bilevel image");
+    if (fam == FilterFamily::JPX) return stop(ColourOutcome::LeftAlone, "JPX image");
+    if (fam == FilterFamily::Other) return stop(ColourOutcome::LeftAlone, "unknown image filter");
+    const ColourSpaceInfo space = ReadColourSpace(CosDictGet(image, K_ColorSpace));
     if (space.indexed) return stop(ColourOutcome::Unchanged, "already Indexed");
     if (!space.problem.empty()) return stop(ColourOutcome::LeftAlone, space.problem);
     const int64_t w = CosDictGetInt(image, K_Width, 0);
     const int64_t h = CosDictGetInt(image, K_Height, 0);
-    const int bpc = fam == Family::DCT ? 8 : CosDictGetInt(image, K_BitsPerComponent, 0);
+    const int bpc = fam == FilterFamily::DCT ? 8 : CosDictGetInt(image, K_BitsPerComponent, 0);
     if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return stop(ColourOutcome::Bad, "absurd image size");
     if (bpc != 1 && bpc != 2 && bpc != 4 && bpc != 8 && bpc != 16)
         return stop(ColourOutcome::Bad, "bad BitsPerComponent");
@@ -581,7 +495,7 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
         if (indexed && !p.palettize) outcome = ColourOutcome::Quantized;
     }
     if (!indexed && p.quantize) {
-        if (!space.rgb) return stop(ColourOutcome::Unchanged, "too many colours; only RGB images are quantised");
+        if (!space.rgbLike) return stop(ColourOutcome::Unchanged, "too many colours; only RGB images are quantised");
         if (key) return stop(ColourOutcome::LeftAlone, "colour-keyed images are not quantised");
         if (hasDecode) return stop(ColourOutcome::LeftAlone, "images with a Decode array are not quantised");
         // The quantiser holds several copies of the image at once.

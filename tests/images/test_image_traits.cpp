@@ -1,0 +1,92 @@
+// How the image steps read colour spaces and filter chains.
+#include "images/ImageTraits.h"
+#include "tests/images/ImageTestUtil.h"
+
+namespace {
+
+using namespace imagetest;
+using images::ColourSpaceInfo;
+using images::FilterFamily;
+
+class ImageTraits : public ImageDocTest {
+protected:
+    CosObj Parse(const std::string& text) { return CosParseObjectFromBuffer(doc, text.data(), text.size()); }
+    // [/ICCBased <stream with `dict`>]
+    CosObj Icc(const std::string& dict) {
+        CosObj cs = CosNewArray(doc, false);
+        CosArrayAppend(cs, Name("ICCBased"));
+        CosArrayAppend(cs, CosNewStream(doc, Parse(dict), Bytes{}));
+        return cs;
+    }
+    FilterFamily Family(const std::string& filter, int* chain = nullptr) {
+        CosObj image = Image(1, 1, Name("DeviceGray"), 8, Bytes{0});
+        if (!filter.empty()) CosDictPut(image, A("Filter"), Parse(filter));
+        return images::FilterFamilyOf(image, chain);
+    }
+};
+
+TEST_F(ImageTraits, ColourSpaces) {
+    ColourSpaceInfo rgb = images::ReadColourSpace(Name("RGB"));
+    EXPECT_EQ(rgb.components, 3);
+    EXPECT_TRUE(rgb.rgbLike);
+    ColourSpaceInfo lab = images::ReadColourSpace(Parse("[/Lab << /WhitePoint [1 1 1] >>]"));
+    EXPECT_EQ(lab.components, 3);
+    EXPECT_FALSE(lab.rgbLike);
+    EXPECT_FALSE(lab.unitRanges);
+    ColourSpaceInfo sep = images::ReadColourSpace(Parse("[/Separation /Spot /DeviceCMYK null]"));
+    EXPECT_EQ(sep.components, 1);
+    ColourSpaceInfo indexed = images::ReadColourSpace(Parse("[/I /DeviceCMYK 1 (abcdefgh)]"));
+    EXPECT_TRUE(indexed.indexed);
+    EXPECT_EQ(indexed.components, 1);
+    EXPECT_EQ(indexed.indexedBase, 4);
+    EXPECT_EQ(images::ReadColourSpace(Parse("[/DeviceN [/A /B /C /D /E] /DeviceCMYK null]")).components, 0);
+    EXPECT_EQ(images::ReadColourSpace(Parse("[/DeviceN [/A /B] /DeviceCMYK null]")).components, 2);
+    EXPECT_EQ(images::ReadColourSpace(Parse("/Pattern")).problem, "unknown colour space Pattern");
+    EXPECT_EQ(images::ReadColourSpace(CosNewNull()).problem, "no colour space");
+    EXPECT_EQ(images::ReadColourSpace(Parse("[1 2]")).problem, "unknown colour space");
+}
+
+TEST_F(ImageTraits, IccSpacesTakeNOrTheirAlternate) {
+    ColourSpaceInfo n3 = images::ReadColourSpace(Icc("<< /N 3 /Range [0 1 0 1 0 1] >>"));
+    EXPECT_EQ(n3.components, 3);
+    EXPECT_TRUE(n3.rgbLike);
+    EXPECT_FALSE(n3.unitRanges);
+    ColourSpaceInfo alt = images::ReadColourSpace(Icc("<< /Alternate /DeviceCMYK >>"));
+    EXPECT_EQ(alt.components, 4);
+    EXPECT_TRUE(alt.unitRanges);
+    EXPECT_EQ(images::ReadColourSpace(Icc("<< /N 2 >>")).components, 0);
+    EXPECT_EQ(images::ReadColourSpace(Parse("[/ICCBased 5]")).problem, "ICC-based colour space without a profile");
+    // Alternates inside alternates: a few levels are read, deeper ones end
+    // at a limit (damaged files can make the chain endless).
+    auto chain = [&](int levels) {
+        CosObj cs = Name("DeviceGray");
+        for (int i = 0; i < levels; ++i) {
+            CosObj outer = Icc("<< >>");
+            CosDictPut(CosArrayGet(outer, 1), A("Alternate"), cs);
+            cs = outer;
+        }
+        return images::ReadColourSpace(cs).components;
+    };
+    EXPECT_EQ(chain(3), 1);
+    EXPECT_EQ(chain(8), 0);
+}
+
+TEST_F(ImageTraits, FilterFamilyIsTheLastFilters) {
+    int chain = -1;
+    EXPECT_EQ(Family("", &chain), FilterFamily::Raw);
+    EXPECT_EQ(chain, 0);
+    EXPECT_EQ(Family("[]", &chain), FilterFamily::Raw);
+    EXPECT_EQ(Family("/Fl"), FilterFamily::Flate);
+    EXPECT_EQ(Family("[/AHx /DCT]", &chain), FilterFamily::DCT);
+    EXPECT_EQ(chain, 2);
+    EXPECT_EQ(Family("[/FlateDecode /A85]"), FilterFamily::Raw);
+    EXPECT_EQ(Family("/CCF"), FilterFamily::CCITT);
+    EXPECT_EQ(Family("/JBIG2Decode"), FilterFamily::JBIG2);
+    EXPECT_EQ(Family("/JPXDecode"), FilterFamily::JPX);
+    EXPECT_EQ(Family("/RL"), FilterFamily::RunLength);
+    EXPECT_EQ(Family("/LZW"), FilterFamily::LZW);
+    EXPECT_EQ(Family("/Crypt"), FilterFamily::Other);
+    EXPECT_EQ(Family("[1]"), FilterFamily::Other);
+}
+
+}  // namespace
