@@ -18,3 +18,60 @@ check_output() {
   got="$(pdfinfo ${password:+-upw "$password"} "$out" 2> /dev/null | awk '/^Pages:/{print $2}')"
   [ -z "$expected" ] || [ "$got" = "$expected" ] || problems+=("page count $got, expected $expected")
 }
+
+# find_program BUILD_DIR NAME: the path of a built program (in its
+# subsystem folder or at the top of the build tree), or "" when missing.
+find_program() {
+  local t
+  for t in "$1/frontend/$2" "$1/tools/$2" "$1/$2"; do
+    [ -x "$t" ] && { echo "$t"; return; }
+  done
+  echo ""
+}
+
+# psnr A B: the PSNR in dB of two PNM renders of one page ("inf" when
+# identical, "size" when their sizes differ).
+psnr() {
+  cmp -s "$1" "$2" && { echo inf; return; }
+  python3 - "$1" "$2" << 'PY'
+import math, sys
+def read(path):
+    data = open(path, 'rb').read()
+    fields, pos = [], 0
+    while len(fields) < 4:
+        while data[pos:pos + 1].isspace():
+            pos += 1
+        if data[pos:pos + 1] == b'#':
+            while data[pos:pos + 1] not in (b'\n', b''):
+                pos += 1
+            continue
+        start = pos
+        while not data[pos:pos + 1].isspace():
+            pos += 1
+        fields.append(data[start:pos])
+    return (int(fields[1]), int(fields[2])), data[pos + 1:]
+(sa, a), (sb, b) = read(sys.argv[1]), read(sys.argv[2])
+if sa != sb or len(a) != len(b):
+    print("size"); sys.exit()
+if a == b:
+    print("inf"); sys.exit()
+sq = sum((x - y) * (x - y) for x, y in zip(a, b))
+print("%.2f" % (10 * math.log10(255.0 * 255.0 * len(a) / sq)))
+PY
+}
+
+# judge_psnr PAGE DB THRESHOLD [WHAT]: nothing when DB reaches THRESHOLD;
+# otherwise a note when the caller's `known_below` lists "$file:PAGE" with
+# a floor that DB reaches (the note gives the listed reason), a problem
+# when not.  WHAT (say, the renderer) goes into the message.
+judge_psnr() {
+  local page="$1" db="$2" threshold="$3" what="${4:+ ($4)}" entry
+  [ "$db" = "inf" ] && return 0
+  awk -v x="$db" -v t="$threshold" 'BEGIN{exit !(x < t)}' || return 0
+  entry="${known_below["$file:$page"]:-}"
+  if [ -n "$entry" ] && awk -v x="$db" -v f="${entry%% *}" 'BEGIN{exit !(x >= f)}'; then
+    notes+=("page $page at $db dB$what: ${entry#* }")
+  else
+    problems+=("page $page at $db dB$what")
+  fi
+}

@@ -10,13 +10,11 @@
 #
 #   30-roundtrip.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 manifest="$corpus/MANIFEST.tsv"
 
-tool=""
-for t in "$build/tools/tminspect" "$build/tminspect"; do
-  [ -x "$t" ] && { tool="$t"; break; }
-done
+tool="$(find_program "$build" tminspect)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 have_qpdf=1; command -v qpdf > /dev/null 2>&1 || have_qpdf=0
 have_render=1; command -v pdftoppm > /dev/null 2>&1 || have_render=0

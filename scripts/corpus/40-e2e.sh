@@ -15,12 +15,10 @@
 #
 #   40-e2e.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 manifest="$corpus/MANIFEST.tsv"
-bin=""
-for t in "$build/frontend/trimora" "$build/trimora"; do
-  [ -x "$t" ] && { bin="$t"; break; }
-done
+bin="$(find_program "$build" trimora)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 have_qpdf=1; command -v qpdf > /dev/null 2>&1 || have_qpdf=0
 have_render=1; command -v pdftoppm > /dev/null 2>&1 || have_render=0

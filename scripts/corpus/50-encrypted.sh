@@ -6,14 +6,12 @@
 #
 #   50-encrypted.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 manifest="$corpus/MANIFEST.tsv"
 mkdir -p "$work"
 
-tool=""
-for t in "$build/tools/tminspect" "$build/tminspect"; do
-  [ -x "$t" ] && { tool="$t"; break; }
-done
+tool="$(find_program "$build" tminspect)"
 
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 

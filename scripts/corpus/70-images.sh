@@ -19,10 +19,7 @@ corpus="$1"; build="$2"; work="$3"
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 settings="$root/examples/ebook.tmc"
 manifest="$corpus/MANIFEST.tsv"
-bin=""
-for t in "$build/frontend/trimora" "$build/trimora"; do
-  [ -x "$t" ] && { bin="$t"; break; }
-done
+bin="$(find_program "$build" trimora)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 have_qpdf=1; command -v qpdf > /dev/null 2>&1 || have_qpdf=0
 have_render=1; command -v pdftoppm > /dev/null 2>&1 && command -v python3 > /dev/null 2>&1 || have_render=0
@@ -36,33 +33,6 @@ declare -A known_below=(
   ["scan-gray-jpeg.pdf:3"]="27 noise above 150 ppi removed by downsampling"
 )
 
-# PSNR in dB of two PPM/PGM files of the same size ("inf" when identical,
-# "size" when the sizes differ).
-psnr() {
-  python3 - "$1" "$2" << 'PY'
-import math, sys
-def read(path):
-    data = open(path, 'rb').read()
-    fields, pos = [], 0
-    while len(fields) < 4:
-        while data[pos:pos + 1].isspace():
-            pos += 1
-        if data[pos:pos + 1] == b'#':
-            while data[pos:pos + 1] not in (b'\n', b''):
-                pos += 1
-            continue
-        start = pos
-        while not data[pos:pos + 1].isspace():
-            pos += 1
-        fields.append(data[start:pos])
-    return (int(fields[1]), int(fields[2])), data[pos + 1:]
-(sa, a), (sb, b) = read(sys.argv[1]), read(sys.argv[2])
-if sa != sb or len(a) != len(b):
-    print("size"); sys.exit()
-sq = sum((x - y) * (x - y) for x, y in zip(a, b))
-print("inf" if sq == 0 else "%.2f" % (10 * math.log10(255.0 * 255.0 * len(a) / sq)))
-PY
-}
 
 tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
@@ -110,14 +80,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
       [ "$db" = "size" ] && { problems+=("page $page changed size"); continue; }
       [ "$db" = "inf" ] && continue
       if [ "$worst" = "inf" ] || awk -v x="$db" -v y="$worst" 'BEGIN{exit !(x < y)}'; then worst="$db"; fi
-      if awk -v x="$db" 'BEGIN{exit !(x < 30)}'; then
-        entry="${known_below["$file:$page"]:-}"
-        if [ -n "$entry" ] && awk -v x="$db" -v f="${entry%% *}" 'BEGIN{exit !(x >= f)}'; then
-          notes+=("page $page at $db dB: ${entry#* }")
-        else
-          problems+=("page $page at $db dB")
-        fi
-      fi
+      judge_psnr "$page" "$db" 30
     done
   fi
   size_in=$(stat -c %s "$in"); size_out=$(stat -c %s "$out")

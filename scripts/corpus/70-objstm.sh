@@ -17,13 +17,11 @@
 #
 #   70-objstm.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 manifest="$corpus/MANIFEST.tsv"
 mkdir -p "$work"
-bin=""
-for t in "$build/frontend/trimora" "$build/trimora"; do
-  [ -x "$t" ] && { bin="$t"; break; }
-done
+bin="$(find_program "$build" trimora)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 for t in qpdf pdfinfo pdftoppm; do
   command -v "$t" > /dev/null 2>&1 || { echo "SKIP $corpus: $t is not installed"; exit 0; }

@@ -20,10 +20,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 manifest="$corpus/MANIFEST.tsv"
 sample="${FLATTEN_SAMPLE:-6}"
-bin=""
-for t in "$build/frontend/trimora" "$build/trimora"; do
-  [ -x "$t" ] && { bin="$t"; break; }
-done
+bin="$(find_program "$build" trimora)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 have_qpdf=1; command -v qpdf > /dev/null 2>&1 || have_qpdf=0
 have_render=1; command -v pdftoppm > /dev/null 2>&1 && command -v python3 > /dev/null 2>&1 || have_render=0
@@ -54,35 +51,6 @@ declare -A known_below=(
   ["microtype.pdf:1"]="34 poppler draws this push button's appearance without its transparency group"
 )
 
-# PSNR in dB of two PPM files ("inf" when identical, "size" when the
-# sizes differ).
-psnr() {
-  python3 - "$1" "$2" << 'PY'
-import math, sys
-def read(path):
-    data = open(path, 'rb').read()
-    fields, pos = [], 0
-    while len(fields) < 4:
-        while data[pos:pos + 1].isspace():
-            pos += 1
-        if data[pos:pos + 1] == b'#':
-            while data[pos:pos + 1] not in (b'\n', b''):
-                pos += 1
-            continue
-        start = pos
-        while not data[pos:pos + 1].isspace():
-            pos += 1
-        fields.append(data[start:pos])
-    return (int(fields[1]), int(fields[2])), data[pos + 1:]
-(sa, a), (sb, b) = read(sys.argv[1]), read(sys.argv[2])
-if sa != sb or len(a) != len(b):
-    print("size"); sys.exit()
-if a == b:
-    print("inf"); sys.exit()
-sq = sum((x - y) * (x - y) for x, y in zip(a, b))
-print("%.2f" % (10 * math.log10(255.0 * 255.0 * len(a) / sq)))
-PY
-}
 
 tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
@@ -137,14 +105,7 @@ PY
       [ "$db" = "size" ] && { problems+=("page $p changed size"); continue; }
       [ "$db" = "inf" ] && continue
       if [ "$worst" = "inf" ] || awk -v x="$db" -v y="$worst" 'BEGIN{exit !(x < y)}'; then worst="$db"; fi
-      if awk -v x="$db" 'BEGIN{exit !(x < 40)}'; then
-        entry="${known_below["$file:$p"]:-}"
-        if [ -n "$entry" ] && awk -v x="$db" -v f="${entry%% *}" 'BEGIN{exit !(x >= f)}'; then
-          notes+=("page $p at $db dB: ${entry#* }")
-        else
-          problems+=("page $p at $db dB")
-        fi
-      fi
+      judge_psnr "$p" "$db" 40
     done
   fi
   size_in=$(stat -c %s "$in"); size_out=$(stat -c %s "$out")

@@ -22,10 +22,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 manifest="$corpus/MANIFEST.tsv"
-bin=""
-for t in "$build/frontend/trimora" "$build/trimora"; do
-  [ -x "$t" ] && { bin="$t"; break; }
-done
+bin="$(find_program "$build" trimora)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 for t in pdfimages pdftoppm python3; do
   command -v $t > /dev/null 2>&1 || { echo "SKIP $corpus: $t is not installed"; exit 0; }
@@ -41,33 +38,6 @@ declare -A known_below=(
   ["lilypond-essay.pdf:11"]="25 a 1200 ppi bilevel scan brought to 300 ppi moves edges by up to a 300 ppi pixel"
 )
 
-# PSNR in dB of two PGM files ("inf" when identical, "size" when the sizes differ).
-psnr() {
-  cmp -s "$1" "$2" && { echo inf; return; }
-  python3 - "$1" "$2" << 'PY'
-import math, sys
-def read(path):
-    data = open(path, 'rb').read()
-    fields, pos = [], 0
-    while len(fields) < 4:
-        while data[pos:pos + 1].isspace():
-            pos += 1
-        if data[pos:pos + 1] == b'#':
-            while data[pos:pos + 1] not in (b'\n', b''):
-                pos += 1
-            continue
-        start = pos
-        while not data[pos:pos + 1].isspace():
-            pos += 1
-        fields.append(data[start:pos])
-    return (int(fields[1]), int(fields[2])), data[pos + 1:]
-(sa, a), (sb, b) = read(sys.argv[1]), read(sys.argv[2])
-if sa != sb or len(a) != len(b):
-    print("size"); sys.exit()
-sq = sum((x - y) * (x - y) for x, y in zip(a, b))
-print("inf" if sq == 0 else "%.2f" % (10 * math.log10(255.0 * 255.0 * len(a) / sq)))
-PY
-}
 
 # The JBIG2 images of a PDF: writes OBJ W H lines and their raw streams
 # as $2/OBJ.jb2 (through qpdf's uncompressed, object-stream-free form).
@@ -106,17 +76,6 @@ print(f[1].decode(), f[2].decode())
 PY
 }
 
-below() {  # page dB renderer: notes or problems for a PSNR under 30 dB
-  local entry
-  [ "$2" != "inf" ] && awk -v x="$2" 'BEGIN{exit !(x < 30)}' || return 0
-  entry="${known_below["$file:$1"]:-}"
-  if [ -n "$entry" ] && awk -v x="$2" -v f="${entry%% *}" 'BEGIN{exit !(x >= f)}'; then
-    notes+=("page $1 at $2 dB ($3): ${entry#* }")
-  else
-    problems+=("page $1 at $2 dB ($3)")
-  fi
-}
-
 render_check() {  # in out page dpi
   local in="$1" out="$2" page="$3" dpi="$4" db
   rm -f "$work"/ra* "$work"/rb*
@@ -127,7 +86,7 @@ render_check() {  # in out page dpi
   db="$(psnr "$work/ra.pgm" "$work/rb.pgm")"
   checked+=("p$page@$dpi:$db")
   [ "$db" = "size" ] && { problems+=("page $page changed size"); return; }
-  below "$page" "$db" "pdftoppm, $dpi dpi"
+  judge_psnr "$page" "$db" 30 "pdftoppm, $dpi dpi"
   [ "$have_mutool" = 1 ] && [ "$dpi" -gt 72 ] || return
   mutool draw -q ${password:+-p "$password"} -r "$dpi" -c gray -o "$work/rma.pgm" "$in" "$page" 2> /dev/null
   mutool draw -q ${password:+-p "$password"} -r "$dpi" -c gray -o "$work/rmb.pgm" "$out" "$page" 2> "$work/rmb.err"
@@ -136,7 +95,7 @@ render_check() {  # in out page dpi
   db="$(psnr "$work/rma.pgm" "$work/rmb.pgm")"
   checked+=("mu$page:$db")
   [ "$db" = "size" ] && { problems+=("page $page changed size (mutool)"); return; }
-  below "$page" "$db" "mutool, $dpi dpi"
+  judge_psnr "$page" "$db" 30 "mutool, $dpi dpi"
 }
 
 tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do

@@ -19,10 +19,7 @@ set -uo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../corpus-lib.sh"
 corpus="$1"; build="$2"; work="$3"
 manifest="$corpus/MANIFEST.tsv"
-bin=""
-for t in "$build/frontend/trimora" "$build/trimora"; do
-  [ -x "$t" ] && { bin="$t"; break; }
-done
+bin="$(find_program "$build" trimora)"
 [ -f "$manifest" ] || { echo "SKIP $corpus: no MANIFEST.tsv"; exit 0; }
 have_qpdf=1; command -v qpdf > /dev/null 2>&1 || have_qpdf=0
 have_render=1
@@ -45,29 +42,6 @@ settings base false false
 settings pal true false
 settings quant true true
 
-# PSNR in dB of two PPM/PGM files of the same size ("inf" when identical,
-# "size" when the sizes differ).
-psnr() {
-  python3 - "$1" "$2" << 'PY'
-import math, sys
-def read(path):
-    data = open(path, 'rb').read()
-    fields, pos = [], 0
-    while len(fields) < 4:
-        while data[pos:pos + 1].isspace():
-            pos += 1
-        start = pos
-        while not data[pos:pos + 1].isspace():
-            pos += 1
-        fields.append(data[start:pos])
-    return (int(fields[1]), int(fields[2])), data[pos + 1:]
-(sa, a), (sb, b) = read(sys.argv[1]), read(sys.argv[2])
-if sa != sb or len(a) != len(b):
-    print("size"); sys.exit()
-sq = sum((x - y) * (x - y) for x, y in zip(a, b))
-print("inf" if sq == 0 else "%.2f" % (10 * math.log10(255.0 * 255.0 * len(a) / sq)))
-PY
-}
 
 # The pages (at most three) whose image list differs between two files:
 # page, colour, components, depth and size of each image, in order.
