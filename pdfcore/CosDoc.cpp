@@ -156,10 +156,15 @@ ASInt32 CosDocGetObjTableSize(CosDoc doc) {
     return static_cast<ASInt32>(doc->xref.size());
 }
 
+ASInt32 CosDocNextObjID(CosDoc doc, ASInt32 id) {
+    CosDocValidate(doc);
+    return static_cast<ASInt32>(doc->xref.NextMade(static_cast<size_t>(std::max(id, 0)) + 1));
+}
+
 ASInt32 CosDocLoadAllObjects(CosDoc doc) {
     CosDocValidate(doc);
     ASInt32 loaded = 0;
-    for (size_t i = 1; i < doc->xref.size(); ++i) {
+    for (size_t i = doc->xref.NextMade(1); i < doc->xref.size(); i = doc->xref.NextMade(i + 1)) {
         CosObj o = CosDocGetObjByID(doc, static_cast<ASInt32>(i));
         const CosXrefEntry* e = doc->xref.Find(i);
         if (!CosObjIsNull(o) || (e && e->obj)) ++loaded;

@@ -30,6 +30,10 @@ CosObj CosDocGetObjByID(CosDoc doc, ASInt32 objNum);
 ASInt32 CosDocGetObjTableSize(CosDoc doc);
 // Loads every object of the table (for checks); returns how many loaded.
 ASInt32 CosDocLoadAllObjects(CosDoc doc);
+// The next object number after `id` that may hold an object, or the table
+// size when there is none: a loop over every object skips, with it, the
+// long empty stretches that damaged files can give the table.
+ASInt32 CosDocNextObjID(CosDoc doc, ASInt32 id);
 // Where an object of an opened file is stored, as its table says (for the
 // inspection tools): at a file offset (relative to the header), or as
 // element `index` of the object stream whose number is in `offset`.

@@ -77,6 +77,17 @@ public:
     }
     const CosXrefEntry* Find(size_t n) const { return const_cast<CosObjTable*>(this)->Find(n); }
 
+    // The first number at or after `n` whose block exists (`size()` when
+    // none): loops over all numbers skip the empty stretches with it.
+    size_t NextMade(size_t n) const {
+        for (size_t b = n >> kBlockBits; b < m_blocks.size(); ++b) {
+            if (!m_blocks[b]) continue;
+            size_t first = std::max(n, b << kBlockBits);
+            return std::min(first, m_size);
+        }
+        return m_size;
+    }
+
     // Blocks made so far (each holds kBlockSize entries).
     size_t BlocksMade() const {
         return static_cast<size_t>(std::count_if(m_blocks.begin(), m_blocks.end(), [](const auto& b) { return b != nullptr; }));

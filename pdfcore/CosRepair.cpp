@@ -187,9 +187,12 @@ void CosRepairer::EnsureRoot(CosObj trailer) {
     }
     // The catalog may sit inside an object stream.
     bool hasPages = false;
-    for (size_t n = CosDocXref(m_doc).size(); n-- > 1;) {
-        const CosXrefEntry* e = CosDocXref(m_doc).Find(n);
-        if (!e || e->kind != CosXrefEntry::kInObjStm) continue;
+    std::vector<size_t> packed;
+    CosDocXref(m_doc).ForEach([&packed](size_t n, const CosXrefEntry& e) {
+        if (n > 0 && e.kind == CosXrefEntry::kInObjStm) packed.push_back(n);
+    });
+    for (auto it = packed.rbegin(); it != packed.rend(); ++it) {
+        const size_t n = *it;
         CosObj o = CosDocGetObjByID(m_doc, static_cast<ASInt32>(n));
         if (isCatalog(o)) {
             CosDictPut(trailer, cosnames::Root, o);
@@ -240,7 +243,7 @@ CosObj CosFindPageTreeRoot(CosDoc doc, CosObj catalog) {
     std::vector<CosObj> nodes;
     std::vector<CosObj> pages;
     std::set<CosObj> listed;
-    for (ASInt32 id = 1, n = CosDocGetObjTableSize(doc); id < n; ++id) {
+    for (ASInt32 id = CosDocNextObjID(doc, 0); id < CosDocGetObjTableSize(doc); id = CosDocNextObjID(doc, id)) {
         CosObj obj = CosDocGetObjByID(doc, id);
         if (CosObjGetType(obj) != kCosDict) continue;
         ASAtom type = CosDictGetName(obj, cosnames::Type);

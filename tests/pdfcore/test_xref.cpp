@@ -234,6 +234,10 @@ TEST(CosObjTable, HighObjectNumbersCostAFewBlocks) {
         const CosObjTable& table = CosDocXref(pd.cos());
         EXPECT_EQ(table.size(), static_cast<size_t>(far) + 2);
         EXPECT_LE(table.BlocksMade(), 2u);
+        // Loops over every object skip the empty stretch between 1 and far.
+        const ASInt32 lastOfFirstBlock = ASInt32(CosObjTable::kBlockSize) - 1;
+        EXPECT_EQ(CosDocNextObjID(pd.cos(), lastOfFirstBlock), far & ~lastOfFirstBlock);
+        EXPECT_EQ(CosDocNextObjID(pd.cos(), far + 1), far + 2);
         EXPECT_EQ(CosDocLoadAllObjects(pd.cos()), 3);
         EXPECT_LE(table.BlocksMade(), 2u);  // reading absent numbers makes nothing
     }
