@@ -72,6 +72,46 @@ void OnJbig2Error(void* data, const char* msg, Jbig2Severity severity, uint32_t)
     if (severity == JBIG2_SEVERITY_FATAL && st->fatal.empty()) st->fatal = msg ? msg : "fatal error";
 }
 
+uint32_t Be32(const uint8_t* p) {
+    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
+}
+
+// The bytes of the bitmap that the first page information segment of
+// embedded JBIG2 data declares (0 when none is found before a segment whose
+// length is unknown, or when the page's height is left open for striping).
+// Read ahead of the decoder, which would allocate the page first.
+uint64_t DeclaredPageBytes(const Bytes& d) {
+    size_t p = 0;
+    while (p + 6 <= d.size()) {
+        const uint32_t number = Be32(&d[p]);
+        const uint8_t flags = d[p + 4];
+        size_t q = p + 5;
+        uint32_t referred = d[q] >> 5;
+        if (referred == 7) {
+            if (q + 4 > d.size()) return 0;
+            referred = Be32(&d[q]) & 0x1FFFFFFF;
+            q += 4 + (uint64_t(referred) + 8) / 8;
+        } else if (referred > 4) {
+            return 0;
+        } else {
+            q += 1;
+        }
+        const size_t refSize = number <= 256 ? 1 : number <= 65536 ? 2 : 4;
+        q += uint64_t(referred) * refSize + ((flags & 0x40) ? 4 : 1);
+        if (q + 4 > d.size()) return 0;
+        const uint32_t length = Be32(&d[q]);
+        q += 4;
+        if ((flags & 0x3F) == 48) {
+            if (q + 8 > d.size()) return 0;
+            const uint32_t w = Be32(&d[q]), h = Be32(&d[q + 4]);
+            return h == 0xFFFFFFFF ? 0 : (uint64_t(w) + 7) / 8 * h;
+        }
+        if (length == 0xFFFFFFFF || length > d.size() - q) return 0;
+        p = q + length;
+    }
+    return 0;
+}
+
 class JBIG2Stage : public FilterStage {
 public:
     explicit JBIG2Stage(Bytes globals) : globals_(std::move(globals)) {}
@@ -82,6 +122,9 @@ protected:
         // A bilevel page of 256 MiB is some 45000 x 45000 pixels, far past any
         // scanner; a forged page size must not cost more than that.
         const uint64_t pageBudget = std::min<uint64_t>(Limit(), uint64_t(256) << 20);
+        // A page whose bitmap could not be output anyway is refused before
+        // the decoder allocates it.
+        if (DeclaredPageBytes(in_) > pageBudget) throw OutputTooLarge{};
         BudgetAllocator alloc{{BudgetAlloc, BudgetFree, BudgetRealloc}, pageBudget * 2 + (64u << 20), 0};
         ErrorState err;
         Jbig2Allocator* a = &alloc.base;

@@ -289,4 +289,31 @@ TEST(JBIG2, MMRGenericRegionIsInvertedForPdf) {
     Bytes rest(page.begin() + 11 + 19, page.end());
     EXPECT_EQ(DecodeChain(rest, {{"JBIG2Decode", withGlobals}}).status, DecodeStatus::Corrupt);
     EXPECT_EQ(DecodeChain(B("garbage"), {{"JBIG2Decode", {}}}).status, DecodeStatus::Corrupt);
+    // The limit holds the page's bitmap exactly (10 bytes by 20 rows).
+    DecodeOptions exact;
+    exact.maxOutput = 200;
+    EXPECT_EQ(DecodeChain(page, {{"JBIG2Decode", {}}}, exact).data.size(), 200u);
+}
+
+TEST(JBIG2, PageLargerThanTheLimitIsRefusedBeforeDecoding) {
+    // An extension segment, then page information numbered 300 (referring
+    // twice to segment 0, in two bytes each) for a page of 40000 x 40000
+    // pixels: 200 MB of bitmap that the decoder must not allocate when only
+    // 1 MB may come out.
+    Bytes page;
+    Segment(page, 0, 62, {0, 0});
+    Put32(page, 300);
+    page.push_back(48);
+    page.push_back(0x40);  // two referred-to segments, short form
+    for (int i = 0; i < 4; ++i) page.push_back(0);
+    page.push_back(1);     // page 1
+    Bytes info;
+    Put32(info, 40000);
+    Put32(info, 40000);
+    for (int i = 0; i < 11; ++i) info.push_back(0);
+    Put32(page, static_cast<uint32_t>(info.size()));
+    page.insert(page.end(), info.begin(), info.end());
+    DecodeOptions small;
+    small.maxOutput = 1 << 20;
+    EXPECT_EQ(RaisedError([&] { DecodeChain(page, {{"JBIG2Decode", {}}}, small); }), kErrTooComplex);
 }
