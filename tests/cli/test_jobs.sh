@@ -6,6 +6,7 @@
 set -u
 bin=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 command -v python3 >/dev/null || { echo "SKIP: python3 is needed to build the fixtures"; exit 0; }
+. "$(dirname "$0")/pdfgen.sh"
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmjobs.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -13,35 +14,6 @@ fails=0
 fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 has() { grep -qF -- "$2" "$1" || fail "$3: missing line '$2' in $(cat "$1")"; }
 hasnt() { ! grep -qF -- "$2" "$1" || fail "$3: unexpected '$2'"; }
-
-# make_pdf FILE PAGES: a small PDF whose page N shows the text "Page N".
-make_pdf() {
-    python3 - "$1" "$2" <<'PY'
-import sys
-path, n = sys.argv[1], int(sys.argv[2])
-objs = ["<< /Type /Catalog /Pages 2 0 R >>", None,
-        "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"]
-kids = []
-for i in range(n):
-    content = "BT /F1 24 Tf 72 700 Td (Page %d) Tj ET" % (i + 1)
-    objs.append("<< /Length %d >>\nstream\n%s\nendstream" % (len(content), content))
-    objs.append("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Contents %d 0 R "
-                "/Resources << /Font << /F1 3 0 R >> >> >>" % (len(objs)))
-    kids.append("%d 0 R" % len(objs))
-objs[1] = "<< /Type /Pages /Kids [%s] /Count %d >>" % (" ".join(kids), n)
-out = b"%PDF-1.4\n"
-offsets = []
-for i, o in enumerate(objs):
-    offsets.append(len(out))
-    out += ("%d 0 obj\n%s\nendobj\n" % (i + 1, o)).encode()
-xref = len(out)
-out += ("xref\n0 %d\n0000000000 65535 f \n" % (len(objs) + 1)).encode()
-for off in offsets:
-    out += ("%010d 00000 n \n" % off).encode()
-out += ("trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objs) + 1, xref)).encode()
-open(path, "wb").write(out)
-PY
-}
 
 pages() {  # page count through qpdf when present, else a rough count of page objects
     if command -v qpdf >/dev/null; then qpdf --show-npages "$1" 2>/dev/null

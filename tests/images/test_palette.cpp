@@ -192,63 +192,60 @@ TEST_F(Colours, PalettisesExactlyAtTheSmallestDepthKeepingTheBase) {
 }
 
 TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
-    // Only black and white: 1-bit DeviceGray, no table, Decode kept.
-    Bytes bw(200 * 100);
-    for (size_t i = 0; i < bw.size(); ++i) bw[i] = ((i / 200) / 10 + (i % 200) / 25) % 2 ? 255 : 0;
+    // 200 x 100 gray in stripes of the given levels.
+    auto stripes = [](std::vector<uint8_t> levels) {
+        Bytes b(200 * 100);
+        for (size_t i = 0; i < b.size(); ++i) b[i] = levels[(i / 200 / 5 + i % 200 / 20) % levels.size()];
+        return b;
+    };
+    std::vector<uint8_t> seventeen;
+    for (int k = 0; k < 17; ++k) seventeen.push_back(uint8_t(3 + 11 * k));
+    const Bytes bw = stripes({0, 255}), four = stripes({0, 85, 170, 255});
+    // Black and white: 1-bit DeviceGray, no table; four levels on the 2-bit
+    // grid: 2-bit gray; three levels off the grid: a 2-bit table over
+    // DeviceGray; seventeen would need 8 bits, no smaller than the image.
+    struct Case {
+        Bytes data;
+        int bits;
+        bool table;
+    };
+    for (const Case& c : {Case{bw, 1, false}, Case{four, 2, false}, Case{stripes({30, 100, 240}), 2, true},
+                          Case{stripes(seventeen), 8, false}}) {
+        CosObj img = Image(200, 100, Name("DeviceGray"), 8, c.data);
+        EXPECT_EQ(ReduceColours(img, Palettize()).outcome,
+                  c.bits == 8 ? ColourOutcome::Unchanged : ColourOutcome::Palettized);
+        EXPECT_EQ(Int(img, "BitsPerComponent"), c.bits);
+        if (c.table)
+            EXPECT_EQ(Drawn(img), c.data);
+        else
+            EXPECT_EQ(NameOf(img, "ColorSpace"), "DeviceGray") << c.bits;
+    }
+
+    // A Decode array is kept over the new 1-bit samples.
     CosObj img = Image(200, 100, Name("DeviceGray"), 8, bw);
     CosDictPut(img, A("Decode"), Ints({1, 0}));
-    ColourResult r = ReduceColours(img, Palettize());
-    ASSERT_EQ(r.outcome, ColourOutcome::Palettized) << r.reason;
-    EXPECT_EQ(CosDictGetInt(img, A("BitsPerComponent"), 0), 1);
-    EXPECT_EQ(CosDictGetName(img, A("ColorSpace")), A("DeviceGray"));
+    ASSERT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Palettized);
     EXPECT_EQ(CosObjGetType(CosDictGet(img, A("Decode"))), kCosArray);
     EXPECT_EQ(CosStreamDecodedData(img).size(), 25u * 100u);
     std::vector<int> white;
     for (uint8_t v : bw) white.push_back(v ? 1 : 0);
     EXPECT_EQ(Indices(img), white);
 
-    // Four levels on the 2-bit grid: 2-bit gray.
-    Bytes four(200 * 100);
-    for (size_t i = 0; i < four.size(); ++i) four[i] = uint8_t(85 * ((i / 200 / 5 + i % 200 / 20) % 4));
-    CosObj img2 = Image(200, 100, Name("DeviceGray"), 8, four);
-    ASSERT_EQ(ReduceColours(img2, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_EQ(CosDictGetInt(img2, A("BitsPerComponent"), 0), 2);
-    EXPECT_EQ(CosDictGetName(img2, A("ColorSpace")), A("DeviceGray"));
-
-    // Three levels off the grid: a 2-bit table over DeviceGray.
-    Bytes three(200 * 100);
-    const uint8_t levels[3] = {30, 100, 240};
-    for (size_t i = 0; i < three.size(); ++i) three[i] = levels[(i / 200 / 5 + i % 200 / 20) % 3];
-    CosObj img3 = Image(200, 100, Name("DeviceGray"), 8, three);
-    ASSERT_EQ(ReduceColours(img3, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_EQ(CosDictGetInt(img3, A("BitsPerComponent"), 0), 2);
-    EXPECT_EQ(Drawn(img3), three);
-
-    // Seventeen levels would need 8 bits, no smaller than the image.
-    Bytes many(200 * 100);
-    for (size_t i = 0; i < many.size(); ++i) many[i] = uint8_t(3 + 11 * ((i / 200 / 5 + i % 200 / 20) % 17));
-    CosObj img4 = Image(200, 100, Name("DeviceGray"), 8, many);
-    EXPECT_EQ(ReduceColours(img4, Palettize()).outcome, ColourOutcome::Unchanged);
-    EXPECT_EQ(CosDictGetInt(img4, A("BitsPerComponent"), 0), 8);
-
     // A key on gray levels moves to the new depth: [200 255] holds only
     // white, which is 1 at one bit; [10 20] holds no level at all.
-    CosObj keyed = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(keyed, A("Mask"), Ints({200, 255}));
-    ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
-    CosObj mask = CosDictGet(keyed, A("Mask"));
-    ASSERT_EQ(CosObjGetType(mask), kCosArray);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 0)), 1);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 1)), 1);
-    CosObj keyed2 = Image(200, 100, Name("DeviceGray"), 8, four);
-    CosDictPut(keyed2, A("Mask"), Ints({80, 175}));
-    ASSERT_EQ(ReduceColours(keyed2, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 0)), 1);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 1)), 2);
-    CosObj unkeyed = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(unkeyed, A("Mask"), Ints({10, 20}));
-    ASSERT_EQ(ReduceColours(unkeyed, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_FALSE(CosDictKnown(unkeyed, A("Mask")));
+    auto keyed = [&](const Bytes& data, std::initializer_list<int> key) {
+        CosObj k = Image(200, 100, Name("DeviceGray"), 8, data);
+        CosDictPut(k, A("Mask"), Ints(key));
+        EXPECT_EQ(ReduceColours(k, Palettize()).outcome, ColourOutcome::Palettized);
+        CosObj mask = CosDictGet(k, A("Mask"));
+        std::vector<int> out;
+        for (ASInt32 i = 0; CosObjGetType(mask) == kCosArray && i < CosArrayLength(mask); ++i)
+            out.push_back(CosIntegerValue(CosArrayGet(mask, i)));
+        return out;
+    };
+    EXPECT_EQ(keyed(bw, {200, 255}), (std::vector<int>{1, 1}));
+    EXPECT_EQ(keyed(four, {80, 175}), (std::vector<int>{1, 2}));
+    EXPECT_EQ(keyed(bw, {10, 20}), std::vector<int>{});
 
     // 4-bit black and white becomes 1-bit; 1-bit stays as it is.
     Bytes nib(100 * 50, 0);

@@ -320,16 +320,4 @@ TEST_F(ObjectMergeTest, IdentityObjectsAndCyclesAreKept) {
     EXPECT_TRUE(CarriesIdentity(page));
 }
 
-TEST_F(ObjectMergeTest, MergedObjectsAreNotWritten) {
-    CosObj p1 = AddPage(), p2 = AddPage();
-    const Bytes big = Ramp(20000, 5);
-    CosDictPut(p1, A("Thing"), Stream(big));
-    CosDictPut(p2, A("Thing"), Stream(big));
-    const std::string path = ::testing::TempDir() + "merged-objects.pdf";
-    MergeDuplicateObjects(doc);
-    const int64_t size = PDDocSave(pd, path, kCosSaveFull | kCosSaveCopy);
-    std::remove(path.c_str());
-    EXPECT_LT(size, 30000);  // one copy of the 20000 bytes, not two
-}
-
 }  // namespace
