@@ -74,18 +74,6 @@ check_pdf outdir/b.pdf 3 "directory output"
 hasnt err.txt "Merging input file" "directory output"
 has err.txt "Saving to output file: outdir/b.pdf" "directory output"
 
-# --- output names in a directory: "\\" counts as a separator too; a name
-# without any separator gives the directory itself, which cannot be written
-cp in/a.pdf 'win\a.pdf'
-mkdir outdir2
-run 'win\a.pdf' -o outdir2
-check_pdf outdir2/a.pdf 2 "backslash separator"
-cp in/a.pdf bare.pdf
-run bare.pdf -o outdir2
-has err.txt "Saving to output file: outdir2" "bare name"
-has err.txt "Error during processing" "bare name"
-[ -d outdir2 ] && [ ! -e outdir2/bare.pdf ] || fail "bare name: wrote into the directory"
-
 # --- one input without -o is replaced in place
 cp in/b.pdf inplace.pdf
 run inplace.pdf
@@ -131,14 +119,6 @@ hasnt err.txt "starting size" "0-byte starting size"
 hasnt err.txt "percent" "0-byte starting size"
 has err.txt "   elapsed time   : " "0-byte starting size"
 
-# --- an output larger than its input reports "percent grown" with a positive number
-run in/a.pdf -o grown.pdf -encrypt -ownerPass secret
-if [ "$(stat -c %s grown.pdf 2>/dev/null || echo 0)" -gt "$(stat -c %s in/a.pdf)" ]; then
-    grep -qE '^   percent grown  = [0-9]+\.[0-9]%$' err.txt || fail "grown: no 'percent grown' line: $(cat err.txt)"
-else
-    fail "grown: the encrypted output is not larger than its input"
-fi
-
 # --- a failed save leaves the input byte for byte as it was
 cp in/b.pdf keep.pdf
 chmod u+w keep.pdf
@@ -165,10 +145,7 @@ if command -v qpdf >/dev/null; then
     fi
 fi
 
-# --- inputs that are not PDFs end in a clear message, never a crash
-printf 'not a pdf at all' > junk.pdf
-run junk.pdf -o junk-out.pdf
-has err.txt "Error during processing" "junk input"
+# --- an empty input ends in a clear message, never a crash
 : > empty.pdf
 run empty.pdf -o empty-out.pdf
 has err.txt "Error during processing" "empty input"
