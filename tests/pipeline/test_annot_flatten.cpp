@@ -211,14 +211,13 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     EXPECT_EQ(Stat("AcroForms_Total"), 3);
     EXPECT_EQ(Stat("AcroForms_Flattened"), 3);
     EXPECT_EQ(Stat("AcroForms_Removed"), 0);
-}
 
-TEST_F(AnnotFlattenTest, FieldsTheFormAsksViewersToDrawAreReported) {
+    // A field without appearance in a form that asks viewers to make one
+    // is removed and reported.
     CosDictPut(cat, A("AcroForm"), Dict({{"NeedAppearances", Bool(true)}}, true));
-    CosObj page = AddPage("");
-    Set(Annot(page, "Widget", {0, 0, 10, 10}), {{"T", Str("text")}});
-    auto c = Flatten(page);
-    EXPECT_EQ(c.widgetsRemoved, 1);
+    CosObj page3 = AddPage("");
+    Set(Annot(page3, "Widget", {0, 0, 10, 10}), {{"T", Str("text")}});
+    EXPECT_EQ(Flatten(page3).widgetsRemoved, 1);
     EXPECT_TRUE(cap.Logged("asks viewers to make one"));
 }
 
@@ -255,7 +254,7 @@ TEST_F(AnnotFlattenTest, BadAnnotationsAreLeftInPlaceAndTheRestFlattened) {
     EXPECT_TRUE(cap.Logged("not an array"));
 }
 
-TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
+TEST_F(AnnotFlattenTest, UnbalancedOrUnreadableContentCannotUndoTheWrapping) {
     CosObj page = AddPage("Q Q q 1 0 0 1 5 5 cm BT /F1 1 Tf");
     SetAppearance(Annot(page, "Square"), Form(""));
     Flatten(page);
@@ -263,14 +262,13 @@ TEST_F(AnnotFlattenTest, UnbalancedContentCannotUndoTheWrapping) {
     // closed and the two states left open are restored.
     EXPECT_EQ(Content(page),
               "q q q \nQ Q q 1 0 0 1 5 5 cm BT /F1 1 Tf\n\nET Q Q q 1 0 0 1 0 0 cm /TMRAnnot1 Do Q ");
-}
 
-TEST_F(AnnotFlattenTest, ContentThatCannotBeDecodedIsKept) {
-    CosObj page = AddPage("");
-    CosObj broken = Set(CosDictGet(page, cosnames::Contents), {{"Filter", Name("FlateDecode")}});
-    SetAppearance(Annot(page, "Square"), Form(""));
-    Flatten(page);
-    CosObj contents = CosDictGet(page, cosnames::Contents);
+    // Content that cannot be decoded is kept as it is, between the wrapping.
+    CosObj page2 = AddPage("");
+    CosObj broken = Set(CosDictGet(page2, cosnames::Contents), {{"Filter", Name("FlateDecode")}});
+    SetAppearance(Annot(page2, "Square"), Form(""));
+    Flatten(page2);
+    CosObj contents = CosDictGet(page2, cosnames::Contents);
     ASSERT_EQ(CosObjGetType(contents), kCosArray);
     ASSERT_EQ(CosArrayLength(contents), 3);
     EXPECT_TRUE(CosObjEqual(CosArrayGet(contents, 1), broken));

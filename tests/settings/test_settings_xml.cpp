@@ -203,6 +203,10 @@ TEST(SettingsXml, RoundTripOfEverySettingChanged) {
     ASSERT_TRUE(ReadXmlSettings(read, path, log.log)) << log.Text();
     EXPECT_EQ(Differing(read, written), std::vector<std::string>{});
     EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+
+    // A file that cannot be written is reported.
+    EXPECT_FALSE(WriteXmlSettings(written, "/nonexistent-dir/x.tmc", log.log));
+    EXPECT_NE(log.Text().find("occured while writing the preferences\n"), std::string::npos);
 }
 
 TEST(SettingsXml, WrittenShapeStartsWithDeclarationAndKeepsSectionOrder) {
@@ -308,13 +312,6 @@ TEST(SettingsXml, SecurityAndStampDetails) {
     EXPECT_DOUBLE_EQ(st.textColor[0], 1.0);
     EXPECT_NEAR(st.textColor[1], 128 / 255.0, 1e-9);
     EXPECT_TRUE(st.Enabled());
-}
-
-TEST(SettingsXml, WriteToUnwritablePathReportsError) {
-    CapturedLog log;
-    CTrimoraPreferences p;
-    EXPECT_FALSE(WriteXmlSettings(p, "/nonexistent-dir/x.tmc", log.log));
-    EXPECT_NE(log.Text().find("occured while writing the preferences\n"), std::string::npos);
 }
 
 TEST(SettingsXml, EveryTruncationOfAFullFileEndsCleanly) {
