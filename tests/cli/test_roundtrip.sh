@@ -46,12 +46,10 @@ make_fixture "$work/in.pdf"
 if ! "$tool" --rewrite "$work/in.pdf" "$work/out.pdf" > "$work/rw.txt" 2>&1; then
   fail "rewrite failed: $(cat "$work/rw.txt")"
 else
-  head -c 9 "$work/out.pdf" | od -c | grep -q '%   P   D   F   -   1   .   3  \\r' || fail "header is not %PDF-1.3 CR"
-  [ "$(tail -c 7 "$work/out.pdf" | od -An -c | tr -s ' ')" = " \r % % E O F \r" ] || fail "does not end in CR %%EOF CR"
-  grep -q 'UNUSED-OBJECT-MARK' "$work/out.pdf" && fail "unreferenced object was written"
+  # The written bytes themselves (header, end marker, what is dropped) are
+  # checked by the save unit tests.
   grep -q '(New) Tj' "$work/out.pdf" || fail "the updated content stream is missing"
   grep -q '(Old) Tj' "$work/out.pdf" && fail "the replaced content stream was written"
-  grep -aq '/Prev' "$work/out.pdf" && fail "trailer kept /Prev"
   "$tool" "$work/out.pdf" > "$work/out.txt" 2>&1 || fail "output does not open: $(cat "$work/out.txt")"
   grep -q '^pages: 1$' "$work/out.txt" || fail "page count changed: $(grep pages "$work/out.txt")"
   grep -q '^objects: 6$' "$work/out.txt" || fail "expected objects 1-5 and the free entry: $(grep objects "$work/out.txt")"

@@ -14,42 +14,23 @@
 #include "images/ImageImport.h"
 #include "images/MemoryTiff.h"
 #include "pdfcore/CosNames.h"
+#include "tests/filters/FilterTestUtil.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using filters::Bytes;
 
 // A small JPEG with a JFIF density (unit 1 = dots per inch, 2 = per cm).
 Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool app14 = false) {
-    jpeg_compress_struct c;
-    jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long outSize = 0;
-    jpeg_mem_dest(&c, &out, &outSize);
-    c.image_width = JDIMENSION(w);
-    c.image_height = JDIMENSION(h);
-    c.input_components = components;
-    c.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 3 ? JCS_RGB : JCS_CMYK;
-    jpeg_set_defaults(&c);
-    c.write_JFIF_header = TRUE;
-    c.write_Adobe_marker = app14 ? TRUE : FALSE;
-    c.density_unit = UINT8(densityUnit);
-    c.X_density = UINT16(density);
-    c.Y_density = UINT16(density);
-    jpeg_start_compress(&c, TRUE);
-    std::vector<JSAMPLE> row(size_t(w) * size_t(components));
-    for (int y = 0; y < h; ++y) {
-        for (size_t i = 0; i < row.size(); ++i) row[i] = JSAMPLE((i * 7 + size_t(y) * 3) & 0xFF);
-        JSAMPROW p = row.data();
-        jpeg_write_scanlines(&c, &p, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    Bytes bytes(out, out + outSize);
-    free(out);
-    return bytes;
+    Bytes pixels(size_t(w) * size_t(h) * size_t(components));
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint8_t((i * 7 + i / size_t(w * components) * 3) & 0xFF);
+    const J_COLOR_SPACE space = components == 1 ? JCS_GRAYSCALE : components == 3 ? JCS_RGB : JCS_CMYK;
+    return filters::testing::EncodeJpeg(w, h, components, space, pixels, 75, [&](jpeg_compress_struct& c) {
+        c.write_JFIF_header = TRUE;
+        c.write_Adobe_marker = app14 ? TRUE : FALSE;
+        c.density_unit = UINT8(densityUnit);
+        c.X_density = c.Y_density = UINT16(density);
+    });
 }
 
 // A bilevel pattern, rows packed MSB first, 1 = black.
