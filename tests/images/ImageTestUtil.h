@@ -58,6 +58,11 @@ protected:
     CosObj FlateImage(int w, int h, const char* colourSpace, int bpc, const Bytes& raw, int level = 6) {
         return FlateImage(w, h, Name(colourSpace), bpc, raw, level);
     }
+    // `img` with `key` set to `value`.
+    static CosObj With(CosObj img, const char* key, CosObj value) {
+        CosDictPut(img, A(key), value);
+        return img;
+    }
     CosObj Name(const char* n) { return CosNewName(doc, false, A(n)); }
     CosObj Ints(std::initializer_list<int> v) {
         CosObj a = CosNewArray(doc, false);

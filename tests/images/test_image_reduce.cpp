@@ -216,8 +216,7 @@ TEST_F(Reduce, ColourKeyStaysExactAndLossless) {
                 raw.insert(raw.end(), {uint8_t(x % 2 ? 100 : 140), 0, 255});
             }
         }
-    CosObj img = FlateImage(40, 40, "DeviceRGB", 8, raw);
-    CosDictPut(img, A("Mask"), Ints({110, 130, 0, 0, 255, 255}));
+    CosObj img = With(FlateImage(40, 40, "DeviceRGB", 8, raw), "Mask", Ints({110, 130, 0, 0, 255, 255}));
     ReductionParams p = Downsample("box", ImageCompression::JPEG);
     ReductionResult r = ReduceImage(img, 600, 600, p);
     ASSERT_EQ(r.outcome, ReductionOutcome::Replaced) << r.reason;
@@ -279,8 +278,7 @@ TEST_F(Reduce, UnusualColourSpacesKeepTheirLook) {
     // A Decode array stays as it was; 4-bit samples become 8-bit.
     Bytes four = Noise(128 * 128 / 2, 3);
     for (uint8_t& b : four) b = uint8_t((b & 0x10 ? 0xF0 : 0) | (b & 0x01 ? 0x0F : 0));
-    CosObj dec = FlateImage(128, 128, "DeviceGray", 4, four);
-    CosDictPut(dec, A("Decode"), Ints({1, 0}));
+    CosObj dec = With(FlateImage(128, 128, "DeviceGray", 4, four), "Decode", Ints({1, 0}));
     ASSERT_EQ(Outcome(dec, 600, "point", ImageCompression::Flate), ReductionOutcome::Replaced);
     EXPECT_EQ(Int(dec, "BitsPerComponent"), 8);
     EXPECT_EQ(CosArrayLength(CosDictGet(dec, A("Decode"))), 2);
@@ -365,8 +363,7 @@ TEST_F(Reduce, InterpolateAndClasses) {
     EXPECT_EQ(ClassifyImage(Image(8, 8, Name("DeviceCMYK"), 8, Bytes(256))), ImageClass::Color);
     CosObj two = Indexed(Name("DeviceRGB"), 1, std::string("\0\0\0\xff\0\0", 6));
     EXPECT_EQ(ClassifyImage(Image(8, 8, two, 1, Bytes(8))), ImageClass::Mono);
-    CosObj stencil = Image(8, 8, CosNewNull(), 1, Bytes(8));
-    CosDictPut(stencil, A("ImageMask"), CosNewBoolean(doc, false, true));
+    CosObj stencil = With(Image(8, 8, CosNewNull(), 1, Bytes(8)), "ImageMask", CosNewBoolean(doc, false, true));
     EXPECT_EQ(ClassifyImage(stencil), ImageClass::Mono);
 }
 

@@ -57,6 +57,7 @@ protected:
     CosObj RgbJpeg(int w, int h, const Bytes& jpeg) {
         return ImageDocTest::Image(w, h, Name("DeviceRGB"), 8, jpeg, "DCTDecode");
     }
+    ColourOutcome Palettise(CosObj img) { return ReduceColours(img, Palettize()).outcome; }
     static ColourReductionParams Palettize() {
         ColourReductionParams p;
         p.palettize = true;
@@ -187,7 +188,7 @@ TEST_F(Colours, PalettisesExactlyAtTheSmallestDepthKeepingTheBase) {
     }
     // More than 256 colours: palettisation alone leaves the image.
     CosObj many = Image(64, 64, Name("DeviceRGB"), 8, Gradient(64, 64));
-    EXPECT_EQ(ReduceColours(many, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(many), ColourOutcome::Unchanged);
     EXPECT_EQ(CosDictGetName(many, A("ColorSpace")), A("DeviceRGB"));
 }
 
@@ -212,8 +213,7 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     for (const Case& c : {Case{bw, 1, false}, Case{four, 2, false}, Case{stripes({30, 100, 240}), 2, true},
                           Case{stripes(seventeen), 8, false}}) {
         CosObj img = Image(200, 100, Name("DeviceGray"), 8, c.data);
-        EXPECT_EQ(ReduceColours(img, Palettize()).outcome,
-                  c.bits == 8 ? ColourOutcome::Unchanged : ColourOutcome::Palettized);
+        EXPECT_EQ(Palettise(img), c.bits == 8 ? ColourOutcome::Unchanged : ColourOutcome::Palettized);
         EXPECT_EQ(Int(img, "BitsPerComponent"), c.bits);
         if (c.table)
             EXPECT_EQ(Drawn(img), c.data);
@@ -222,9 +222,8 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     }
 
     // A Decode array is kept over the new 1-bit samples.
-    CosObj img = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(img, A("Decode"), Ints({1, 0}));
-    ASSERT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Palettized);
+    CosObj img = With(Image(200, 100, Name("DeviceGray"), 8, bw), "Decode", Ints({1, 0}));
+    ASSERT_EQ(Palettise(img), ColourOutcome::Palettized);
     EXPECT_EQ(CosObjGetType(CosDictGet(img, A("Decode"))), kCosArray);
     EXPECT_EQ(CosStreamDecodedData(img).size(), 25u * 100u);
     std::vector<int> white;
@@ -234,9 +233,8 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     // A key on gray levels moves to the new depth: [200 255] holds only
     // white, which is 1 at one bit; [10 20] holds no level at all.
     auto keyed = [&](const Bytes& data, std::initializer_list<int> key) {
-        CosObj k = Image(200, 100, Name("DeviceGray"), 8, data);
-        CosDictPut(k, A("Mask"), Ints(key));
-        EXPECT_EQ(ReduceColours(k, Palettize()).outcome, ColourOutcome::Palettized);
+        CosObj k = With(Image(200, 100, Name("DeviceGray"), 8, data), "Mask", Ints(key));
+        EXPECT_EQ(Palettise(k), ColourOutcome::Palettized);
         CosObj mask = CosDictGet(k, A("Mask"));
         std::vector<int> out;
         for (ASInt32 i = 0; CosObjGetType(mask) == kCosArray && i < CosArrayLength(mask); ++i)
@@ -251,18 +249,17 @@ TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
     Bytes nib(100 * 50, 0);
     for (size_t i = 0; i < nib.size(); ++i) nib[i] = (i / 100 / 4 + i % 100 / 7) % 2 ? 0xF0 : 0x0F;
     CosObj img5 = Image(200, 50, Name("DeviceGray"), 4, nib);
-    ASSERT_EQ(ReduceColours(img5, Palettize()).outcome, ColourOutcome::Palettized);
+    ASSERT_EQ(Palettise(img5), ColourOutcome::Palettized);
     EXPECT_EQ(CosDictGetInt(img5, A("BitsPerComponent"), 0), 1);
     EXPECT_EQ(CosDictGetName(img5, A("ColorSpace")), A("DeviceGray"));
-    EXPECT_EQ(ReduceColours(img5, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(img5), ColourOutcome::Unchanged);
 }
 
 TEST_F(Colours, DecodeKeysAndSixteenBits) {
     // Decode [1 0 ...] is folded into the table and dropped.
     const Bytes raw = Blocks(128, 64, 6);
-    CosObj inv = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(inv, A("Decode"), Ints({1, 0, 0, 1, 1, 0}));
-    ASSERT_EQ(ReduceColours(inv, Palettize()).outcome, ColourOutcome::Palettized);
+    CosObj inv = With(Image(128, 64, Name("DeviceRGB"), 8, raw), "Decode", Ints({1, 0, 0, 1, 1, 0}));
+    ASSERT_EQ(Palettise(inv), ColourOutcome::Palettized);
     EXPECT_FALSE(CosDictKnown(inv, A("Decode")));
     Bytes expected = raw;
     for (size_t i = 0; i < expected.size(); ++i)
@@ -270,15 +267,13 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
     EXPECT_EQ(Drawn(inv), expected);
 
     // Any other Decode, or a Lab image with one, is left alone.
-    CosObj odd = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(odd, A("Decode"), Ints({0, 1, 0, 1, 1, 1}));
-    EXPECT_EQ(ReduceColours(odd, Palettize()).outcome, ColourOutcome::LeftAlone);
+    CosObj odd = With(Image(128, 64, Name("DeviceRGB"), 8, raw), "Decode", Ints({0, 1, 0, 1, 1, 1}));
+    EXPECT_EQ(Palettise(odd), ColourOutcome::LeftAlone);
 
     // A colour key: keyed colours take the first indices and the Mask
     // becomes their range, so the same pixels stay see-through.
-    CosObj keyed = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(keyed, A("Mask"), Ints({0, 120, 0, 255, 0, 255}));
-    ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
+    CosObj keyed = With(Image(128, 64, Name("DeviceRGB"), 8, raw), "Mask", Ints({0, 120, 0, 255, 0, 255}));
+    ASSERT_EQ(Palettise(keyed), ColourOutcome::Palettized);
     CosObj mask = CosDictGet(keyed, A("Mask"));
     ASSERT_EQ(CosObjGetType(mask), kCosArray);
     ASSERT_EQ(CosArrayLength(mask), 2);
@@ -304,12 +299,12 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
         wide.push_back(v);
     }
     CosObj img16 = Image(128, 64, Name("DeviceRGB"), 16, wide);
-    ASSERT_EQ(ReduceColours(img16, Palettize()).outcome, ColourOutcome::Palettized);
+    ASSERT_EQ(Palettise(img16), ColourOutcome::Palettized);
     EXPECT_EQ(Drawn(img16), raw);
     // ...real 16-bit ones are not.
     wide[1] ^= 1;
     CosObj real16 = Image(128, 64, Name("DeviceRGB"), 16, wide);
-    EXPECT_EQ(ReduceColours(real16, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(real16), ColourOutcome::Unchanged);
     EXPECT_EQ(CosDictGetInt(real16, A("BitsPerComponent"), 0), 16);
 }
 
@@ -329,37 +324,31 @@ TEST_F(Colours, ReplacesOnlyWhenSmallerAndLeavesOtherKindsAlone) {
     CosObj img = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
     CosObj smask = Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200));
     CosDictPut(img, A("SMask"), smask);
-    ASSERT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Palettized);
+    ASSERT_EQ(Palettise(img), ColourOutcome::Palettized);
     EXPECT_EQ(CosDictGet(img, A("SMask")), smask);
     EXPECT_EQ(CosDictGetInt(smask, A("BitsPerComponent"), 0), 8);
 
     // A soft mask with a Matte colour pins the image's colour space; a gray
     // image can still drop to fewer bits in its own space.
     CosObj matted = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
-    CosObj matte = Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200));
-    CosDictPut(matte, A("Matte"), Ints({1, 1, 1}));
+    CosObj matte = With(Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200)), "Matte", Ints({1, 1, 1}));
     CosDictPut(matted, A("SMask"), matte);
-    EXPECT_EQ(ReduceColours(matted, Palettize()).outcome, ColourOutcome::LeftAlone);
+    EXPECT_EQ(Palettise(matted), ColourOutcome::LeftAlone);
     Bytes bw(128 * 64);
     for (size_t i = 0; i < bw.size(); ++i) bw[i] = (i / 128 + i % 128 / 9) % 2 ? 255 : 0;
-    CosObj grayMatted = Image(128, 64, Name("DeviceGray"), 8, bw);
-    CosDictPut(grayMatted, A("SMask"), matte);
-    EXPECT_EQ(ReduceColours(grayMatted, Palettize()).outcome, ColourOutcome::Palettized);
+    EXPECT_EQ(Palettise(With(Image(128, 64, Name("DeviceGray"), 8, bw), "SMask", matte)), ColourOutcome::Palettized);
 
     // Already Indexed, image masks, nothing asked for, damaged data.
-    EXPECT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(img), ColourOutcome::Unchanged);
     CosObj stencil = Image(64, 64, Name("DeviceGray"), 1, Bytes(512, 0x0F));
     CosDictPut(stencil, A("ImageMask"), CosNewBoolean(doc, false, true));
-    EXPECT_EQ(ReduceColours(stencil, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(stencil), ColourOutcome::Unchanged);
     CosObj plain = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
     EXPECT_EQ(ReduceColours(plain, ColourReductionParams{}).outcome, ColourOutcome::Unchanged);
-    CosObj shortData = Image(128, 64, Name("DeviceRGB"), 8, Bytes(100, 1));
-    EXPECT_EQ(ReduceColours(shortData, Palettize()).outcome, ColourOutcome::Bad);
-    CosObj badKey = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
-    CosDictPut(badKey, A("Mask"), Ints({1, 2}));
-    EXPECT_EQ(ReduceColours(badKey, Palettize()).outcome, ColourOutcome::Bad);
-    CosObj huge = Image(60000, 60000, Name("DeviceRGB"), 8, Bytes(10, 0));
-    EXPECT_EQ(ReduceColours(huge, Palettize()).outcome, ColourOutcome::LeftAlone);
+    EXPECT_EQ(Palettise(Image(128, 64, Name("DeviceRGB"), 8, Bytes(100, 1))), ColourOutcome::Bad);
+    CosObj badKey = With(Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4)), "Mask", Ints({1, 2}));
+    EXPECT_EQ(Palettise(badKey), ColourOutcome::Bad);
+    EXPECT_EQ(Palettise(Image(60000, 60000, Name("DeviceRGB"), 8, Bytes(10, 0))), ColourOutcome::LeftAlone);
 }
 
 TEST_F(Colours, JpegsArePalettisedFromTheirDecodedPixels) {
@@ -437,11 +426,9 @@ TEST_F(Colours, QuantisationOnlyForPlainRGBAndOnlyWhenSmaller) {
     Bytes gray(160 * 120);
     for (size_t i = 0; i < gray.size(); ++i) gray[i] = uint8_t(i % 160 + i / 160 / 2);
     EXPECT_EQ(ReduceColours(Image(160, 120, Name("DeviceGray"), 8, gray), p).outcome, ColourOutcome::Unchanged);
-    CosObj keyed = Image(160, 120, Name("DeviceRGB"), 8, grad);
-    CosDictPut(keyed, A("Mask"), Ints({0, 10, 0, 10, 0, 10}));
+    CosObj keyed = With(Image(160, 120, Name("DeviceRGB"), 8, grad), "Mask", Ints({0, 10, 0, 10, 0, 10}));
     EXPECT_EQ(ReduceColours(keyed, p).outcome, ColourOutcome::LeftAlone);
-    CosObj decoded = Image(160, 120, Name("DeviceRGB"), 8, grad);
-    CosDictPut(decoded, A("Decode"), Ints({1, 0, 1, 0, 1, 0}));
+    CosObj decoded = With(Image(160, 120, Name("DeviceRGB"), 8, grad), "Decode", Ints({1, 0, 1, 0, 1, 0}));
     EXPECT_EQ(ReduceColours(decoded, p).outcome, ColourOutcome::LeftAlone);
 }
 
