@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -178,6 +179,11 @@ protected:
         ctx.pageNumber = pageNumber;
         return ctx;
     }
+    // One context for the whole test, for steps that do not look at the page number.
+    pipeline::RunContext& C() {
+        if (!ctx_) ctx_.emplace(Ctx());
+        return *ctx_;
+    }
     pipeline::Statistics Stats() { return pipeline::Statistics(prefs.StatisticsDict()); }
     ASInt32 Stat(const char* key) { return Stats().Get(key); }
     bool Flag(const char* key) { return Stats().GetFlag(key); }
@@ -186,6 +192,7 @@ protected:
 
     CapturedLog cap;
     CTrimoraPreferences prefs;
+    std::optional<pipeline::RunContext> ctx_;
     PDDoc pd = nullptr;
     CosDoc doc = nullptr;
     CosObj cat = nullptr;

@@ -79,8 +79,7 @@ protected:
     }
     pipeline::AnnotFlattenCounts Flatten(CosObj page, AnnotAction annots = AnnotAction::Flatten,
                                          AnnotAction widgets = AnnotAction::Flatten) {
-        auto ctx = Ctx();
-        return FlattenPageAnnotations(page, annots, widgets, ctx);
+        return FlattenPageAnnotations(page, annots, widgets, C());
     }
 };
 
@@ -352,8 +351,7 @@ TEST_F(AnnotFlattenTest, OperationFollowsTheSettingsWords) {
     CosObj page = AddPage("");
     SetAppearance(Annot(page, "Square"), Form(""));
     CosObj w = SetAppearance(Annot(page, "Widget"), Form(""));
-    auto ctx = Ctx();
-    op->Apply(page, ctx);
+    op->Apply(page, C());
     EXPECT_TRUE(cap.Logged("\tFlattening annotations...\n"));
     EXPECT_EQ(Stat("Annots_Flattened"), 1);
     // Widgets are kept when only annotations are asked for.

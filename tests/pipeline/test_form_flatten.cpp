@@ -25,8 +25,7 @@ std::string DrawL(int i) {
 class FormFlattenTest : public DocTest {
 protected:
     int Flatten(CosObj page) {
-        auto ctx = Ctx();
-        return pipeline::FlattenPageFormXObjects(page, ctx);
+        return pipeline::FlattenPageFormXObjects(page, C());
     }
 };
 
@@ -153,9 +152,8 @@ TEST_F(FormFlattenTest, FormsDrawingFormsManyTimesStopAtTheContentBound) {
     for (int i = 0; i < 14; ++i) forms.push_back(Form(tenTimes));
     for (int i = 0; i + 1 < 14; ++i) Put(forms[size_t(i)], "XObject", "N", forms[size_t(i + 1)]);
     Put(page, "XObject", "L0", forms[0]);
-    auto ctx = Ctx();
     const size_t bound = 64 * 1024;
-    int n = pipeline::FlattenPageFormXObjects(page, ctx, bound);
+    int n = pipeline::FlattenPageFormXObjects(page, C(), bound);
     EXPECT_GT(n, 100);
     std::string c = Content(page);
     // Past the bound only what is already open is closed: a few forms'
@@ -169,8 +167,7 @@ TEST_F(FormFlattenTest, FormsDrawingFormsManyTimesStopAtTheContentBound) {
 class TransparencyTest : public FormFlattenTest {
 protected:
     pipeline::TransparencyCounts Run() {
-        auto ctx = Ctx();
-        return pipeline::RemoveInvisibleTransparency(ctx);
+        return pipeline::RemoveInvisibleTransparency(C());
     }
     void Group(CosObj page) { CosDictPut(page, A("Group"), Dict({{"S", Name("Transparency")}})); }
     CosObj Image(const std::string& samples, int w, int h, int bpc) {
