@@ -1,5 +1,23 @@
-# Shared by the CLI tests that source it: make_pdf FILE PAGES [KIDS] [rich]
-# writes a small PDF whose page N shows "Page N".  KIDS, when given, replaces
+# Shared by the CLI tests that source it.
+#
+# write_pdf FILE BODY...: a classic PDF whose objects 1, 2, ... are the
+# bodies given (object 1 the catalog), with a correct cross-reference table.
+write_pdf() {
+    local LC_ALL=C out=$1 body=$'%PDF-1.4\n' offsets=() n=0 o
+    shift
+    for o in "$@"; do
+        n=$((n + 1))
+        offsets+=("${#body}")
+        body+="$n 0 obj"$'\n'"$o"$'\n'"endobj"$'\n'
+    done
+    local xref=${#body}
+    body+="xref"$'\n'"0 $((n + 1))"$'\n'"0000000000 65535 f "$'\n'
+    for o in "${offsets[@]}"; do body+=$(printf '%010d 00000 n ' "$o")$'\n'; done
+    body+="trailer"$'\n'"<< /Size $((n + 1)) /Root 1 0 R >>"$'\n'"startxref"$'\n'"$xref"$'\n'"%%EOF"$'\n'
+    printf '%s' "$body" > "$out"
+}
+
+# make_pdf FILE PAGES [KIDS] [rich]: a small PDF whose page N shows "Page N".  KIDS, when given, replaces
 # the page tree's Kids list (the pages are objects 5, 7, 9, ...), to build
 # damaged trees.  "rich" adds an outline and a link per page (the pages are
 # then objects 7, 10, 13, ...) and gives the font object generation 2, so
