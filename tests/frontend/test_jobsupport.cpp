@@ -2,8 +2,6 @@
 // printed after each output, and the job notices to the progress sink.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -13,6 +11,7 @@
 #include "base/Log.h"
 #include "settings/FileList.h"
 #include "settings/TrimoraPreferences.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace fs = std::filesystem;
 using jobs::OutputNameFor;
@@ -28,19 +27,6 @@ std::string ReadAll(FILE* f) {
     while ((c = fgetc(f)) != EOF) s += static_cast<char>(c);
     return s;
 }
-
-class ScratchDir : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() /
-              ("tm-jobs-" + std::to_string(getpid()) + "-" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir);
-        fs::create_directories(dir / "out");
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    fs::path dir;
-};
 
 // The summary of one job, captured from the Info channel.
 std::string Summary(ASInt32 starting, ASInt32 ending, const JobTimer& timer) {
@@ -63,8 +49,10 @@ std::string Summary(ASInt32 starting, ASInt32 ending, const JobTimer& timer) {
 
 }  // namespace
 
-TEST_F(ScratchDir, OutputNamesForADirectoryAndForAFile) {
-    const std::string out = (dir / "out").string();
+TEST(OutputNameTest, ForADirectoryAndForAFile) {
+    ScratchDir dir;
+    const std::string out = dir / "out";
+    fs::create_directories(out);
     // A directory takes the input's last path part, whichever separator
     // the input uses, and trailing separators of the option do not double.
     EXPECT_EQ(OutputNameFor(out, "in/sub/a.pdf"), out + "/a.pdf");
@@ -73,8 +61,8 @@ TEST_F(ScratchDir, OutputNamesForADirectoryAndForAFile) {
     // An input without any separator contributes nothing: the directory.
     EXPECT_EQ(OutputNameFor(out, "a.pdf"), out);
     // Anything that is not an existing directory is the output as it stands.
-    EXPECT_EQ(OutputNameFor((dir / "new.pdf").string(), "in/a.pdf"), (dir / "new.pdf").string());
-    EXPECT_EQ(OutputNameFor((dir / "nope" / "x").string(), "in/a.pdf"), (dir / "nope" / "x").string());
+    EXPECT_EQ(OutputNameFor(dir / "new.pdf", "in/a.pdf"), dir / "new.pdf");
+    EXPECT_EQ(OutputNameFor(dir / "nope/x", "in/a.pdf"), dir / "nope/x");
 }
 
 TEST(ImageOutputNameTest, ExtensionBecomesPdf) {
@@ -114,7 +102,8 @@ struct JobSink : ProgressSink {
 
 }  // namespace
 
-TEST_F(ScratchDir, JobRunsTellTheSinkWhenTheyStartAndEnd) {
+TEST(JobRunTest, TellsTheSinkWhenJobsStartAndEnd) {
+    ScratchDir dir;
     Log log;
     FILE* out = tmpfile();
     FILE* err = tmpfile();
@@ -135,7 +124,7 @@ TEST_F(ScratchDir, JobRunsTellTheSinkWhenTheyStartAndEnd) {
     EXPECT_EQ(sink.ended, 2);
 
     // A job that ends in a core error still ends for the sink.
-    const std::string missing = (dir / "missing.pdf").string();
+    const std::string missing = dir / "missing.pdf";
     EXPECT_THROW(jobs::RunCommandLineJob({missing}, options, master, log), CVellumError);
     EXPECT_EQ(sink.begun, 3);
     EXPECT_EQ(sink.ended, 3);
