@@ -22,6 +22,7 @@
 #include "pipeline/Report.h"
 #include "pipeline/Statistics.h"
 #include "settings/TrimoraPreferences.h"
+#include "tests/settings/SettingsTestUtil.h"
 
 namespace pipetest {
 
@@ -43,39 +44,9 @@ inline Bytes Ramp(size_t n, int seed) {
     return b;
 }
 
-// What the log would print, with progress (and on request debug) on.
-struct CapturedLog {
-    explicit CapturedLog(bool debug = false) : out(tmpfile()), err(tmpfile()) {
-        log.SetConsoleStreams(out, err);
-        log.SetFileLoggingAllowed(false);
-        log.SetChannelOff(Log::kProgress, false);
-        if (debug) log.SetChannelOff(Log::kDebug, false);
-    }
-    ~CapturedLog() {
-        fclose(out);
-        fclose(err);
-    }
-    static std::string Read(FILE* f) {
-        fflush(f);
-        std::string s;
-        rewind(f);
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-        return s;
-    }
-    std::string Out() { return Read(out); }
-    std::string Err() { return Read(err); }
-    std::string All() { return Out() + Err(); }
-    bool Logged(const std::string& text) { return All().find(text) != std::string::npos; }
-    FILE* out;
-    FILE* err;
-    Log log;
-};
-
 class DocTest : public ::testing::Test {
 protected:
-    explicit DocTest(bool debug = false) : cap(debug) {}
+    explicit DocTest(bool debug = false) : cap(true, debug) {}
     void SetUp() override {
         prefs.SetLog(&cap.log);
         pipeline::Statistics(prefs.StatisticsDict()).Reset();

@@ -94,7 +94,7 @@ TEST(SettingsDict, MissingFileBadSyntaxAndBadValues) {
         ScratchDir dir;
         CapturedLog log;
         CTrimoraPreferences p;
-        std::string path = dir.Path("none.tms");
+        std::string path = dir / "none.tms";
         EXPECT_FALSE(LoadSettingsFile(p, path, log.log));
         EXPECT_NE(log.Text().find("Unable to locate configuration file '" + path + "'.\n"), std::string::npos);
         EXPECT_FALSE(p.Image().color.downsample);

@@ -197,7 +197,7 @@ TEST(SettingsXml, RoundTripOfEverySettingChanged) {
     ChangeEverything(written);
     // Each section really differs from its defaults, so the comparison below means something.
     EXPECT_EQ(Differing(written, defaults).size(), 12u);
-    std::string path = dir.Path("all.tmc");
+    std::string path = dir / "all.tmc";
     ASSERT_TRUE(WriteXmlSettings(written, path, log.log));
     CTrimoraPreferences read;
     ASSERT_TRUE(ReadXmlSettings(read, path, log.log)) << log.Text();
