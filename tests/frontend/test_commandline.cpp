@@ -8,6 +8,7 @@
 
 #include "frontend/CommandLine.h"
 #include "base/ASMem.h"
+#include "tests/settings/SettingsTestUtil.h"
 
 namespace {
 
@@ -37,14 +38,6 @@ Parsed Parse(std::vector<std::string> args) {
     p.ok = ParseArgs(table.data(), a.argc, a.ptrs.data());
     p.left = a.Left();
     return p;
-}
-
-std::string ReadAll(FILE* f) {
-    std::string s;
-    rewind(f);
-    int c;
-    while ((c = fgetc(f)) != EOF) s += static_cast<char>(c);
-    return s;
 }
 
 using Strings = std::vector<std::string>;
@@ -184,19 +177,18 @@ TEST(ParseArgsTest, FloatValuesAndReservedTypes) {
     EXPECT_EQ(a.Left(), (Strings{"p", "-r", "9"}));
     EXPECT_EQ(reserved, 0);
     // ...and the value reader refuses it with a message, consuming one argument.
-    FILE* err = tmpfile();
+    CapturedLog cap;
     bool ok = true;
-    EXPECT_EQ(ReadArgValue(table[1], 1, a.argc, a.ptrs.data(), ok, err), 1);
+    EXPECT_EQ(ReadArgValue(table[1], 1, a.argc, a.ptrs.data(), ok, cap.err), 1);
     EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadAll(err), "Internal error in arg table\n");
-    fclose(err);
+    EXPECT_EQ(cap.Err(), "Internal error in arg table\n");
 }
 
 // The usage text is checked whole, byte for byte, as the usage path prints it.
 TEST(UsageTest, UsagePathAndVersionTexts) {
-    const std::string version = std::string("trimora version 2.5, Build Date Apr 16 2004, Vellum ") +
+    const std::string versionLine = std::string("trimora version 2.5, Build Date Apr 16 2004, Vellum ") +
                                 VellumGetVersion() + "\n";
-    EXPECT_EQ(VersionText(), version);
+    EXPECT_EQ(VersionText(), versionLine);
     EXPECT_EQ(ProducerText(), "Trimora 2.5 (Apr 16 2004)");
     const std::string notices = NoticeText();
     ASSERT_FALSE(notices.empty());
@@ -205,22 +197,15 @@ TEST(UsageTest, UsagePathAndVersionTexts) {
 
     CommandLineOptions o;
     auto table = BuildOptionTable(o);
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    EXPECT_EQ(RunUsagePath(o, table.data(), out, err), 1);
-    EXPECT_EQ(ReadAll(out), "\n");
-    EXPECT_EQ(ReadAll(err), version + notices + kExpectedUsage);
-    fclose(out);
-    fclose(err);
+    CapturedLog usage, version;
+    EXPECT_EQ(RunUsagePath(o, table.data(), usage.out, usage.err), 1);
+    EXPECT_EQ(usage.Out(), "\n");
+    EXPECT_EQ(usage.Err(), versionLine + notices + kExpectedUsage);
 
     o.version = true;
-    out = tmpfile();
-    err = tmpfile();
-    EXPECT_EQ(RunUsagePath(o, table.data(), out, err), 1);
-    EXPECT_EQ(ReadAll(out), "");
-    EXPECT_EQ(ReadAll(err), version + notices);
-    fclose(out);
-    fclose(err);
+    EXPECT_EQ(RunUsagePath(o, table.data(), version.out, version.err), 1);
+    EXPECT_EQ(version.Out(), "");
+    EXPECT_EQ(version.Err(), versionLine + notices);
 }
 
 TEST(UsageTest, WhenTheUsageIsWanted) {

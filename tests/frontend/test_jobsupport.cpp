@@ -11,7 +11,7 @@
 #include "base/Log.h"
 #include "settings/FileList.h"
 #include "settings/TrimoraPreferences.h"
-#include "tests/pdfcore/test_support.h"
+#include "tests/settings/SettingsTestUtil.h"
 
 namespace fs = std::filesystem;
 using jobs::OutputNameFor;
@@ -19,32 +19,17 @@ using jobs::PdfNameForImage;
 
 namespace {
 
-std::string ReadAll(FILE* f) {
-    std::string s;
-    fflush(f);
-    rewind(f);
-    int c;
-    while ((c = fgetc(f)) != EOF) s += static_cast<char>(c);
-    return s;
-}
-
 // The summary of one job, captured from the Info channel.
 std::string Summary(ASInt32 starting, ASInt32 ending, const JobTimer& timer) {
-    Log log;
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    log.SetConsoleStreams(out, err);
+    CapturedLog cap;
     CTrimoraPreferences prefs;
     CRunStatistics& run = prefs.Statistics();
     run.startingSize = starting;
     run.endingSize = ending;
     run.percent = starting == 0 ? 0 : (double(starting) - double(ending)) * 100.0 / double(starting);
-    jobs::PrintSummary(prefs, timer, false, log);
-    std::string text = ReadAll(err);
-    EXPECT_EQ(ReadAll(out), "");
-    fclose(out);
-    fclose(err);
-    return text;
+    jobs::PrintSummary(prefs, timer, false, cap.log);
+    EXPECT_EQ(cap.Out(), "");
+    return cap.Err();
 }
 
 }  // namespace
@@ -104,10 +89,8 @@ struct JobSink : ProgressSink {
 
 TEST(JobRunTest, TellsTheSinkWhenJobsStartAndEnd) {
     ScratchDir dir;
-    Log log;
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    log.SetConsoleStreams(out, err);
+    CapturedLog cap;
+    Log& log = cap.log;
     JobSink sink;
     log.SetProgressSink(&sink);
     CTrimoraPreferences master;
@@ -128,7 +111,5 @@ TEST(JobRunTest, TellsTheSinkWhenJobsStartAndEnd) {
     EXPECT_THROW(jobs::RunCommandLineJob({missing}, options, master, log), CVellumError);
     EXPECT_EQ(sink.begun, 3);
     EXPECT_EQ(sink.ended, 3);
-    EXPECT_NE(ReadAll(err).find("Attempting to shrink input file: " + missing + "\n"), std::string::npos);
-    fclose(out);
-    fclose(err);
+    EXPECT_TRUE(cap.Logged("Attempting to shrink input file: " + missing + "\n"));
 }
