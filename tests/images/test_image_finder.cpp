@@ -9,7 +9,6 @@
 #include "images/ImageFinder.h"
 #include "pdfcore/CosNames.h"
 #include "tests/images/ImageTestUtil.h"
-#include "tests/pdfcore/test_support.h"
 
 using namespace images;
 using namespace imagetest;

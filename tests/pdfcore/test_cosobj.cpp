@@ -8,12 +8,7 @@
 
 namespace {
 
-class CosObjTest : public ::testing::Test {
-protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-    CosDoc doc = nullptr;
-};
+using CosObjTest = CosDocTest;
 
 const ASAtom kA = ASAtomFromString("A");
 const ASAtom kB = ASAtomFromString("B");

@@ -34,11 +34,8 @@ const EncryptValues kRc4_40 = {2, 1, 40, -4, qpdf::kO40, qpdf::kU40};
 const EncryptValues kRc4_128 = {3, 2, 128, -4, qpdf::kO128, qpdf::kU128};
 const std::string kQpdfId = Unhex(qpdf::kId);
 
-class SecurityHandlerTest : public ::testing::Test {
+class SecurityHandlerTest : public CosDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-
     CosObj Dict(const EncryptValues& e) {
         const Maker m{doc};
         CosObj d = m.Dict({{"Filter", m.Name("Standard")}, {"R", m.Int(e.r)}, {"V", m.Int(e.v)}});
@@ -69,8 +66,6 @@ protected:
         f.Decrypt(num, 0, data);
         return std::string(data.begin(), data.end());
     }
-
-    CosDoc doc = nullptr;
 };
 
 }  // namespace

@@ -92,6 +92,14 @@ inline CosDoc OpenPath(const std::string& path, const std::string& password = ""
     return CosDocOpen(params);
 }
 
+// A test with an empty document of its own.
+class CosDocTest : public ::testing::Test {
+protected:
+    void SetUp() override { doc = CosDocCreate(); }
+    void TearDown() override { CosDocClose(doc); }
+    CosDoc doc = nullptr;
+};
+
 // Adds `shift` plus the object number to every byte, so a test can tell
 // which number encrypted what.
 class AddCrypt : public CosCryptFilter {

@@ -19,12 +19,11 @@ std::string Fixed(double v, int p) {
     return out;
 }
 
-class WriterTest : public ::testing::Test {
+class WriterTest : public CosDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
     void TearDown() override {
         for (CosObj o : owned) CosObjDestroy(o);
-        CosDocClose(doc);
+        CosDocTest::TearDown();
     }
     // Top-level direct objects have no container to free them.
     CosObj Own(CosObj o) {
@@ -37,7 +36,6 @@ protected:
         w.WriteBody(out, obj);
         return out;
     }
-    CosDoc doc = nullptr;
     std::vector<CosObj> owned;
 };
 
