@@ -245,40 +245,28 @@ std::vector<uint8_t> ProfileBytes(cmsHPROFILE h) {
     return bytes;
 }
 
-void AddOutputIntent(PDDoc pd, const std::vector<uint8_t>& profile) {
-    CosDoc doc = PDDocGetCosDoc(pd);
-    CosObj intent = CosNewDict(doc, false);
-    CosDictPut(intent, ASAtomFromString("DestOutputProfile"), CosNewStream(doc, CosNewNull(), profile));
-    CosObj intents = CosNewArray(doc, false);
-    CosArrayAppend(intents, intent);
-    CosDictPut(CosDocGetRoot(doc), ASAtomFromString("OutputIntents"), intents);
-}
-
 TEST(OutputIntent, RgbProfileIsAdoptedOthersAreNot) {
+    // Adopts from a document whose output intent holds `profile` (none when null).
+    auto adopt = [](const std::vector<uint8_t>* profile, CTrimoraPreferences& prefs) {
+        fixture::OpenDoc d(PDDocCreate());
+        const Maker m{d.cos()};
+        if (profile)
+            CosDictPut(CosDocGetRoot(d.cos()), A("OutputIntents"),
+                       m.Array({m.Dict({{"DestOutputProfile", CosNewStream(d.cos(), CosNewNull(), *profile)}})}));
+        return AdoptOutputIntent(d.pd, prefs);
+    };
     CTrimoraPreferences prefs;
-    PDDoc plain = PDDocCreate();
-    EXPECT_FALSE(AdoptOutputIntent(plain, prefs));
-    PDDocClose(plain);
-
-    PDDoc lab = PDDocCreate();
-    AddOutputIntent(lab, ProfileBytes(cmsCreateLab4Profile(nullptr)));
-    EXPECT_FALSE(AdoptOutputIntent(lab, prefs));
+    EXPECT_FALSE(adopt(nullptr, prefs));
+    const std::vector<uint8_t> lab = ProfileBytes(cmsCreateLab4Profile(nullptr));
+    EXPECT_FALSE(adopt(&lab, prefs));
     EXPECT_TRUE(prefs.Colors().destinationProfile.empty());
-    PDDocClose(lab);
-
-    PDDoc rgb = PDDocCreate();
     const std::vector<uint8_t> srgb = ProfileBytes(cmsCreate_sRGBProfile());
-    AddOutputIntent(rgb, srgb);
-    EXPECT_TRUE(AdoptOutputIntent(rgb, prefs));
+    EXPECT_TRUE(adopt(&srgb, prefs));
     EXPECT_EQ(srgb, prefs.Colors().destinationProfile);
     EXPECT_STREQ("RGB", ASAtomGetString(prefs.Colors().destinationSpace));
-    PDDocClose(rgb);
-
-    PDDoc junk = PDDocCreate();
-    AddOutputIntent(junk, std::vector<uint8_t>(200, 0x41));
+    const std::vector<uint8_t> junk(200, 0x41);
     CTrimoraPreferences fresh;
-    EXPECT_FALSE(AdoptOutputIntent(junk, fresh));
-    PDDocClose(junk);
+    EXPECT_FALSE(adopt(&junk, fresh));
 }
 
 }  // namespace
