@@ -153,12 +153,9 @@ TEST(PaletteRaster, GridDepthsAndPacking) {
         r.data = std::move(v);
         return r;
     };
-    EXPECT_EQ(GridBits(gray({0, 255, 255, 0})), 1);
-    EXPECT_EQ(GridBits(gray({0, 85, 170, 255})), 2);
-    EXPECT_EQ(GridBits(gray({255, 85})), 2);
-    EXPECT_EQ(GridBits(gray({0, 17, 238})), 4);
-    EXPECT_EQ(GridBits(gray({0, 1, 255})), 0);
-    EXPECT_EQ(GridBits(gray({128})), 0);
+    const std::vector<std::pair<Bytes, int>> grids = {{{0, 255, 255, 0}, 1}, {{0, 85, 170, 255}, 2}, {{255, 85}, 2},
+                                                      {{0, 17, 238}, 4},     {{0, 1, 255}, 0},      {{128}, 0}};
+    for (const auto& [levels, bits] : grids) EXPECT_EQ(GridBits(gray(levels)), bits) << testing::PrintToString(levels);
 
     // Rows are padded to whole bytes, samples from the high bits down.
     EXPECT_EQ(PackSamples({1, 0, 1, 1, 0, 0, 0, 0, 1, 1}, 5, 2, 1, 1), (Bytes{0xB0, 0x18}));
