@@ -1,5 +1,20 @@
 # Shared by the CLI tests that source it.
-#
+
+# pages FILE: the page count, through qpdf when present, else a rough count
+# of page objects.
+pages() {
+    if command -v qpdf >/dev/null; then qpdf --show-npages "$1" 2>/dev/null
+    else grep -ac '/Type */Page[^s]' "$1"; fi
+}
+
+# run ARGS...: runs "$bin" with stdout in out.txt, stderr in err.txt, and
+# calls the test's fail when it does not exit with 0.
+run() {
+    "$bin" "$@" >out.txt 2>err.txt
+    local rc=$?
+    [ $rc -eq 0 ] || fail "trimora $* exited with $rc: $(tail -5 err.txt)"
+}
+
 # write_pdf FILE BODY...: a classic PDF whose objects 1, 2, ... are the
 # bodies given (object 1 the catalog), with a correct cross-reference table.
 write_pdf() {

@@ -15,11 +15,6 @@ fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 has() { grep -qF -- "$2" "$1" || fail "$3: missing line '$2' in $(cat "$1")"; }
 hasnt() { ! grep -qF -- "$2" "$1" || fail "$3: unexpected '$2'"; }
 
-pages() {  # page count through qpdf when present, else a rough count of page objects
-    if command -v qpdf >/dev/null; then qpdf --show-npages "$1" 2>/dev/null
-    else grep -ac '/Type */Page[^s]' "$1"; fi
-}
-
 page_text() {  # the text of page N, when pdftotext is present
     command -v pdftotext >/dev/null || { echo "Page $2"; return; }
     pdftotext -f "$2" -l "$2" "$1" - 2>/dev/null | tr -d '\f' | sed '/^$/d'
@@ -32,12 +27,6 @@ check_pdf() {  # FILE PAGES WHAT
     fi
     local n; n=$(pages "$1")
     [ "$n" = "$2" ] || fail "$3: $1 has $n pages, expected $2"
-}
-
-run() {  # ARGS... ; stderr in err.txt, stdout in out.txt, status checked
-    "$bin" "$@" >out.txt 2>err.txt
-    local rc=$?
-    [ $rc -eq 0 ] || fail "trimora $* exited with $rc: $(tail -5 err.txt)"
 }
 
 mkdir in
