@@ -1,5 +1,9 @@
 # Shared by the CLI tests that source it.
 
+# fail MESSAGE: reports a failure and counts it in $fails.
+fails=0
+fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
+
 # pages FILE: the page count, through qpdf when present, else a rough count
 # of page objects.
 pages() {

@@ -10,8 +10,6 @@ bin=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmflatten.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
 ap="0 0 1 rg 0 0 10 10 re f"
 write_pdf annots.pdf "<< /Type /Catalog /Pages 2 0 R /AcroForm << /Fields [5 0 R] >> >>" \

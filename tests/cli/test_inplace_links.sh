@@ -11,8 +11,6 @@ command -v python3 >/dev/null || { echo "SKIP: python3 is needed to build the fi
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmlinks.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 make_pdf orig.pdf 2
 mkdir -p data links
 

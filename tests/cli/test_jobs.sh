@@ -10,8 +10,6 @@ command -v python3 >/dev/null || { echo "SKIP: python3 is needed to build the fi
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmjobs.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 has() { grep -qF -- "$2" "$1" || fail "$3: missing line '$2' in $(cat "$1")"; }
 hasnt() { ! grep -qF -- "$2" "$1" || fail "$3: unexpected '$2'"; }
 

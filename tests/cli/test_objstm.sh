@@ -15,8 +15,6 @@ done
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmobjstm.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
 settings() {  # settings NAME WORD
     cat > "$1" <<EOF

@@ -13,8 +13,6 @@ tool="$build/tools/tminspect"
 . "$(dirname "$0")/pdfgen.sh"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
 # A classic file with an object nothing refers to, an indirect stream
 # length and an incremental update that replaces the content stream.
