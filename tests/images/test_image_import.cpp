@@ -96,14 +96,11 @@ std::string NameOf(CosObj dict, const char* key) {
 }
 
 TEST(ImageImport, KindByExtension) {
-    using images::ImageFileKind;
-    EXPECT_EQ(ImageFileKind::Jpeg, images::ImageFileKindFromName("a/b.jpeg"));
-    EXPECT_EQ(ImageFileKind::Jpeg, images::ImageFileKindFromName("x.JPG"));
-    EXPECT_EQ(ImageFileKind::Tiff, images::ImageFileKindFromName("scan.tif"));
-    EXPECT_EQ(ImageFileKind::Tiff, images::ImageFileKindFromName("scan.TIFF"));
-    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("scan.Tif"));  // exact spellings only
-    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("doc.pdf"));
-    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("jpg"));
+    using K = images::ImageFileKind;
+    // Exact spellings only: "scan.Tif" is no TIFF.
+    for (auto [name, kind] : {std::pair{"a/b.jpeg", K::Jpeg}, {"x.JPG", K::Jpeg}, {"scan.tif", K::Tiff},
+                              {"scan.TIFF", K::Tiff}, {"scan.Tif", K::None}, {"doc.pdf", K::None}, {"jpg", K::None}})
+        EXPECT_EQ(kind, images::ImageFileKindFromName(name)) << name;
 }
 
 TEST(ImageImport, JpegKeepsItsBytesAndSizesThePageByDensity) {
