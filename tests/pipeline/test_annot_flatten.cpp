@@ -212,7 +212,8 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     EXPECT_EQ(Stat("AcroForms_Removed"), 0);
 
     // A field without appearance in a form that asks viewers to make one
-    // is removed and reported.
+    // is removed and reported (and only then).
+    EXPECT_FALSE(cap.Logged("asks viewers to make one"));
     CosDictPut(cat, A("AcroForm"), Dict({{"NeedAppearances", Bool(true)}}, true));
     CosObj page3 = AddPage("");
     Set(Annot(page3, "Widget", {0, 0, 10, 10}), {{"T", Str("text")}});
