@@ -5,16 +5,14 @@
 #include <tiffio.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
-#include <unistd.h>
 
 #include "images/ImageImport.h"
 #include "images/MemoryTiff.h"
 #include "pdfcore/CosNames.h"
 #include "tests/filters/FilterTestUtil.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
@@ -217,16 +215,12 @@ TEST(ImageImport, ColourTiffBecomesFlateWithTheSamples) {
 }
 
 TEST(ImageImport, ImportImageFileReadsFromDisk) {
-    const auto dir = std::filesystem::temp_directory_path() / ("tmimg" + std::to_string(getpid()));
-    std::filesystem::create_directories(dir);
-    const auto path = (dir / "photo.JPEG").string();
+    ScratchDir dir;
     const Bytes jpeg = MakeJpeg(72, 36, 3, 1, 72);
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(jpeg.data()), jpeg.size());
-    PDDoc pd = images::ImportImageFile(path);
+    PDDoc pd = images::ImportImageFile(dir.Write("photo.JPEG", std::string(jpeg.begin(), jpeg.end())));
     ASSERT_NE(nullptr, pd);
     EXPECT_EQ((std::vector<double>{0, 0, 72, 36}), MediaBox(pd, 0));
     PDDocClose(pd);
-    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

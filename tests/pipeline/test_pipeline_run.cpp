@@ -1,11 +1,9 @@
 // The page-operation loop and the per-document run, with operations made
 // for the test.
 #include <lcms2.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "pdfcore/CosInternal.h"
 #include "pipeline/Pipeline.h"
@@ -59,18 +57,13 @@ class PipelineTest : public DocTest {
 protected:
     void SetUp() override {
         DocTest::SetUp();
-        std::filesystem::create_directories(dir);
         prefs.SetProducerText("Trimora 2.5 (Apr 16 2004)");
-    }
-    void TearDown() override {
-        std::filesystem::remove_all(dir);
-        DocTest::TearDown();
     }
     // `n` empty letter pages.
     void Pages(int n) {
         for (int i = 0; i < n; ++i) AddPage(nullptr, false);
     }
-    const std::filesystem::path dir = std::filesystem::temp_directory_path() / ("tmpipe" + std::to_string(getpid()));
+    ScratchDir dir;
 };
 
 TEST_F(PipelineTest, PageLoopAppliesEveryOperationAndSurvivesFailures) {
@@ -98,7 +91,7 @@ TEST_F(PipelineTest, RunGoesThroughThePhasesInOrderAndSaves) {
     OperationRegistry reg;
     reg.Add(std::make_unique<MarkPages>(PagePhase::PreLayout, 0));
     reg.Add(std::make_unique<CleanupThatFails>());
-    const std::string out = (dir / "out.pdf").string();
+    const std::string out = dir / "out.pdf";
     prefs.Statistics().startingSize = 0;
     EXPECT_EQ(0, pipeline::Run(pd, out, prefs, reg));
 
@@ -128,7 +121,7 @@ TEST_F(PipelineTest, FinalisationWritesInfoAndViewerSettings) {
     prefs.Viewing().pageMode = ASAtomFromString("Bookmarks");
     prefs.Viewing().openPage = 7;  // past the end: the last page
     prefs.Viewing().hideToolbar = true;
-    const std::string out = (dir / "final.pdf").string();
+    const std::string out = dir / "final.pdf";
     EXPECT_EQ(0, pipeline::Run(pd, out, prefs, OperationRegistry{}));
 
     CosObj info = CosDocGetInfo(doc);
@@ -151,7 +144,7 @@ TEST_F(PipelineTest, FinalisationWritesInfoAndViewerSettings) {
 
 TEST_F(PipelineTest, FailedSaveReturnsTheCodeAndLeavesNoFile) {
     Pages(1);
-    const std::string out = (dir / "never.pdf").string();
+    const std::string out = dir / "never.pdf";
     setenv(kFailSaveVariable, "1", 1);
     const ASErrorCode code = pipeline::Run(pd, out, prefs, OperationRegistry{});
     unsetenv(kFailSaveVariable);
@@ -161,7 +154,7 @@ TEST_F(PipelineTest, FailedSaveReturnsTheCodeAndLeavesNoFile) {
     EXPECT_EQ(std::string::npos, cap.Out().find("File Saved!"));
 
     // A folder that does not exist fails in the writer itself.
-    EXPECT_NE(0, pipeline::Run(pd, (dir / "no" / "such" / "x.pdf").string(), prefs, OperationRegistry{}));
+    EXPECT_NE(0, pipeline::Run(pd, dir / "no/such/x.pdf", prefs, OperationRegistry{}));
 }
 
 class ImageStep : public DocumentOperation {
@@ -176,7 +169,7 @@ TEST_F(PipelineTest, ImageColourConversionCountsAsImageReduction) {
     Pages(1);
     OperationRegistry reg;
     reg.Add(std::make_unique<ImageStep>());
-    const std::string out = (dir / "img.pdf").string();
+    const std::string out = dir / "img.pdf";
     ASSERT_EQ(0, pipeline::Run(pd, out, prefs, reg));  // defaults: no image work
     EXPECT_EQ(0, Stat("Images_Colored"));
     EXPECT_EQ(std::string::npos, cap.Out().find("Performing image reduction...\n"));
@@ -196,22 +189,18 @@ TEST_F(PipelineTest, HeaderVersionIsTheTargetsEvenBelowTheInputs) {
     // By default (no target, 0) the input's own version stands.
     for (auto [minor, header] : {std::pair{0, "%PDF-1.6"}, {3, "%PDF-1.3"}, {7, "%PDF-1.7"}}) {
         if (minor) prefs.Target().pdfMajorVersion = 1, prefs.Target().pdfMinorVersion = minor;
-        const std::string path = (dir / ("v" + std::to_string(minor) + ".pdf")).string();
+        const std::string path = dir / ("v" + std::to_string(minor) + ".pdf");
         ASSERT_EQ(0, pipeline::Run(pd, path, prefs, OperationRegistry{}));
-        std::ifstream in(path, std::ios::binary);
-        std::string line(8, '\0');
-        in.read(line.data(), 8);
-        EXPECT_EQ(header, line);
+        EXPECT_EQ(header, ReadFile(path).substr(0, 8));
     }
 }
 
 TEST_F(PipelineTest, ObjectStreamsSettingChoosesTheFileForm) {
     Pages(2);
     auto compact = [&](const char* name) {
-        const std::string path = (dir / name).string();
+        const std::string path = dir / name;
         EXPECT_EQ(0, pipeline::Run(pd, path, prefs, OperationRegistry{}));
-        std::ifstream in(path, std::ios::binary);
-        std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string bytes = ReadFile(path);
         const bool stream = bytes.find("/Type/XRef") != std::string::npos;
         EXPECT_NE(stream, bytes.find("\rxref\r") != std::string::npos) << name;
         if (stream) {
