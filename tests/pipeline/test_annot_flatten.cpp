@@ -180,8 +180,7 @@ TEST_F(AnnotFlattenTest, FormFieldsCountOnceWhateverTheirWidgets) {
     // A radio group: one field, two widgets as its kids.
     CosObj kids = Arr({}), field = Dict({{"T", Str("choice")}, {"Kids", kids}}, true);
     for (int i = 0; i < 2; ++i) {
-        CosObj w = Annot(page, "Widget", {double(i * 20), 0, double(i * 20 + 10), 10});
-        CosDictPut(w, A("Parent"), field);
+        CosObj w = Set(Annot(page, "Widget", {double(i * 20), 0, double(i * 20 + 10), 10}), {{"Parent", field}});
         CosArrayAppend(kids, w);
         SetAppearance(w, Form("", {0, 0, 10, 10}));
     }

@@ -203,8 +203,7 @@ TEST_F(TransparencyTest, OnlyOpaqueSoftMasksGo) {
     // One-bit rows of three samples: the five padding bits do not count.
     CosObj opaque1 = Set(Image("xx", 3, 2, 8), {{"SMask", Image("\xe0\xe0", 3, 2, 1)}, {"SMaskInData", Num(0)}});
     CosObj matte = Image("xxxx", 2, 2, 8);
-    CosObj matteMask = Image(std::string(4, '\xff'), 2, 2, 8);
-    CosDictPut(matteMask, A("Matte"), Array({0}));
+    CosObj matteMask = Set(Image(std::string(4, '\xff'), 2, 2, 8), {{"Matte", Array({0})}});
     CosDictPut(matte, A("SMask"), matteMask);
     CosObj partial = Set(Image("xxxx", 2, 2, 8), {{"SMask", Image("\xff\xff\xff\x80", 2, 2, 8)}});
     for (auto [n, img] : {std::pair{"A", opaque8}, {"B", opaque1}, {"C", matte}, {"D", partial}})

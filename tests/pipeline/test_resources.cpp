@@ -171,8 +171,7 @@ TEST_F(ResourcesTest, RecompressionNeverGrowsAndLeavesBadStreamsAlone) {
 
     // Through the step: a form with damaged data is reported and kept.
     CosObj page = AddPage();
-    CosObj form = Put(page, "XObject", "Fm0", Stream(cut, "FlateDecode"));
-    CosDictPut(form, A("Subtype"), Name("Form"));
+    CosObj form = Set(Put(page, "XObject", "Fm0", Stream(cut, "FlateDecode")), {{"Subtype", Name("Form")}});
     CosDictPut(Put(page, "XObject", "Fm1", Stream(repetitive)), A("Subtype"), Name("Form"));
     Run();
     EXPECT_EQ(2, Stat("FormXObjects_Total"));
