@@ -77,7 +77,7 @@ const char* const kExpectedUsage = R"(Usage: trimora [options] <PDF-file> [<PDF-
 
 }  // namespace
 
-TEST(ParseArgsTest, OptionsAndValuesAreRemovedPositionalsKeepTheirOrder) {
+TEST(ParseArgsTest, OptionsAreRemovedPositionalsKeepTheirOrderUntilADoubleDash) {
     Parsed p = Parse({"trimora", "a.pdf", "-encrypt", "-o", "out.pdf", "b.pdf", "-keyLength", "128", "-report",
                       "-f", "s.tms", "-o", "final.pdf"});
     EXPECT_TRUE(p.ok);
@@ -92,26 +92,24 @@ TEST(ParseArgsTest, OptionsAndValuesAreRemovedPositionalsKeepTheirOrder) {
     Parsed none = Parse({"trimora"});
     EXPECT_TRUE(none.ok);
     EXPECT_EQ(none.left, Strings{"trimora"});
-}
 
-TEST(ParseArgsTest, DoubleDashEndsOptions) {
-    Parsed p = Parse({"trimora", "-encrypt", "--", "-report", "x.pdf", "--"});
-    EXPECT_TRUE(p.ok);
-    EXPECT_TRUE(p.opts.encrypt);
-    EXPECT_FALSE(p.opts.report);
-    EXPECT_EQ(p.left, (Strings{"trimora", "-report", "x.pdf", "--"}));
-}
+    // "--" ends the options.
+    Parsed dash = Parse({"trimora", "-encrypt", "--", "-report", "x.pdf", "--"});
+    EXPECT_TRUE(dash.ok);
+    EXPECT_TRUE(dash.opts.encrypt);
+    EXPECT_FALSE(dash.opts.report);
+    EXPECT_EQ(dash.left, (Strings{"trimora", "-report", "x.pdf", "--"}));
 
-TEST(ParseArgsTest, UnknownAndUpperCaseOptionsStayAsPositionals) {
-    Parsed p = Parse({"trimora", "-H", "-HELP", "-bogus", "-help", "-V"});
-    EXPECT_TRUE(p.ok);
-    EXPECT_TRUE(p.opts.help);
-    EXPECT_FALSE(p.opts.version);
-    EXPECT_EQ(p.left, (Strings{"trimora", "-H", "-HELP", "-bogus", "-V"}));
+    // Unknown and upper-case options stay as positionals.
+    Parsed odd = Parse({"trimora", "-H", "-HELP", "-bogus", "-help", "-V"});
+    EXPECT_TRUE(odd.ok);
+    EXPECT_TRUE(odd.opts.help);
+    EXPECT_FALSE(odd.opts.version);
+    EXPECT_EQ(odd.left, (Strings{"trimora", "-H", "-HELP", "-bogus", "-V"}));
     EXPECT_TRUE(Parse({"trimora", "-h"}).opts.help);
 }
 
-TEST(ParseArgsTest, IntegerValueRules) {
+TEST(ParseArgsTest, IntegerValuesAndMissingValues) {
     Parsed bad = Parse({"trimora", "-keyLength", "abc", "f.pdf"});
     EXPECT_FALSE(bad.ok);
     EXPECT_EQ(bad.opts.keyLength, 0);
@@ -133,9 +131,8 @@ TEST(ParseArgsTest, IntegerValueRules) {
     EXPECT_FALSE(on.ok);
     EXPECT_TRUE(on.opts.encrypt);
     EXPECT_EQ(on.left, (Strings{"trimora", "x", "in.pdf"}));
-}
 
-TEST(ParseArgsTest, ValueMissingAtTheEnd) {
+    // A value missing at the end fails too.
     for (const char* opt : {"-o", "-f", "-log", "-keyLength", "-ownerPass"}) {
         Parsed p = Parse({"trimora", "x.pdf", opt});
         EXPECT_FALSE(p.ok) << opt;
