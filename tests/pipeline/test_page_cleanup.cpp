@@ -19,7 +19,8 @@ protected:
 
 // ---------------------------------------------------------------- removals
 
-TEST_F(PageCleanupTest, EditDataCountsPieceInfoWithLastModifiedOnce) {
+TEST_F(PageCleanupTest, EditDataThumbnailsAndJobTicketsAreCountedOnce) {
+    // PieceInfo with its LastModified counts once.
     CosObj page = Page();
     Set(page, {{"PieceInfo", Dict()}, {"LastModified", Str("D:2004")}, {"CAPT_Info", Dict()}, {"CSML:PProtB", Int(1)},
                {"Rotate", Int(0)}});  // Rotate is not edit data
@@ -35,16 +36,14 @@ TEST_F(PageCleanupTest, EditDataCountsPieceInfoWithLastModifiedOnce) {
     RemoveEditData(other, C());
     EXPECT_EQ(3, Stat("EditData_Removed"));
     EXPECT_TRUE(Has(other, "LastModified"));
-}
 
-TEST_F(PageCleanupTest, ThumbnailAndJobTicket) {
-    CosObj page = Set(Page(), {{"Thumb", Stream("thumb")}, {"HDAG_Tools", Dict()}});
-    RemoveThumbnail(page, C());
-    RemoveJobTicket(page, C());
-    RemoveThumbnail(page, C());  // nothing left to count
+    CosObj thumbed = Set(Page(), {{"Thumb", Stream("thumb")}, {"HDAG_Tools", Dict()}});
+    RemoveThumbnail(thumbed, C());
+    RemoveJobTicket(thumbed, C());
+    RemoveThumbnail(thumbed, C());  // nothing left to count
     EXPECT_EQ(1, Stat("Thumbs_Removed"));
     EXPECT_EQ(1, Stat("JobTicket_Removed"));
-    EXPECT_FALSE(Has(page, "Thumb") || Has(page, "HDAG_Tools"));
+    EXPECT_FALSE(Has(thumbed, "Thumb") || Has(thumbed, "HDAG_Tools"));
 }
 
 TEST_F(PageCleanupTest, FileAttachmentsGoWithTheirPopups) {
