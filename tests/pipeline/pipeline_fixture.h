@@ -28,7 +28,6 @@ namespace pipetest {
 
 using filters::Bytes;
 
-inline ASAtom A(const char* s) { return ASAtomFromString(s); }
 inline std::span<const uint8_t> B(std::string_view s) { return {reinterpret_cast<const uint8_t*>(s.data()), s.size()}; }
 inline Bytes Text(std::string_view s) { return Bytes(s.begin(), s.end()); }
 inline Bytes Encoded(CosObj s) { return Bytes(CosStreamEncodedData(s).begin(), CosStreamEncodedData(s).end()); }

@@ -10,6 +10,8 @@
 #include "settings/SettingsFile.h"
 #include "tests/pdfcore/test_support.h"
 
+inline ASAtom A(const char* s) { return ASAtomFromString(s); }
+
 // What a log prints to the console, captured; with progress (and on
 // request debug) lines when asked.
 struct CapturedLog {

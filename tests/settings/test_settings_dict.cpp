@@ -4,10 +4,6 @@
 
 #include "tests/settings/SettingsTestUtil.h"
 
-namespace {
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-}  // namespace
-
 TEST(SettingsDict, ReadsEveryGroup) {
     ScratchDir dir;
     CapturedLog log;

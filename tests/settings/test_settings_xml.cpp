@@ -5,8 +5,6 @@
 
 namespace {
 
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-
 std::string Target(const std::string& body, const std::string& attrs = "") {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<trimora><target name=\"T\"" + attrs + ">" + body +
            "</target></trimora>\n";
