@@ -6,37 +6,19 @@
 #   bash test_flatten.sh TRIMORA_BINARY BUILD_DIR
 set -u
 bin=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
+. "$(dirname "$0")/pdfgen.sh"
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmflatten.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
-python3 - annots.pdf <<'PY'
-import sys
-ap = "0 0 1 rg 0 0 10 10 re f"
-objs = [
-    "<< /Type /Catalog /Pages 2 0 R /AcroForm << /Fields [5 0 R] >> >>",
-    "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-    "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 7 0 R /Resources << >>"
-    " /Annots [4 0 R 5 0 R] >>",
-    "<< /Type /Annot /Subtype /Square /Rect [20 20 60 60] /AP << /N 6 0 R >> >>",
-    "<< /Type /Annot /Subtype /Widget /FT /Tx /T (name) /Rect [100 100 150 120] /AP << /N 6 0 R >> >>",
-    "<< /Type /XObject /Subtype /Form /BBox [0 0 10 10] /Length %d >>\nstream\n%s\nendstream" % (len(ap), ap),
-    "<< /Length 5 >>\nstream\n0.5 g\nendstream",
-]
-out = b"%PDF-1.4\n"
-offsets = []
-for i, o in enumerate(objs):
-    offsets.append(len(out))
-    out += ("%d 0 obj\n%s\nendobj\n" % (i + 1, o)).encode()
-xref = len(out)
-out += ("xref\n0 %d\n0000000000 65535 f \n" % (len(objs) + 1)).encode()
-for off in offsets:
-    out += ("%010d 00000 n \n" % off).encode()
-out += ("trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objs) + 1, xref)).encode()
-open(sys.argv[1], "wb").write(out)
-PY
+ap="0 0 1 rg 0 0 10 10 re f"
+write_pdf annots.pdf "<< /Type /Catalog /Pages 2 0 R /AcroForm << /Fields [5 0 R] >> >>" \
+    "<< /Type /Pages /Kids [3 0 R] /Count 1 >>" \
+    "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 7 0 R /Resources << >> /Annots [4 0 R 5 0 R] >>" \
+    "<< /Type /Annot /Subtype /Square /Rect [20 20 60 60] /AP << /N 6 0 R >> >>" \
+    "<< /Type /Annot /Subtype /Widget /FT /Tx /T (name) /Rect [100 100 150 120] /AP << /N 6 0 R >> >>" \
+    "<< /Type /XObject /Subtype /Form /BBox [0 0 10 10] /Length ${#ap} >>"$'\nstream\n'"$ap"$'\nendstream' \
+    $'<< /Length 5 >>\nstream\n0.5 g\nendstream'
 
 cat > flatten.tmc <<'TMC'
 <?xml version = "1.0" encoding = "UTF-8"?>

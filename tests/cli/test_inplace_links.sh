@@ -11,18 +11,6 @@ command -v python3 >/dev/null || { echo "SKIP: python3 is needed to build the fi
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmlinks.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
-pages() {
-    if command -v qpdf >/dev/null; then qpdf --show-npages "$1" 2>/dev/null
-    else grep -ac '/Type */Page[^s]' "$1"; fi
-}
-run() {
-    "$bin" "$@" >out.txt 2>err.txt
-    local rc=$?
-    [ $rc -eq 0 ] || fail "trimora $* exited with $rc: $(tail -5 err.txt)"
-}
-
 make_pdf orig.pdf 2
 mkdir -p data links
 

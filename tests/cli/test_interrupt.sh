@@ -12,8 +12,6 @@ command -v python3 >/dev/null || { echo "SKIP: python3 is needed to build the fi
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmintr.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
 make_pdf orig.pdf 40
 

@@ -5,28 +5,14 @@
 #   bash test_report.sh TRIMORA_BINARY BUILD_DIR
 set -u
 bin=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
+. "$(dirname "$0")/pdfgen.sh"
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmreport.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
-# A one-page document written by hand: the offsets are computed here.
-objs=("<< /Type /Catalog /Pages 2 0 R >>"
-      "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"
-      "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] >>")
-export LC_ALL=C
-body="%PDF-1.4"$'\n'
-offsets=()
-for i in "${!objs[@]}"; do
-    offsets+=(${#body})
-    body+="$((i + 1)) 0 obj"$'\n'"${objs[$i]}"$'\n'"endobj"$'\n'
-done
-xref=${#body}
-body+="xref"$'\n'"0 4"$'\n'"0000000000 65535 f "$'\n'
-for o in "${offsets[@]}"; do body+=$(printf '%010d 00000 n ' "$o")$'\n'; done
-body+="trailer"$'\n'"<< /Size 4 /Root 1 0 R >>"$'\n'"startxref"$'\n'"$xref"$'\n'"%%EOF"$'\n'
-printf '%s' "$body" > small.pdf
+# A one-page document without content.
+write_pdf small.pdf "<< /Type /Catalog /Pages 2 0 R >>" "<< /Type /Pages /Kids [3 0 R] /Count 1 >>" \
+    "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] >>"
 
 # The report: everything after the heading, up to the end of the output.
 report_of() { sed -n '/^Trimora accomplished the following:$/,$p' "$1"; }

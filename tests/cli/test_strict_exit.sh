@@ -10,8 +10,6 @@ command -v python3 >/dev/null || { echo "SKIP: python3 is needed to build the fi
 work=$(mktemp -d "${TMPDIR:-/tmp}/tmexit.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-fails=0
-fail() { echo "FAIL: $*"; fails=$((fails + 1)); }
 
 # status EXPECTED STRICT ARGS...: runs trimora and checks its exit status.
 status() {

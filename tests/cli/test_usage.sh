@@ -30,16 +30,12 @@ check "-v: exit status" "$rc" "1"
 check "-v: nothing on stdout" "$out" ""
 cmp -s "$work/err" "$work/banner" || { echo "FAIL: -v prints the version and notices only"; cat "$work/err"; fail=1; }
 
-for opt in -h -help; do
-  run "$opt" in.pdf
-  check "$opt: exit status" "$rc" "1"
-  cmp -s "$work/err" "$work/full" || { echo "FAIL: $opt prints banner and usage"; fail=1; }
+# Help, and a non-numeric -keyLength (the parse fails): usage, no work.
+for args in "-h" "-help" "-keyLength abc"; do
+  run $args in.pdf
+  check "$args: exit status" "$rc" "1"
+  cmp -s "$work/err" "$work/full" || { echo "FAIL: $args prints banner and usage"; cat "$work/err"; fail=1; }
 done
-
-# A non-numeric -keyLength fails the parse: usage, no work.
-run -keyLength abc in.pdf
-check "-keyLength abc: exit status" "$rc" "1"
-cmp -s "$work/err" "$work/full" || { echo "FAIL: -keyLength abc prints the usage"; cat "$work/err"; fail=1; }
 # A value missing at the end does the same.
 run in.pdf -o
 check "-o without value: exit status" "$rc" "1"

@@ -8,6 +8,7 @@
 
 #include "frontend/CommandLine.h"
 #include "base/ASMem.h"
+#include "tests/settings/SettingsTestUtil.h"
 
 namespace {
 
@@ -37,14 +38,6 @@ Parsed Parse(std::vector<std::string> args) {
     p.ok = ParseArgs(table.data(), a.argc, a.ptrs.data());
     p.left = a.Left();
     return p;
-}
-
-std::string ReadAll(FILE* f) {
-    std::string s;
-    rewind(f);
-    int c;
-    while ((c = fgetc(f)) != EOF) s += static_cast<char>(c);
-    return s;
 }
 
 using Strings = std::vector<std::string>;
@@ -84,7 +77,7 @@ const char* const kExpectedUsage = R"(Usage: trimora [options] <PDF-file> [<PDF-
 
 }  // namespace
 
-TEST(ParseArgsTest, OptionsAndValuesAreRemovedPositionalsKeepTheirOrder) {
+TEST(ParseArgsTest, OptionsAreRemovedPositionalsKeepTheirOrderUntilADoubleDash) {
     Parsed p = Parse({"trimora", "a.pdf", "-encrypt", "-o", "out.pdf", "b.pdf", "-keyLength", "128", "-report",
                       "-f", "s.tms", "-o", "final.pdf"});
     EXPECT_TRUE(p.ok);
@@ -99,26 +92,24 @@ TEST(ParseArgsTest, OptionsAndValuesAreRemovedPositionalsKeepTheirOrder) {
     Parsed none = Parse({"trimora"});
     EXPECT_TRUE(none.ok);
     EXPECT_EQ(none.left, Strings{"trimora"});
-}
 
-TEST(ParseArgsTest, DoubleDashEndsOptions) {
-    Parsed p = Parse({"trimora", "-encrypt", "--", "-report", "x.pdf", "--"});
-    EXPECT_TRUE(p.ok);
-    EXPECT_TRUE(p.opts.encrypt);
-    EXPECT_FALSE(p.opts.report);
-    EXPECT_EQ(p.left, (Strings{"trimora", "-report", "x.pdf", "--"}));
-}
+    // "--" ends the options.
+    Parsed dash = Parse({"trimora", "-encrypt", "--", "-report", "x.pdf", "--"});
+    EXPECT_TRUE(dash.ok);
+    EXPECT_TRUE(dash.opts.encrypt);
+    EXPECT_FALSE(dash.opts.report);
+    EXPECT_EQ(dash.left, (Strings{"trimora", "-report", "x.pdf", "--"}));
 
-TEST(ParseArgsTest, UnknownAndUpperCaseOptionsStayAsPositionals) {
-    Parsed p = Parse({"trimora", "-H", "-HELP", "-bogus", "-help", "-V"});
-    EXPECT_TRUE(p.ok);
-    EXPECT_TRUE(p.opts.help);
-    EXPECT_FALSE(p.opts.version);
-    EXPECT_EQ(p.left, (Strings{"trimora", "-H", "-HELP", "-bogus", "-V"}));
+    // Unknown and upper-case options stay as positionals.
+    Parsed odd = Parse({"trimora", "-H", "-HELP", "-bogus", "-help", "-V"});
+    EXPECT_TRUE(odd.ok);
+    EXPECT_TRUE(odd.opts.help);
+    EXPECT_FALSE(odd.opts.version);
+    EXPECT_EQ(odd.left, (Strings{"trimora", "-H", "-HELP", "-bogus", "-V"}));
     EXPECT_TRUE(Parse({"trimora", "-h"}).opts.help);
 }
 
-TEST(ParseArgsTest, IntegerValueRules) {
+TEST(ParseArgsTest, IntegerValuesAndMissingValues) {
     Parsed bad = Parse({"trimora", "-keyLength", "abc", "f.pdf"});
     EXPECT_FALSE(bad.ok);
     EXPECT_EQ(bad.opts.keyLength, 0);
@@ -140,9 +131,8 @@ TEST(ParseArgsTest, IntegerValueRules) {
     EXPECT_FALSE(on.ok);
     EXPECT_TRUE(on.opts.encrypt);
     EXPECT_EQ(on.left, (Strings{"trimora", "x", "in.pdf"}));
-}
 
-TEST(ParseArgsTest, ValueMissingAtTheEnd) {
+    // A value missing at the end fails too.
     for (const char* opt : {"-o", "-f", "-log", "-keyLength", "-ownerPass"}) {
         Parsed p = Parse({"trimora", "x.pdf", opt});
         EXPECT_FALSE(p.ok) << opt;
@@ -184,19 +174,18 @@ TEST(ParseArgsTest, FloatValuesAndReservedTypes) {
     EXPECT_EQ(a.Left(), (Strings{"p", "-r", "9"}));
     EXPECT_EQ(reserved, 0);
     // ...and the value reader refuses it with a message, consuming one argument.
-    FILE* err = tmpfile();
+    CapturedLog cap;
     bool ok = true;
-    EXPECT_EQ(ReadArgValue(table[1], 1, a.argc, a.ptrs.data(), ok, err), 1);
+    EXPECT_EQ(ReadArgValue(table[1], 1, a.argc, a.ptrs.data(), ok, cap.err), 1);
     EXPECT_TRUE(ok);
-    EXPECT_EQ(ReadAll(err), "Internal error in arg table\n");
-    fclose(err);
+    EXPECT_EQ(cap.Err(), "Internal error in arg table\n");
 }
 
 // The usage text is checked whole, byte for byte, as the usage path prints it.
 TEST(UsageTest, UsagePathAndVersionTexts) {
-    const std::string version = std::string("trimora version 2.5, Build Date Apr 16 2004, Vellum ") +
+    const std::string versionLine = std::string("trimora version 2.5, Build Date Apr 16 2004, Vellum ") +
                                 VellumGetVersion() + "\n";
-    EXPECT_EQ(VersionText(), version);
+    EXPECT_EQ(VersionText(), versionLine);
     EXPECT_EQ(ProducerText(), "Trimora 2.5 (Apr 16 2004)");
     const std::string notices = NoticeText();
     ASSERT_FALSE(notices.empty());
@@ -205,22 +194,15 @@ TEST(UsageTest, UsagePathAndVersionTexts) {
 
     CommandLineOptions o;
     auto table = BuildOptionTable(o);
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    EXPECT_EQ(RunUsagePath(o, table.data(), out, err), 1);
-    EXPECT_EQ(ReadAll(out), "\n");
-    EXPECT_EQ(ReadAll(err), version + notices + kExpectedUsage);
-    fclose(out);
-    fclose(err);
+    CapturedLog usage, version;
+    EXPECT_EQ(RunUsagePath(o, table.data(), usage.out, usage.err), 1);
+    EXPECT_EQ(usage.Out(), "\n");
+    EXPECT_EQ(usage.Err(), versionLine + notices + kExpectedUsage);
 
     o.version = true;
-    out = tmpfile();
-    err = tmpfile();
-    EXPECT_EQ(RunUsagePath(o, table.data(), out, err), 1);
-    EXPECT_EQ(ReadAll(out), "");
-    EXPECT_EQ(ReadAll(err), version + notices);
-    fclose(out);
-    fclose(err);
+    EXPECT_EQ(RunUsagePath(o, table.data(), version.out, version.err), 1);
+    EXPECT_EQ(version.Out(), "");
+    EXPECT_EQ(version.Err(), versionLine + notices);
 }
 
 TEST(UsageTest, WhenTheUsageIsWanted) {

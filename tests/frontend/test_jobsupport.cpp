@@ -2,8 +2,6 @@
 // printed after each output, and the job notices to the progress sink.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -13,6 +11,7 @@
 #include "base/Log.h"
 #include "settings/FileList.h"
 #include "settings/TrimoraPreferences.h"
+#include "tests/settings/SettingsTestUtil.h"
 
 namespace fs = std::filesystem;
 using jobs::OutputNameFor;
@@ -20,51 +19,25 @@ using jobs::PdfNameForImage;
 
 namespace {
 
-std::string ReadAll(FILE* f) {
-    std::string s;
-    fflush(f);
-    rewind(f);
-    int c;
-    while ((c = fgetc(f)) != EOF) s += static_cast<char>(c);
-    return s;
-}
-
-class ScratchDir : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() /
-              ("tm-jobs-" + std::to_string(getpid()) + "-" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir);
-        fs::create_directories(dir / "out");
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    fs::path dir;
-};
-
 // The summary of one job, captured from the Info channel.
 std::string Summary(ASInt32 starting, ASInt32 ending, const JobTimer& timer) {
-    Log log;
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    log.SetConsoleStreams(out, err);
+    CapturedLog cap;
     CTrimoraPreferences prefs;
     CRunStatistics& run = prefs.Statistics();
     run.startingSize = starting;
     run.endingSize = ending;
     run.percent = starting == 0 ? 0 : (double(starting) - double(ending)) * 100.0 / double(starting);
-    jobs::PrintSummary(prefs, timer, false, log);
-    std::string text = ReadAll(err);
-    EXPECT_EQ(ReadAll(out), "");
-    fclose(out);
-    fclose(err);
-    return text;
+    jobs::PrintSummary(prefs, timer, false, cap.log);
+    EXPECT_EQ(cap.Out(), "");
+    return cap.Err();
 }
 
 }  // namespace
 
-TEST_F(ScratchDir, OutputNamesForADirectoryAndForAFile) {
-    const std::string out = (dir / "out").string();
+TEST(OutputNameTest, ForADirectoryAndForAFile) {
+    ScratchDir dir;
+    const std::string out = dir / "out";
+    fs::create_directories(out);
     // A directory takes the input's last path part, whichever separator
     // the input uses, and trailing separators of the option do not double.
     EXPECT_EQ(OutputNameFor(out, "in/sub/a.pdf"), out + "/a.pdf");
@@ -73,8 +46,8 @@ TEST_F(ScratchDir, OutputNamesForADirectoryAndForAFile) {
     // An input without any separator contributes nothing: the directory.
     EXPECT_EQ(OutputNameFor(out, "a.pdf"), out);
     // Anything that is not an existing directory is the output as it stands.
-    EXPECT_EQ(OutputNameFor((dir / "new.pdf").string(), "in/a.pdf"), (dir / "new.pdf").string());
-    EXPECT_EQ(OutputNameFor((dir / "nope" / "x").string(), "in/a.pdf"), (dir / "nope" / "x").string());
+    EXPECT_EQ(OutputNameFor(dir / "new.pdf", "in/a.pdf"), dir / "new.pdf");
+    EXPECT_EQ(OutputNameFor(dir / "nope/x", "in/a.pdf"), dir / "nope/x");
 }
 
 TEST(ImageOutputNameTest, ExtensionBecomesPdf) {
@@ -114,11 +87,10 @@ struct JobSink : ProgressSink {
 
 }  // namespace
 
-TEST_F(ScratchDir, JobRunsTellTheSinkWhenTheyStartAndEnd) {
-    Log log;
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    log.SetConsoleStreams(out, err);
+TEST(JobRunTest, TellsTheSinkWhenJobsStartAndEnd) {
+    ScratchDir dir;
+    CapturedLog cap;
+    Log& log = cap.log;
     JobSink sink;
     log.SetProgressSink(&sink);
     CTrimoraPreferences master;
@@ -135,11 +107,9 @@ TEST_F(ScratchDir, JobRunsTellTheSinkWhenTheyStartAndEnd) {
     EXPECT_EQ(sink.ended, 2);
 
     // A job that ends in a core error still ends for the sink.
-    const std::string missing = (dir / "missing.pdf").string();
+    const std::string missing = dir / "missing.pdf";
     EXPECT_THROW(jobs::RunCommandLineJob({missing}, options, master, log), CVellumError);
     EXPECT_EQ(sink.begun, 3);
     EXPECT_EQ(sink.ended, 3);
-    EXPECT_NE(ReadAll(err).find("Attempting to shrink input file: " + missing + "\n"), std::string::npos);
-    fclose(out);
-    fclose(err);
+    EXPECT_TRUE(cap.Logged("Attempting to shrink input file: " + missing + "\n"));
 }

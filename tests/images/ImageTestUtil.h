@@ -10,6 +10,7 @@
 #include "filters/DCTEncode.h"
 #include "filters/Filters.h"
 #include "pdfcore/CosDoc.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace imagetest {
 
@@ -35,11 +36,8 @@ inline Bytes Jpeg(const Bytes& samples, int w, int h, int comps, int quality, bo
 }
 
 // A scratch document and builders for the objects images live in.
-class ImageDocTest : public ::testing::Test {
+class ImageDocTest : public CosDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-
     // An image XObject holding `data` as stored; a null colour space is left out.
     CosObj Image(int w, int h, CosObj colourSpace, int bpc, const Bytes& data, const char* filter = nullptr) {
         CosObj d = CosNewDict(doc, false);
@@ -57,6 +55,11 @@ protected:
     }
     CosObj FlateImage(int w, int h, const char* colourSpace, int bpc, const Bytes& raw, int level = 6) {
         return FlateImage(w, h, Name(colourSpace), bpc, raw, level);
+    }
+    // `img` with `key` set to `value`.
+    static CosObj With(CosObj img, const char* key, CosObj value) {
+        CosDictPut(img, A(key), value);
+        return img;
     }
     CosObj Name(const char* n) { return CosNewName(doc, false, A(n)); }
     CosObj Ints(std::initializer_list<int> v) {
@@ -83,8 +86,6 @@ protected:
     static int Int(CosObj img, const char* key) { return CosDictGetInt(img, A(key), -1); }
     static std::string NameOf(CosObj img, const char* key) { return ASAtomGetString(CosDictGetName(img, A(key))); }
     static std::string FilterOf(CosObj img) { return NameOf(img, "Filter"); }
-
-    CosDoc doc = nullptr;
 };
 
 }  // namespace imagetest

@@ -125,12 +125,8 @@ TEST(Despeckle, RemovesOnlySmallIsolatedGroups) {
 }
 
 TEST(Despeckle, SpeckSizeFollowsResolution) {
-    EXPECT_EQ(SpeckSizeFor(300), 3);
-    EXPECT_EQ(SpeckSizeFor(0), 3);
-    EXPECT_EQ(SpeckSizeFor(600), 12);
-    EXPECT_EQ(SpeckSizeFor(200), 1);
-    EXPECT_EQ(SpeckSizeFor(72), 1);
-    EXPECT_EQ(SpeckSizeFor(2400), 16);
+    for (auto [ppi, size] : {std::pair{300, 3}, {0, 3}, {600, 12}, {200, 1}, {72, 1}, {2400, 16}})
+        EXPECT_EQ(SpeckSizeFor(ppi), size) << ppi;
 }
 
 TEST(DescreenToGray, AveragesAHalftoneIntoItsGray) {

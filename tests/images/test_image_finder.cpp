@@ -25,40 +25,27 @@ protected:
     }
     void TearDown() override { PDDocClose(pd); }
 
-    CosObj Stream(const std::string& content, CosObj dict = nullptr) {
-        if (!dict) dict = CosNewDict(doc, false);
-        return CosNewStream(doc, dict, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(content.data()),
-                                                               content.size()));
+    Maker M() const { return Maker{doc}; }
+    CosObj Stream(const std::string& content, CosObj dict = CosNewNull()) {
+        return CosNewStream(doc, dict, Span(content));
     }
     CosObj Picture(int w, int h, const char* cs = "DeviceRGB") {
         return Image(w, h, Name(cs), 8, Bytes(size_t(w) * h * 3, 0x40));
     }
-    CosObj Resources(std::initializer_list<std::pair<const char*, CosObj>> xobjects) {
-        CosObj res = CosNewDict(doc, false);
-        CosObj xo = CosNewDict(doc, false);
-        for (auto& [name, obj] : xobjects) CosDictPut(xo, A(name), obj);
-        CosDictPut(res, A("XObject"), xo);
-        return res;
-    }
+    CosObj Resources(Maker::Entries xobjects) { return M().Dict({{"XObject", M().Dict(xobjects)}}); }
     CosObj Form(const std::string& content, CosObj resources) {
-        CosObj d = CosNewDict(doc, false);
-        CosDictPutName(d, A("Subtype"), false, A("Form"));
-        CosObj bbox = CosNewArray(doc, false);
-        for (int v : {0, 0, 1000, 1000}) CosArrayAppend(bbox, CosNewInteger(doc, false, v));
-        CosDictPut(d, A("BBox"), bbox);
-        CosDictPut(d, A("Resources"), resources);
-        return Stream(content, d);
+        return Stream(content, M().Dict({{"Subtype", M().Name("Form")},
+                                         {"BBox", M().Parse("[0 0 1000 1000]")},
+                                         {"Resources", resources}}));
     }
     CosObj AddPage(const std::string& content, CosObj resources) {
         CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
-        CosObj page = CosNewDict(doc, true);
-        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
-        CosDictPut(page, cosnames::Parent, pages);
-        CosObj box = CosNewArray(doc, false);
-        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(doc, false, v));
-        CosDictPut(page, cosnames::MediaBox, box);
-        CosDictPut(page, cosnames::Resources, resources);
-        CosDictPut(page, cosnames::Contents, Stream(content));
+        CosObj page = M().Dict({{"Type", M().Name("Page")},
+                                {"Parent", pages},
+                                {"MediaBox", M().Parse("[0 0 612 792]")},
+                                {"Resources", resources},
+                                {"Contents", Stream(content)}},
+                               true);
         CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
         CosDictPutInteger(pages, cosnames::Count, CosArrayLength(CosDictGet(pages, cosnames::Kids)));
         PDDocPagesChanged(pd);
@@ -88,17 +75,9 @@ TEST_F(Finder, SharpestPlacementThroughFormsAndAnnotations) {
     CosObj page2 = AddPage("q 400 0 0 25 0 0 cm /X Do Q", Resources({{"X", photo}}));
     // An annotation appearance draws another image at one inch.
     CosObj ap = Form("q 72 0 0 72 0 0 cm /S Do Q", Resources({{"S", stamp}}));
-    CosObj annot = CosNewDict(doc, true);
-    CosDictPutName(annot, A("Subtype"), false, A("Stamp"));
-    CosObj rect = CosNewArray(doc, false);
-    for (int v : {0, 0, 1000, 1000}) CosArrayAppend(rect, CosNewInteger(doc, false, v));
-    CosDictPut(annot, A("Rect"), rect);
-    CosObj apDict = CosNewDict(doc, false);
-    CosDictPut(apDict, A("N"), ap);
-    CosDictPut(annot, A("AP"), apDict);
-    CosObj annots = CosNewArray(doc, false);
-    CosArrayAppend(annots, annot);
-    CosDictPut(page2, A("Annots"), annots);
+    CosObj annot = M().Dict(
+        {{"Subtype", M().Name("Stamp")}, {"Rect", M().Parse("[0 0 1000 1000]")}, {"AP", M().Dict({{"N", ap}})}}, true);
+    CosDictPut(page2, A("Annots"), M().Array({annot}));
 
     std::vector<FoundImage> found = FindImages(pd, log);
     ASSERT_EQ(found.size(), 2u);

@@ -5,51 +5,30 @@
 #include <tiffio.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
-#include <unistd.h>
 
 #include "images/ImageImport.h"
 #include "images/MemoryTiff.h"
 #include "pdfcore/CosNames.h"
+#include "tests/filters/FilterTestUtil.h"
+#include "tests/pdfcore/test_support.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using filters::Bytes;
 
 // A small JPEG with a JFIF density (unit 1 = dots per inch, 2 = per cm).
 Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool app14 = false) {
-    jpeg_compress_struct c;
-    jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long outSize = 0;
-    jpeg_mem_dest(&c, &out, &outSize);
-    c.image_width = JDIMENSION(w);
-    c.image_height = JDIMENSION(h);
-    c.input_components = components;
-    c.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 3 ? JCS_RGB : JCS_CMYK;
-    jpeg_set_defaults(&c);
-    c.write_JFIF_header = TRUE;
-    c.write_Adobe_marker = app14 ? TRUE : FALSE;
-    c.density_unit = UINT8(densityUnit);
-    c.X_density = UINT16(density);
-    c.Y_density = UINT16(density);
-    jpeg_start_compress(&c, TRUE);
-    std::vector<JSAMPLE> row(size_t(w) * size_t(components));
-    for (int y = 0; y < h; ++y) {
-        for (size_t i = 0; i < row.size(); ++i) row[i] = JSAMPLE((i * 7 + size_t(y) * 3) & 0xFF);
-        JSAMPROW p = row.data();
-        jpeg_write_scanlines(&c, &p, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    Bytes bytes(out, out + outSize);
-    free(out);
-    return bytes;
+    Bytes pixels(size_t(w) * size_t(h) * size_t(components));
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint8_t((i * 7 + i / size_t(w * components) * 3) & 0xFF);
+    const J_COLOR_SPACE space = components == 1 ? JCS_GRAYSCALE : components == 3 ? JCS_RGB : JCS_CMYK;
+    return filters::testing::EncodeJpeg(w, h, components, space, pixels, 75, [&](jpeg_compress_struct& c) {
+        c.write_JFIF_header = TRUE;
+        c.write_Adobe_marker = app14 ? TRUE : FALSE;
+        c.density_unit = UINT8(densityUnit);
+        c.X_density = c.Y_density = UINT16(density);
+    });
 }
 
 // A bilevel pattern, rows packed MSB first, 1 = black.
@@ -115,14 +94,11 @@ std::string NameOf(CosObj dict, const char* key) {
 }
 
 TEST(ImageImport, KindByExtension) {
-    using images::ImageFileKind;
-    EXPECT_EQ(ImageFileKind::Jpeg, images::ImageFileKindFromName("a/b.jpeg"));
-    EXPECT_EQ(ImageFileKind::Jpeg, images::ImageFileKindFromName("x.JPG"));
-    EXPECT_EQ(ImageFileKind::Tiff, images::ImageFileKindFromName("scan.tif"));
-    EXPECT_EQ(ImageFileKind::Tiff, images::ImageFileKindFromName("scan.TIFF"));
-    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("scan.Tif"));  // exact spellings only
-    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("doc.pdf"));
-    EXPECT_EQ(ImageFileKind::None, images::ImageFileKindFromName("jpg"));
+    using K = images::ImageFileKind;
+    // Exact spellings only: "scan.Tif" is no TIFF.
+    for (auto [name, kind] : {std::pair{"a/b.jpeg", K::Jpeg}, {"x.JPG", K::Jpeg}, {"scan.tif", K::Tiff},
+                              {"scan.TIFF", K::Tiff}, {"scan.Tif", K::None}, {"doc.pdf", K::None}, {"jpg", K::None}})
+        EXPECT_EQ(kind, images::ImageFileKindFromName(name)) << name;
 }
 
 TEST(ImageImport, JpegKeepsItsBytesAndSizesThePageByDensity) {
@@ -239,16 +215,12 @@ TEST(ImageImport, ColourTiffBecomesFlateWithTheSamples) {
 }
 
 TEST(ImageImport, ImportImageFileReadsFromDisk) {
-    const auto dir = std::filesystem::temp_directory_path() / ("tmimg" + std::to_string(getpid()));
-    std::filesystem::create_directories(dir);
-    const auto path = (dir / "photo.JPEG").string();
+    ScratchDir dir;
     const Bytes jpeg = MakeJpeg(72, 36, 3, 1, 72);
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(jpeg.data()), jpeg.size());
-    PDDoc pd = images::ImportImageFile(path);
+    PDDoc pd = images::ImportImageFile(dir.Write("photo.JPEG", std::string(jpeg.begin(), jpeg.end())));
     ASSERT_NE(nullptr, pd);
     EXPECT_EQ((std::vector<double>{0, 0, 72, 36}), MediaBox(pd, 0));
     PDDocClose(pd);
-    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

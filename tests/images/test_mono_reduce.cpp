@@ -120,8 +120,7 @@ TEST_F(Mono, JBIG2IsHandedBlackAsOne) {
         for (int x = 0; x < w; ++x) ASSERT_NE(Sample(seen, w, x, y), Sample(page, w, x, y)) << x << "," << y;
     // Without a coder, JBIG2 falls back to CCITT G4; a colour key (white
     // shows through) stays, since the samples keep their values.
-    CosObj other = Bilevel(w, h, page);
-    CosDictPut(other, A("Mask"), Ints({1, 1}));
+    CosObj other = With(Bilevel(w, h, page), "Mask", Ints({1, 1}));
     p.jbig2 = nullptr;
     p.downsample = true;
     p.resampleFilter = "box";

@@ -57,6 +57,7 @@ protected:
     CosObj RgbJpeg(int w, int h, const Bytes& jpeg) {
         return ImageDocTest::Image(w, h, Name("DeviceRGB"), 8, jpeg, "DCTDecode");
     }
+    ColourOutcome Palettise(CosObj img) { return ReduceColours(img, Palettize()).outcome; }
     static ColourReductionParams Palettize() {
         ColourReductionParams p;
         p.palettize = true;
@@ -152,12 +153,9 @@ TEST(PaletteRaster, GridDepthsAndPacking) {
         r.data = std::move(v);
         return r;
     };
-    EXPECT_EQ(GridBits(gray({0, 255, 255, 0})), 1);
-    EXPECT_EQ(GridBits(gray({0, 85, 170, 255})), 2);
-    EXPECT_EQ(GridBits(gray({255, 85})), 2);
-    EXPECT_EQ(GridBits(gray({0, 17, 238})), 4);
-    EXPECT_EQ(GridBits(gray({0, 1, 255})), 0);
-    EXPECT_EQ(GridBits(gray({128})), 0);
+    const std::vector<std::pair<Bytes, int>> grids = {{{0, 255, 255, 0}, 1}, {{0, 85, 170, 255}, 2}, {{255, 85}, 2},
+                                                      {{0, 17, 238}, 4},     {{0, 1, 255}, 0},      {{128}, 0}};
+    for (const auto& [levels, bits] : grids) EXPECT_EQ(GridBits(gray(levels)), bits) << testing::PrintToString(levels);
 
     // Rows are padded to whole bytes, samples from the high bits down.
     EXPECT_EQ(PackSamples({1, 0, 1, 1, 0, 0, 0, 0, 1, 1}, 5, 2, 1, 1), (Bytes{0xB0, 0x18}));
@@ -187,85 +185,78 @@ TEST_F(Colours, PalettisesExactlyAtTheSmallestDepthKeepingTheBase) {
     }
     // More than 256 colours: palettisation alone leaves the image.
     CosObj many = Image(64, 64, Name("DeviceRGB"), 8, Gradient(64, 64));
-    EXPECT_EQ(ReduceColours(many, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(many), ColourOutcome::Unchanged);
     EXPECT_EQ(CosDictGetName(many, A("ColorSpace")), A("DeviceRGB"));
 }
 
 TEST_F(Colours, GrayImagesGoToSmallerDepthsOrSmallTables) {
-    // Only black and white: 1-bit DeviceGray, no table, Decode kept.
-    Bytes bw(200 * 100);
-    for (size_t i = 0; i < bw.size(); ++i) bw[i] = ((i / 200) / 10 + (i % 200) / 25) % 2 ? 255 : 0;
-    CosObj img = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(img, A("Decode"), Ints({1, 0}));
-    ColourResult r = ReduceColours(img, Palettize());
-    ASSERT_EQ(r.outcome, ColourOutcome::Palettized) << r.reason;
-    EXPECT_EQ(CosDictGetInt(img, A("BitsPerComponent"), 0), 1);
-    EXPECT_EQ(CosDictGetName(img, A("ColorSpace")), A("DeviceGray"));
+    // 200 x 100 gray in stripes of the given levels.
+    auto stripes = [](std::vector<uint8_t> levels) {
+        Bytes b(200 * 100);
+        for (size_t i = 0; i < b.size(); ++i) b[i] = levels[(i / 200 / 5 + i % 200 / 20) % levels.size()];
+        return b;
+    };
+    std::vector<uint8_t> seventeen;
+    for (int k = 0; k < 17; ++k) seventeen.push_back(uint8_t(3 + 11 * k));
+    const Bytes bw = stripes({0, 255}), four = stripes({0, 85, 170, 255});
+    // Black and white: 1-bit DeviceGray, no table; four levels on the 2-bit
+    // grid: 2-bit gray; three levels off the grid: a 2-bit table over
+    // DeviceGray; seventeen would need 8 bits, no smaller than the image.
+    struct Case {
+        Bytes data;
+        int bits;
+        bool table;
+    };
+    for (const Case& c : {Case{bw, 1, false}, Case{four, 2, false}, Case{stripes({30, 100, 240}), 2, true},
+                          Case{stripes(seventeen), 8, false}}) {
+        CosObj img = Image(200, 100, Name("DeviceGray"), 8, c.data);
+        EXPECT_EQ(Palettise(img), c.bits == 8 ? ColourOutcome::Unchanged : ColourOutcome::Palettized);
+        EXPECT_EQ(Int(img, "BitsPerComponent"), c.bits);
+        if (c.table)
+            EXPECT_EQ(Drawn(img), c.data);
+        else
+            EXPECT_EQ(NameOf(img, "ColorSpace"), "DeviceGray") << c.bits;
+    }
+
+    // A Decode array is kept over the new 1-bit samples.
+    CosObj img = With(Image(200, 100, Name("DeviceGray"), 8, bw), "Decode", Ints({1, 0}));
+    ASSERT_EQ(Palettise(img), ColourOutcome::Palettized);
     EXPECT_EQ(CosObjGetType(CosDictGet(img, A("Decode"))), kCosArray);
     EXPECT_EQ(CosStreamDecodedData(img).size(), 25u * 100u);
     std::vector<int> white;
     for (uint8_t v : bw) white.push_back(v ? 1 : 0);
     EXPECT_EQ(Indices(img), white);
 
-    // Four levels on the 2-bit grid: 2-bit gray.
-    Bytes four(200 * 100);
-    for (size_t i = 0; i < four.size(); ++i) four[i] = uint8_t(85 * ((i / 200 / 5 + i % 200 / 20) % 4));
-    CosObj img2 = Image(200, 100, Name("DeviceGray"), 8, four);
-    ASSERT_EQ(ReduceColours(img2, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_EQ(CosDictGetInt(img2, A("BitsPerComponent"), 0), 2);
-    EXPECT_EQ(CosDictGetName(img2, A("ColorSpace")), A("DeviceGray"));
-
-    // Three levels off the grid: a 2-bit table over DeviceGray.
-    Bytes three(200 * 100);
-    const uint8_t levels[3] = {30, 100, 240};
-    for (size_t i = 0; i < three.size(); ++i) three[i] = levels[(i / 200 / 5 + i % 200 / 20) % 3];
-    CosObj img3 = Image(200, 100, Name("DeviceGray"), 8, three);
-    ASSERT_EQ(ReduceColours(img3, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_EQ(CosDictGetInt(img3, A("BitsPerComponent"), 0), 2);
-    EXPECT_EQ(Drawn(img3), three);
-
-    // Seventeen levels would need 8 bits, no smaller than the image.
-    Bytes many(200 * 100);
-    for (size_t i = 0; i < many.size(); ++i) many[i] = uint8_t(3 + 11 * ((i / 200 / 5 + i % 200 / 20) % 17));
-    CosObj img4 = Image(200, 100, Name("DeviceGray"), 8, many);
-    EXPECT_EQ(ReduceColours(img4, Palettize()).outcome, ColourOutcome::Unchanged);
-    EXPECT_EQ(CosDictGetInt(img4, A("BitsPerComponent"), 0), 8);
-
     // A key on gray levels moves to the new depth: [200 255] holds only
     // white, which is 1 at one bit; [10 20] holds no level at all.
-    CosObj keyed = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(keyed, A("Mask"), Ints({200, 255}));
-    ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
-    CosObj mask = CosDictGet(keyed, A("Mask"));
-    ASSERT_EQ(CosObjGetType(mask), kCosArray);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 0)), 1);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(mask, 1)), 1);
-    CosObj keyed2 = Image(200, 100, Name("DeviceGray"), 8, four);
-    CosDictPut(keyed2, A("Mask"), Ints({80, 175}));
-    ASSERT_EQ(ReduceColours(keyed2, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 0)), 1);
-    EXPECT_EQ(CosIntegerValue(CosArrayGet(CosDictGet(keyed2, A("Mask")), 1)), 2);
-    CosObj unkeyed = Image(200, 100, Name("DeviceGray"), 8, bw);
-    CosDictPut(unkeyed, A("Mask"), Ints({10, 20}));
-    ASSERT_EQ(ReduceColours(unkeyed, Palettize()).outcome, ColourOutcome::Palettized);
-    EXPECT_FALSE(CosDictKnown(unkeyed, A("Mask")));
+    auto keyed = [&](const Bytes& data, std::initializer_list<int> key) {
+        CosObj k = With(Image(200, 100, Name("DeviceGray"), 8, data), "Mask", Ints(key));
+        EXPECT_EQ(Palettise(k), ColourOutcome::Palettized);
+        CosObj mask = CosDictGet(k, A("Mask"));
+        std::vector<int> out;
+        for (ASInt32 i = 0; CosObjGetType(mask) == kCosArray && i < CosArrayLength(mask); ++i)
+            out.push_back(CosIntegerValue(CosArrayGet(mask, i)));
+        return out;
+    };
+    EXPECT_EQ(keyed(bw, {200, 255}), (std::vector<int>{1, 1}));
+    EXPECT_EQ(keyed(four, {80, 175}), (std::vector<int>{1, 2}));
+    EXPECT_EQ(keyed(bw, {10, 20}), std::vector<int>{});
 
     // 4-bit black and white becomes 1-bit; 1-bit stays as it is.
     Bytes nib(100 * 50, 0);
     for (size_t i = 0; i < nib.size(); ++i) nib[i] = (i / 100 / 4 + i % 100 / 7) % 2 ? 0xF0 : 0x0F;
     CosObj img5 = Image(200, 50, Name("DeviceGray"), 4, nib);
-    ASSERT_EQ(ReduceColours(img5, Palettize()).outcome, ColourOutcome::Palettized);
+    ASSERT_EQ(Palettise(img5), ColourOutcome::Palettized);
     EXPECT_EQ(CosDictGetInt(img5, A("BitsPerComponent"), 0), 1);
     EXPECT_EQ(CosDictGetName(img5, A("ColorSpace")), A("DeviceGray"));
-    EXPECT_EQ(ReduceColours(img5, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(img5), ColourOutcome::Unchanged);
 }
 
 TEST_F(Colours, DecodeKeysAndSixteenBits) {
     // Decode [1 0 ...] is folded into the table and dropped.
     const Bytes raw = Blocks(128, 64, 6);
-    CosObj inv = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(inv, A("Decode"), Ints({1, 0, 0, 1, 1, 0}));
-    ASSERT_EQ(ReduceColours(inv, Palettize()).outcome, ColourOutcome::Palettized);
+    CosObj inv = With(Image(128, 64, Name("DeviceRGB"), 8, raw), "Decode", Ints({1, 0, 0, 1, 1, 0}));
+    ASSERT_EQ(Palettise(inv), ColourOutcome::Palettized);
     EXPECT_FALSE(CosDictKnown(inv, A("Decode")));
     Bytes expected = raw;
     for (size_t i = 0; i < expected.size(); ++i)
@@ -273,15 +264,13 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
     EXPECT_EQ(Drawn(inv), expected);
 
     // Any other Decode, or a Lab image with one, is left alone.
-    CosObj odd = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(odd, A("Decode"), Ints({0, 1, 0, 1, 1, 1}));
-    EXPECT_EQ(ReduceColours(odd, Palettize()).outcome, ColourOutcome::LeftAlone);
+    CosObj odd = With(Image(128, 64, Name("DeviceRGB"), 8, raw), "Decode", Ints({0, 1, 0, 1, 1, 1}));
+    EXPECT_EQ(Palettise(odd), ColourOutcome::LeftAlone);
 
     // A colour key: keyed colours take the first indices and the Mask
     // becomes their range, so the same pixels stay see-through.
-    CosObj keyed = Image(128, 64, Name("DeviceRGB"), 8, raw);
-    CosDictPut(keyed, A("Mask"), Ints({0, 120, 0, 255, 0, 255}));
-    ASSERT_EQ(ReduceColours(keyed, Palettize()).outcome, ColourOutcome::Palettized);
+    CosObj keyed = With(Image(128, 64, Name("DeviceRGB"), 8, raw), "Mask", Ints({0, 120, 0, 255, 0, 255}));
+    ASSERT_EQ(Palettise(keyed), ColourOutcome::Palettized);
     CosObj mask = CosDictGet(keyed, A("Mask"));
     ASSERT_EQ(CosObjGetType(mask), kCosArray);
     ASSERT_EQ(CosArrayLength(mask), 2);
@@ -307,12 +296,12 @@ TEST_F(Colours, DecodeKeysAndSixteenBits) {
         wide.push_back(v);
     }
     CosObj img16 = Image(128, 64, Name("DeviceRGB"), 16, wide);
-    ASSERT_EQ(ReduceColours(img16, Palettize()).outcome, ColourOutcome::Palettized);
+    ASSERT_EQ(Palettise(img16), ColourOutcome::Palettized);
     EXPECT_EQ(Drawn(img16), raw);
     // ...real 16-bit ones are not.
     wide[1] ^= 1;
     CosObj real16 = Image(128, 64, Name("DeviceRGB"), 16, wide);
-    EXPECT_EQ(ReduceColours(real16, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(real16), ColourOutcome::Unchanged);
     EXPECT_EQ(CosDictGetInt(real16, A("BitsPerComponent"), 0), 16);
 }
 
@@ -332,37 +321,31 @@ TEST_F(Colours, ReplacesOnlyWhenSmallerAndLeavesOtherKindsAlone) {
     CosObj img = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
     CosObj smask = Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200));
     CosDictPut(img, A("SMask"), smask);
-    ASSERT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Palettized);
+    ASSERT_EQ(Palettise(img), ColourOutcome::Palettized);
     EXPECT_EQ(CosDictGet(img, A("SMask")), smask);
     EXPECT_EQ(CosDictGetInt(smask, A("BitsPerComponent"), 0), 8);
 
     // A soft mask with a Matte colour pins the image's colour space; a gray
     // image can still drop to fewer bits in its own space.
     CosObj matted = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
-    CosObj matte = Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200));
-    CosDictPut(matte, A("Matte"), Ints({1, 1, 1}));
+    CosObj matte = With(Image(128, 64, Name("DeviceGray"), 8, Bytes(128 * 64, 200)), "Matte", Ints({1, 1, 1}));
     CosDictPut(matted, A("SMask"), matte);
-    EXPECT_EQ(ReduceColours(matted, Palettize()).outcome, ColourOutcome::LeftAlone);
+    EXPECT_EQ(Palettise(matted), ColourOutcome::LeftAlone);
     Bytes bw(128 * 64);
     for (size_t i = 0; i < bw.size(); ++i) bw[i] = (i / 128 + i % 128 / 9) % 2 ? 255 : 0;
-    CosObj grayMatted = Image(128, 64, Name("DeviceGray"), 8, bw);
-    CosDictPut(grayMatted, A("SMask"), matte);
-    EXPECT_EQ(ReduceColours(grayMatted, Palettize()).outcome, ColourOutcome::Palettized);
+    EXPECT_EQ(Palettise(With(Image(128, 64, Name("DeviceGray"), 8, bw), "SMask", matte)), ColourOutcome::Palettized);
 
     // Already Indexed, image masks, nothing asked for, damaged data.
-    EXPECT_EQ(ReduceColours(img, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(img), ColourOutcome::Unchanged);
     CosObj stencil = Image(64, 64, Name("DeviceGray"), 1, Bytes(512, 0x0F));
     CosDictPut(stencil, A("ImageMask"), CosNewBoolean(doc, false, true));
-    EXPECT_EQ(ReduceColours(stencil, Palettize()).outcome, ColourOutcome::Unchanged);
+    EXPECT_EQ(Palettise(stencil), ColourOutcome::Unchanged);
     CosObj plain = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
     EXPECT_EQ(ReduceColours(plain, ColourReductionParams{}).outcome, ColourOutcome::Unchanged);
-    CosObj shortData = Image(128, 64, Name("DeviceRGB"), 8, Bytes(100, 1));
-    EXPECT_EQ(ReduceColours(shortData, Palettize()).outcome, ColourOutcome::Bad);
-    CosObj badKey = Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4));
-    CosDictPut(badKey, A("Mask"), Ints({1, 2}));
-    EXPECT_EQ(ReduceColours(badKey, Palettize()).outcome, ColourOutcome::Bad);
-    CosObj huge = Image(60000, 60000, Name("DeviceRGB"), 8, Bytes(10, 0));
-    EXPECT_EQ(ReduceColours(huge, Palettize()).outcome, ColourOutcome::LeftAlone);
+    EXPECT_EQ(Palettise(Image(128, 64, Name("DeviceRGB"), 8, Bytes(100, 1))), ColourOutcome::Bad);
+    CosObj badKey = With(Image(128, 64, Name("DeviceRGB"), 8, Blocks(128, 64, 4)), "Mask", Ints({1, 2}));
+    EXPECT_EQ(Palettise(badKey), ColourOutcome::Bad);
+    EXPECT_EQ(Palettise(Image(60000, 60000, Name("DeviceRGB"), 8, Bytes(10, 0))), ColourOutcome::LeftAlone);
 }
 
 TEST_F(Colours, JpegsArePalettisedFromTheirDecodedPixels) {
@@ -440,11 +423,9 @@ TEST_F(Colours, QuantisationOnlyForPlainRGBAndOnlyWhenSmaller) {
     Bytes gray(160 * 120);
     for (size_t i = 0; i < gray.size(); ++i) gray[i] = uint8_t(i % 160 + i / 160 / 2);
     EXPECT_EQ(ReduceColours(Image(160, 120, Name("DeviceGray"), 8, gray), p).outcome, ColourOutcome::Unchanged);
-    CosObj keyed = Image(160, 120, Name("DeviceRGB"), 8, grad);
-    CosDictPut(keyed, A("Mask"), Ints({0, 10, 0, 10, 0, 10}));
+    CosObj keyed = With(Image(160, 120, Name("DeviceRGB"), 8, grad), "Mask", Ints({0, 10, 0, 10, 0, 10}));
     EXPECT_EQ(ReduceColours(keyed, p).outcome, ColourOutcome::LeftAlone);
-    CosObj decoded = Image(160, 120, Name("DeviceRGB"), 8, grad);
-    CosDictPut(decoded, A("Decode"), Ints({1, 0, 1, 0, 1, 0}));
+    CosObj decoded = With(Image(160, 120, Name("DeviceRGB"), 8, grad), "Decode", Ints({1, 0, 1, 0, 1, 0}));
     EXPECT_EQ(ReduceColours(decoded, p).outcome, ColourOutcome::LeftAlone);
 }
 

@@ -26,16 +26,10 @@ std::vector<uint8_t> ReadBack(const CosXrefStreamData& d) {
 }
 
 TEST(CompactXrefStream, FieldWidthsAreTheFewestBytesThatHoldTheValue) {
-    EXPECT_EQ(CosFieldWidth(0), 0);
-    EXPECT_EQ(CosFieldWidth(1), 1);
-    EXPECT_EQ(CosFieldWidth(255), 1);
-    EXPECT_EQ(CosFieldWidth(256), 2);
-    EXPECT_EQ(CosFieldWidth(65535), 2);
-    EXPECT_EQ(CosFieldWidth(65536), 3);
-    EXPECT_EQ(CosFieldWidth(0x7FFFFFFFu), 4);
-    EXPECT_EQ(CosFieldWidth(0x80000000u), 4);
-    EXPECT_EQ(CosFieldWidth(0x100000000ull), 5);
-    EXPECT_EQ(CosFieldWidth(UINT64_MAX), 8);
+    const std::pair<uint64_t, int> widths[] = {{0, 0},       {1, 1},           {255, 1},         {256, 2},
+                                               {65535, 2},   {65536, 3},       {0x7FFFFFFFu, 4}, {0x80000000u, 4},
+                                               {0x100000000ull, 5}, {UINT64_MAX, 8}};
+    for (auto [value, width] : widths) EXPECT_EQ(CosFieldWidth(value), width) << value;
 }
 
 TEST(CompactXrefStream, RowsWidthsAndPredictorOfATypicalTable) {

@@ -34,11 +34,8 @@ const EncryptValues kRc4_40 = {2, 1, 40, -4, qpdf::kO40, qpdf::kU40};
 const EncryptValues kRc4_128 = {3, 2, 128, -4, qpdf::kO128, qpdf::kU128};
 const std::string kQpdfId = Unhex(qpdf::kId);
 
-class SecurityHandlerTest : public ::testing::Test {
+class SecurityHandlerTest : public CosDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
-    void TearDown() override { CosDocClose(doc); }
-
     CosObj Dict(const EncryptValues& e) {
         const Maker m{doc};
         CosObj d = m.Dict({{"Filter", m.Name("Standard")}, {"R", m.Int(e.r)}, {"V", m.Int(e.v)}});
@@ -69,8 +66,6 @@ protected:
         f.Decrypt(num, 0, data);
         return std::string(data.begin(), data.end());
     }
-
-    CosDoc doc = nullptr;
 };
 
 }  // namespace
@@ -186,16 +181,13 @@ TEST_F(SecurityHandlerTest, FreshIdentifierIsReproducibleWithSourceDateEpoch) {
         SetupStandardEncryption(d, "o", "u", 3, 40);
         return CosStringBytes(CosArrayGet(CosDictGet(CosDocGetTrailer(d), cosnames::ID), 0));
     };
-    const char* saved = std::getenv("SOURCE_DATE_EPOCH");
-    std::string savedValue = saved ? saved : "";
     setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
     CosDoc other = CosDocCreate();
     std::string a = idOf(doc), b = idOf(other);
     setenv("SOURCE_DATE_EPOCH", "1700000001", 1);
     CosDoc third = CosDocCreate();
     std::string c = idOf(third);
-    if (saved) setenv("SOURCE_DATE_EPOCH", savedValue.c_str(), 1);
-    else unsetenv("SOURCE_DATE_EPOCH");
+    unsetenv("SOURCE_DATE_EPOCH");
     EXPECT_EQ(a.size(), 16u);
     EXPECT_EQ(a, b);
     EXPECT_NE(a, c);
@@ -330,10 +322,6 @@ TEST_F(SecurityFilesTest, EncryptedSaveOpensAgain) {
         EXPECT_EQ(Title(user), "Known title string");
         EXPECT_EQ(Content(user), kContent);
         CosDocClose(user);
-        CosDoc owner = OpenPath(out, "boss");
-        EXPECT_TRUE(CosDocGetFileInfo(owner).ownerAuthenticated);
-        EXPECT_EQ(Content(owner), kContent);
-        CosDocClose(owner);
         EXPECT_EQ(ErrorCodeOf([&] { OpenPath(out, ""); }), kNeedPassword);
     }
 }

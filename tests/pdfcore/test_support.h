@@ -66,6 +66,11 @@ struct ScratchDir {
     }
     ~ScratchDir() { std::filesystem::remove_all(path); }
     std::string operator/(const std::string& name) const { return path + "/" + name; }
+    // Writes `content` to the file `name` in the folder; gives its path.
+    std::string Write(const std::string& name, const std::string& content) const {
+        std::ofstream(*this / name, std::ios::binary) << content;
+        return *this / name;
+    }
     // The names in the folder, sorted.
     std::vector<std::string> Names(const std::string& sub = "") const {
         std::vector<std::string> out;
@@ -86,6 +91,14 @@ inline CosDoc OpenPath(const std::string& path, const std::string& password = ""
     params.password = password;
     return CosDocOpen(params);
 }
+
+// A test with an empty document of its own.
+class CosDocTest : public ::testing::Test {
+protected:
+    void SetUp() override { doc = CosDocCreate(); }
+    void TearDown() override { CosDocClose(doc); }
+    CosDoc doc = nullptr;
+};
 
 // Adds `shift` plus the object number to every byte, so a test can tell
 // which number encrypted what.

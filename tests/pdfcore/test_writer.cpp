@@ -19,12 +19,11 @@ std::string Fixed(double v, int p) {
     return out;
 }
 
-class WriterTest : public ::testing::Test {
+class WriterTest : public CosDocTest {
 protected:
-    void SetUp() override { doc = CosDocCreate(); }
     void TearDown() override {
         for (CosObj o : owned) CosObjDestroy(o);
-        CosDocClose(doc);
+        CosDocTest::TearDown();
     }
     // Top-level direct objects have no container to free them.
     CosObj Own(CosObj o) {
@@ -37,26 +36,19 @@ protected:
         w.WriteBody(out, obj);
         return out;
     }
-    CosDoc doc = nullptr;
     std::vector<CosObj> owned;
 };
 
 const ASAtom kA = ASAtomFromString("A");
 
 TEST(WriterNumbers, FixedPointExamplesAndRounding) {
-    EXPECT_EQ(Fixed(1.5, 5), "1.5");
-    EXPECT_EQ(Fixed(2.5, 5), "2.5");
-    EXPECT_EQ(Fixed(0.1234567, 5), "0.12346");
-    EXPECT_EQ(Fixed(-1.25, 5), "-1.25");
-    EXPECT_EQ(Fixed(0.0, 5), "0");
-    EXPECT_EQ(Fixed(2.5, 0), "3");
-    EXPECT_EQ(Fixed(0.05, 1), "0.1");
-    EXPECT_EQ(Fixed(0.000001, 9), "0.000001");
-    EXPECT_EQ(Fixed(612.0, 3), "612");
-    EXPECT_EQ(Fixed(5000000000.25, 2), "5000000000.25");
-    // The sign is taken before rounding.
-    EXPECT_EQ(Fixed(-0.000001, 5), "-0");
-    EXPECT_EQ(Fixed(-0.0, 5), "0");
+    // The sign is taken before rounding: -0.000001 at 5 places is "-0".
+    const std::tuple<double, int, const char*> cases[] = {
+        {1.5, 5, "1.5"},   {2.5, 5, "2.5"},     {0.1234567, 5, "0.12346"}, {-1.25, 5, "-1.25"},
+        {0.0, 5, "0"},     {2.5, 0, "3"},       {0.05, 1, "0.1"},          {0.000001, 9, "0.000001"},
+        {612.0, 3, "612"}, {5000000000.25, 2, "5000000000.25"},           {-0.000001, 5, "-0"},
+        {-0.0, 5, "0"}};
+    for (auto [value, places, text] : cases) EXPECT_EQ(Fixed(value, places), text) << value << " " << places;
 }
 
 TEST(WriterNumbers, DefaultPrecisionKeepsFileRealsAndPrecisionIsCutAtNine) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,12 +22,12 @@
 #include "pipeline/Report.h"
 #include "pipeline/Statistics.h"
 #include "settings/TrimoraPreferences.h"
+#include "tests/settings/SettingsTestUtil.h"
 
 namespace pipetest {
 
 using filters::Bytes;
 
-inline ASAtom A(const char* s) { return ASAtomFromString(s); }
 inline std::span<const uint8_t> B(std::string_view s) { return {reinterpret_cast<const uint8_t*>(s.data()), s.size()}; }
 inline Bytes Text(std::string_view s) { return Bytes(s.begin(), s.end()); }
 inline Bytes Encoded(CosObj s) { return Bytes(CosStreamEncodedData(s).begin(), CosStreamEncodedData(s).end()); }
@@ -42,39 +43,9 @@ inline Bytes Ramp(size_t n, int seed) {
     return b;
 }
 
-// What the log would print, with progress (and on request debug) on.
-struct CapturedLog {
-    explicit CapturedLog(bool debug = false) : out(tmpfile()), err(tmpfile()) {
-        log.SetConsoleStreams(out, err);
-        log.SetFileLoggingAllowed(false);
-        log.SetChannelOff(Log::kProgress, false);
-        if (debug) log.SetChannelOff(Log::kDebug, false);
-    }
-    ~CapturedLog() {
-        fclose(out);
-        fclose(err);
-    }
-    static std::string Read(FILE* f) {
-        fflush(f);
-        std::string s;
-        rewind(f);
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-        return s;
-    }
-    std::string Out() { return Read(out); }
-    std::string Err() { return Read(err); }
-    std::string All() { return Out() + Err(); }
-    bool Logged(const std::string& text) { return All().find(text) != std::string::npos; }
-    FILE* out;
-    FILE* err;
-    Log log;
-};
-
 class DocTest : public ::testing::Test {
 protected:
-    explicit DocTest(bool debug = false) : cap(debug) {}
+    explicit DocTest(bool debug = false) : cap(true, debug) {}
     void SetUp() override {
         prefs.SetLog(&cap.log);
         pipeline::Statistics(prefs.StatisticsDict()).Reset();
@@ -178,6 +149,11 @@ protected:
         ctx.pageNumber = pageNumber;
         return ctx;
     }
+    // One context for the whole test, for steps that do not look at the page number.
+    pipeline::RunContext& C() {
+        if (!ctx_) ctx_.emplace(Ctx());
+        return *ctx_;
+    }
     pipeline::Statistics Stats() { return pipeline::Statistics(prefs.StatisticsDict()); }
     ASInt32 Stat(const char* key) { return Stats().Get(key); }
     bool Flag(const char* key) { return Stats().GetFlag(key); }
@@ -186,6 +162,7 @@ protected:
 
     CapturedLog cap;
     CTrimoraPreferences prefs;
+    std::optional<pipeline::RunContext> ctx_;
     PDDoc pd = nullptr;
     CosDoc doc = nullptr;
     CosObj cat = nullptr;

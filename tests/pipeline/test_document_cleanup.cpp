@@ -100,13 +100,26 @@ TEST_F(DocumentCleanupTest, DamagedCatalogEntriesAreSkippedWithAWarning) {
     }
 }
 
-TEST_F(DocumentCleanupTest, KeptOutlineWithALoopIsReportedAndLeftAlone) {
+TEST_F(DocumentCleanupTest, TreesWithALoopAreReportedAndLeftAlone) {
     CosObj a = Dict(true), b = Dict({{"Next", a}}, true);  // back to the first item
     CosDictPut(a, A("Next"), b);
     CosDictPut(cat, A("Outlines"), Dict({{"First", a}, {"Count", Int(2)}}, true));
     EXPECT_EQ(Run(), 0);
     EXPECT_TRUE(Has(cat, "Outlines"));
     EXPECT_TRUE(cap.Logged("Skipping part of the outline tree: an item is reached twice"));
+
+    // A named destination tree with a loop is kept, but its names still resolve.
+    prefs.Optimize().removeNamedDests = A("Remove");
+    CosObj p1 = AddPage();
+    CosObj root = Dict(true), leaf = Dict({{"Names", Arr({Str("here"), Fit(p1)})}, {"Kids", Arr({root})}}, true);
+    CosDictPut(root, A("Kids"), Arr({leaf}));  // the leaf leads back up to the root
+    CosDictPut(NamesDict(), A("Dests"), root);
+    CosObj link = Dict({{"Dest", Str("here")}}, true);
+    CosDictPut(p1, A("Annots"), Arr({link}));
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(CosObjGetType(CosDictGet(link, A("Dest"))), kCosArray);
+    EXPECT_TRUE(Has(CosDictGet(cat, A("Names")), "Dests"));
+    EXPECT_TRUE(cap.Logged("Skipping named destinations: the Dests name tree: a node is reached twice"));
 }
 
 TEST_F(DocumentCleanupTest, TaggingGoesWithEveryReferenceIntoTheStructure) {
@@ -159,20 +172,6 @@ TEST_F(DocumentCleanupTest, RemovedNamedDestinationsLeaveExplicitOnesBehind) {
     // Another file's destination and an unknown name are left as they were.
     EXPECT_EQ(CosObjGetType(CosDictGet(CosDictGet(remote, A("A")), A("D"))), kCosString);
     EXPECT_EQ(CosObjGetType(CosDictGet(unknown, A("Dest"))), kCosString);
-}
-
-TEST_F(DocumentCleanupTest, NamedDestinationTreeWithALoopIsKeptButItsNamesStillResolve) {
-    prefs.Optimize().removeNamedDests = A("Remove");
-    CosObj p1 = AddPage();
-    CosObj root = Dict(true), leaf = Dict({{"Names", Arr({Str("here"), Fit(p1)})}, {"Kids", Arr({root})}}, true);
-    CosDictPut(root, A("Kids"), Arr({leaf}));  // the leaf leads back up to the root
-    CosDictPut(NamesDict(), A("Dests"), root);
-    CosObj link = Dict({{"Dest", Str("here")}}, true);
-    CosDictPut(p1, A("Annots"), Arr({link}));
-    EXPECT_EQ(Run(), 0);
-    EXPECT_EQ(CosObjGetType(CosDictGet(link, A("Dest"))), kCosArray);
-    EXPECT_TRUE(Has(CosDictGet(cat, A("Names")), "Dests"));
-    EXPECT_TRUE(cap.Logged("Skipping named destinations: the Dests name tree: a node is reached twice"));
 }
 
 TEST_F(DocumentCleanupTest, TreeReaderBoundsDepthAndReportsBadParts) {

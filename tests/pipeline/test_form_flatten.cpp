@@ -25,8 +25,7 @@ std::string DrawL(int i) {
 class FormFlattenTest : public DocTest {
 protected:
     int Flatten(CosObj page) {
-        auto ctx = Ctx();
-        return pipeline::FlattenPageFormXObjects(page, ctx);
+        return pipeline::FlattenPageFormXObjects(page, C());
     }
 };
 
@@ -153,9 +152,8 @@ TEST_F(FormFlattenTest, FormsDrawingFormsManyTimesStopAtTheContentBound) {
     for (int i = 0; i < 14; ++i) forms.push_back(Form(tenTimes));
     for (int i = 0; i + 1 < 14; ++i) Put(forms[size_t(i)], "XObject", "N", forms[size_t(i + 1)]);
     Put(page, "XObject", "L0", forms[0]);
-    auto ctx = Ctx();
     const size_t bound = 64 * 1024;
-    int n = pipeline::FlattenPageFormXObjects(page, ctx, bound);
+    int n = pipeline::FlattenPageFormXObjects(page, C(), bound);
     EXPECT_GT(n, 100);
     std::string c = Content(page);
     // Past the bound only what is already open is closed: a few forms'
@@ -169,8 +167,7 @@ TEST_F(FormFlattenTest, FormsDrawingFormsManyTimesStopAtTheContentBound) {
 class TransparencyTest : public FormFlattenTest {
 protected:
     pipeline::TransparencyCounts Run() {
-        auto ctx = Ctx();
-        return pipeline::RemoveInvisibleTransparency(ctx);
+        return pipeline::RemoveInvisibleTransparency(C());
     }
     void Group(CosObj page) { CosDictPut(page, A("Group"), Dict({{"S", Name("Transparency")}})); }
     CosObj Image(const std::string& samples, int w, int h, int bpc) {
@@ -206,8 +203,7 @@ TEST_F(TransparencyTest, OnlyOpaqueSoftMasksGo) {
     // One-bit rows of three samples: the five padding bits do not count.
     CosObj opaque1 = Set(Image("xx", 3, 2, 8), {{"SMask", Image("\xe0\xe0", 3, 2, 1)}, {"SMaskInData", Num(0)}});
     CosObj matte = Image("xxxx", 2, 2, 8);
-    CosObj matteMask = Image(std::string(4, '\xff'), 2, 2, 8);
-    CosDictPut(matteMask, A("Matte"), Array({0}));
+    CosObj matteMask = Set(Image(std::string(4, '\xff'), 2, 2, 8), {{"Matte", Array({0})}});
     CosDictPut(matte, A("SMask"), matteMask);
     CosObj partial = Set(Image("xxxx", 2, 2, 8), {{"SMask", Image("\xff\xff\xff\x80", 2, 2, 8)}});
     for (auto [n, img] : {std::pair{"A", opaque8}, {"B", opaque1}, {"C", matte}, {"D", partial}})

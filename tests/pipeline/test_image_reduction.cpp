@@ -19,8 +19,7 @@ class ImageStep : public DocTest {
 protected:
     ImageStep() : DocTest(true) { cap.log.SetProgressSink(&sink); }
     CosObj Image(int w, int h, const char* cs, int bpc, const std::vector<uint8_t>& raw) {
-        CosObj img = Set(DocTest::Image(w, h, raw, cs), {{"BitsPerComponent", Int(bpc)}});
-        return img;
+        return Set(DocTest::Image(w, h, raw, cs), {{"BitsPerComponent", Int(bpc)}});
     }
     static std::vector<uint8_t> Ramp(size_t n, int period) {
         std::vector<uint8_t> v(n);

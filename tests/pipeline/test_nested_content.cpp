@@ -97,14 +97,11 @@ TEST_F(NestedContentStreamTest, FormsPatternsGlyphsAndAppearancesAreRewrittenAnd
 
     auto ctx = Ctx(-1);
     OptimizeResources(ctx);
-    EXPECT_EQ(Stat("FormXObjects_Total"), 1);
-    EXPECT_EQ(Stat("FormXObjects_Compressed"), 1);
-    EXPECT_EQ(Stat("Patterns_Total"), 2);
-    EXPECT_EQ(Stat("Patterns_Compressed"), 2) << "the damaged one shrinks by plain recompression";
-    EXPECT_EQ(Stat("T3FontGlyphs_Total"), 2);
-    EXPECT_EQ(Stat("T3FontGlyphs_Compressed"), 1);
-    EXPECT_EQ(Stat("AnnotStreams_Total"), 2);
-    EXPECT_EQ(Stat("AnnotStreams_Compressed"), 2);
+    // Both patterns count: the damaged one shrinks by plain recompression.
+    for (auto [key, n] : {std::pair{"FormXObjects_Total", 1}, {"FormXObjects_Compressed", 1}, {"Patterns_Total", 2},
+                          {"Patterns_Compressed", 2}, {"T3FontGlyphs_Total", 2}, {"T3FontGlyphs_Compressed", 1},
+                          {"AnnotStreams_Total", 2}, {"AnnotStreams_Compressed", 2}})
+        EXPECT_EQ(Stat(key), n) << key;
     EXPECT_EQ(Decoded(form).find('%'), std::string::npos);
     EXPECT_EQ(Decoded(on).find('%'), std::string::npos);
     EXPECT_NE(Decoded(glyph).find("750 750 d1"), std::string::npos);

@@ -19,12 +19,12 @@ protected:
 
 // ---------------------------------------------------------------- removals
 
-TEST_F(PageCleanupTest, EditDataCountsPieceInfoWithLastModifiedOnce) {
+TEST_F(PageCleanupTest, EditDataThumbnailsAndJobTicketsAreCountedOnce) {
+    // PieceInfo with its LastModified counts once.
     CosObj page = Page();
     Set(page, {{"PieceInfo", Dict()}, {"LastModified", Str("D:2004")}, {"CAPT_Info", Dict()}, {"CSML:PProtB", Int(1)},
                {"Rotate", Int(0)}});  // Rotate is not edit data
-    RunContext ctx = Ctx();
-    RemoveEditData(page, ctx);
+    RemoveEditData(page, C());
     EXPECT_EQ(3, Stat("EditData_Removed"));
     for (const char* k : {"PieceInfo", "LastModified", "CAPT_Info", "CSML:PProtB"})
         EXPECT_FALSE(Has(page, k)) << k;
@@ -33,20 +33,17 @@ TEST_F(PageCleanupTest, EditDataCountsPieceInfoWithLastModifiedOnce) {
 
     // A null PieceInfo is not present: LastModified stays, nothing counts.
     CosObj other = Set(Page(), {{"PieceInfo", CosNewNull()}, {"LastModified", Str("D:2004")}});
-    RemoveEditData(other, ctx);
+    RemoveEditData(other, C());
     EXPECT_EQ(3, Stat("EditData_Removed"));
     EXPECT_TRUE(Has(other, "LastModified"));
-}
 
-TEST_F(PageCleanupTest, ThumbnailAndJobTicket) {
-    CosObj page = Set(Page(), {{"Thumb", Stream("thumb")}, {"HDAG_Tools", Dict()}});
-    RunContext ctx = Ctx();
-    RemoveThumbnail(page, ctx);
-    RemoveJobTicket(page, ctx);
-    RemoveThumbnail(page, ctx);  // nothing left to count
+    CosObj thumbed = Set(Page(), {{"Thumb", Stream("thumb")}, {"HDAG_Tools", Dict()}});
+    RemoveThumbnail(thumbed, C());
+    RemoveJobTicket(thumbed, C());
+    RemoveThumbnail(thumbed, C());  // nothing left to count
     EXPECT_EQ(1, Stat("Thumbs_Removed"));
     EXPECT_EQ(1, Stat("JobTicket_Removed"));
-    EXPECT_FALSE(Has(page, "Thumb") || Has(page, "HDAG_Tools"));
+    EXPECT_FALSE(Has(thumbed, "Thumb") || Has(thumbed, "HDAG_Tools"));
 }
 
 TEST_F(PageCleanupTest, FileAttachmentsGoWithTheirPopups) {
@@ -56,8 +53,7 @@ TEST_F(PageCleanupTest, FileAttachmentsGoWithTheirPopups) {
     CosObj popup = Set(annot("Popup"), {{"Parent", first}}), notePopup = Set(annot("Popup"), {{"Parent", note}});
     CosObj annots = Arr({first, note, annot("FileAttachment"), popup, notePopup, annot("FileAttachment")});
     CosDictPut(page, A("Annots"), annots);
-    RunContext ctx = Ctx();
-    RemoveFileAttachments(page, ctx);
+    RemoveFileAttachments(page, C());
     EXPECT_EQ(3, Stat("EmbeddedFiles_Removed"));
     ASSERT_EQ(2, CosArrayLength(annots));
     EXPECT_EQ(note, CosArrayGet(annots, 0));
@@ -65,7 +61,7 @@ TEST_F(PageCleanupTest, FileAttachmentsGoWithTheirPopups) {
 
     // Annots of the wrong kind: a warning, nothing else.
     CosObj other = Set(Page(), {{"Annots", Int(7)}});
-    RemoveFileAttachments(other, ctx);
+    RemoveFileAttachments(other, C());
     EXPECT_EQ(3, Stat("EmbeddedFiles_Removed"));
     EXPECT_TRUE(cap.Logged("Annots is not an array"));
 }
@@ -76,8 +72,7 @@ TEST_F(PageCleanupTest, ExtraBoxesEqualToTheMediaBoxGo) {
     // An all-zero ArtBox is not a box to compare.
     CosObj page = Set(Page(), {{"TrimBox", Array({0, 0, 612, 792})}, {"CropBox", Array({0, 0, 612.0, 792})},
                                {"BleedBox", Array({0, 0, 612, 792.001})}, {"ArtBox", Array({0, 0, 0, 0})}});
-    RunContext ctx = Ctx();
-    RemoveExtraBoxes(page, ctx);
+    RemoveExtraBoxes(page, C());
     EXPECT_EQ(2, Stat("ExtraBoxes_Removed"));
     EXPECT_FALSE(Has(page, "TrimBox") || Has(page, "CropBox"));
     EXPECT_TRUE(Has(page, "BleedBox") && Has(page, "ArtBox") && Has(page, "MediaBox"));
@@ -85,7 +80,7 @@ TEST_F(PageCleanupTest, ExtraBoxesEqualToTheMediaBoxGo) {
 
     // A box of the wrong kind is named in a warning and left; the others go on.
     CosObj bad = Set(Page(), {{"CropBox", Array({0, 0, 612})}, {"TrimBox", Array({0, 0, 612, 792})}});
-    RemoveExtraBoxes(bad, ctx);
+    RemoveExtraBoxes(bad, C());
     EXPECT_TRUE(Has(bad, "CropBox"));
     EXPECT_FALSE(Has(bad, "TrimBox"));
     EXPECT_TRUE(cap.Logged("the CropBox is not an array of four numbers"));
@@ -94,7 +89,7 @@ TEST_F(PageCleanupTest, ExtraBoxesEqualToTheMediaBoxGo) {
     CosObj bare = Set(Page(false), {{"MediaBox", Array({0, 0, 0, 0})}, {"CropBox", Array({0, 0, 0, 0})},
                                     {"TrimBox", Array({0, 0, 10, 10})}});
     const ASInt32 before = Stat("ExtraBoxes_Removed");
-    RemoveExtraBoxes(bare, ctx);
+    RemoveExtraBoxes(bare, C());
     EXPECT_EQ(before, Stat("ExtraBoxes_Removed"));
     EXPECT_TRUE(Has(bare, "CropBox"));
 }
@@ -102,9 +97,8 @@ TEST_F(PageCleanupTest, ExtraBoxesEqualToTheMediaBoxGo) {
 TEST_F(PageCleanupTest, MediaBoxInheritedFromAnEqualParent) {
     CosDictPut(pages, A("MediaBox"), Array({0, 0, 612, 792}));
     CosObj same = Page(), other = Set(Page(false), {{"MediaBox", Array({0, 0, 595, 842})}});
-    RunContext ctx = Ctx();
-    RemoveExtraBoxes(same, ctx);
-    RemoveExtraBoxes(other, ctx);
+    RemoveExtraBoxes(same, C());
+    RemoveExtraBoxes(other, C());
     EXPECT_EQ(1, Stat("PageBoxes_Optimized"));
     EXPECT_FALSE(Has(same, "MediaBox"));
     EXPECT_TRUE(Has(other, "MediaBox"));
@@ -114,9 +108,8 @@ TEST_F(PageCleanupTest, MediaBoxInheritedFromAnEqualParent) {
 TEST_F(PageCleanupTest, EqualBoxesOfAllSiblingsMoveUpToTheParent) {
     CosObj a = Page(), b = Page();
     for (CosObj p : {a, b}) CosDictPut(p, A("CropBox"), Array({10, 10, 600, 780}));
-    RunContext ctx = Ctx();
-    RemoveExtraBoxes(a, ctx);
-    RemoveExtraBoxes(b, ctx);
+    RemoveExtraBoxes(a, C());
+    RemoveExtraBoxes(b, C());
     // Both media boxes and both crop boxes now come from the parent.
     EXPECT_EQ(4, Stat("PageBoxes_Optimized"));
     for (CosObj p : {a, b}) {
@@ -130,8 +123,7 @@ TEST_F(PageCleanupTest, BoxesStayWhenASiblingWouldInheritAnotherBox) {
     // The second page has no crop box of its own: moving the first page's
     // crop box up would crop it.
     CosObj a = Set(Page(), {{"CropBox", Array({10, 10, 600, 780})}}), b = Page();
-    RunContext ctx = Ctx();
-    RemoveExtraBoxes(a, ctx);
+    RemoveExtraBoxes(a, C());
     EXPECT_TRUE(Has(a, "CropBox"));
     EXPECT_FALSE(Has(pages, "CropBox"));
     // Media boxes were all equal, so that one did move.
@@ -145,35 +137,33 @@ TEST_F(PageCleanupTest, BoxesStayWhenASiblingWouldInheritAnotherBox) {
 TEST_F(PageCleanupTest, RotationZeroIsRemovedOnlyWhenItIsAnIntegerZero) {
     CosObj zero = Set(Page(), {{"Rotate", Int(0)}}), ninety = Set(Page(), {{"Rotate", Int(90)}});
     CosObj real = Set(Page(), {{"Rotate", CosNewFixed(doc, false, 0.25)}}), name = Set(Page(), {{"Rotate", Name("Zero")}});
-    RunContext ctx = Ctx();
-    for (CosObj p : {zero, ninety, real}) AdjustRotation(p, ctx);
+    for (CosObj p : {zero, ninety, real}) AdjustRotation(p, C());
     EXPECT_EQ(1, Stat("Rotations_Removed"));
     EXPECT_FALSE(Has(zero, "Rotate"));
     EXPECT_EQ(90, CosDictGetInt(ninety, A("Rotate"), 0));
     EXPECT_TRUE(Has(real, "Rotate"));
-    EXPECT_THROW(AdjustRotation(name, ctx), CVellumError);
+    EXPECT_THROW(AdjustRotation(name, C()), CVellumError);
 
     prefs.Viewing().rotate = -90;
-    AdjustRotation(zero, ctx);
+    AdjustRotation(zero, C());
     EXPECT_EQ(270, CosDictGetInt(zero, A("Rotate"), 0));
     EXPECT_EQ(1, Stat("Rotations_Added"));
     prefs.Viewing().rotate = 45;
-    AdjustRotation(ninety, ctx);
+    AdjustRotation(ninety, C());
     EXPECT_EQ(90, CosDictGetInt(ninety, A("Rotate"), 0));
     EXPECT_EQ(1, Stat("Rotations_Added"));
 }
 
 TEST_F(PageCleanupTest, TransitionFromTheSettings) {
     CosObj page = Page();
-    RunContext ctx = Ctx();
-    AddTransition(page, ctx);  // the default style is None
+    AddTransition(page, C());  // the default style is None
     EXPECT_FALSE(Has(page, "Trans"));
     TransitionSettings& t = prefs.Viewing().transition;
     t.name = A("Wipe");
     t.direction = 270;
     t.transDuration = 2;
     t.pageDuration = 5;
-    AddTransition(page, ctx);
+    AddTransition(page, C());
     CosObj trans = CosDictGet(page, A("Trans"));
     ASSERT_EQ(kCosDict, CosObjGetType(trans));
     EXPECT_EQ(A("Wipe"), CosDictGetName(trans, A("S")));
@@ -192,14 +182,13 @@ TEST_F(PageCleanupTest, ContentArraysAreJoinedWithALineEndBetweenStreams) {
     CosStreamSetDecodedData(flate, B("0 0 10 10 re f"), 6);
     // The null is skipped, as viewers skip it.
     CosDictPut(page, cosnames::Contents, Arr({Stream("q 1 0 0 1 0 0 cm"), flate, CosNewNull(), Stream("Q")}));
-    RunContext ctx = Ctx();
-    CombineContentStreams(page, ctx);
+    CombineContentStreams(page, C());
     CosObj joined = CosDictGet(page, cosnames::Contents);
     ASSERT_EQ(kCosStream, CosObjGetType(joined));
     EXPECT_EQ("q 1 0 0 1 0 0 cm\n0 0 10 10 re f\nQ", Decoded(joined));
     EXPECT_EQ(3, Stat("ContentStreams_Total"));
     EXPECT_EQ(1, Stat("ContentStreams_Combined"));
-    CombineContentStreams(page, ctx);  // a single stream counts once too
+    CombineContentStreams(page, C());  // a single stream counts once too
     EXPECT_EQ(4, Stat("ContentStreams_Total"));
     EXPECT_EQ(2, Stat("ContentStreams_Combined"));
 }
@@ -229,13 +218,12 @@ TEST_F(PageCleanupTest, ContentThatDoesNotDecodeIsNeitherCombinedNorRewritten) {
     CosObj broken = Stream(B(junk), "FlateDecode");
     CosObj contents = Arr({Stream("0 0 10 10 re f"), broken});
     CosDictPut(page, cosnames::Contents, contents);
-    RunContext ctx = Ctx();
-    CombineContentStreams(page, ctx);
+    CombineContentStreams(page, C());
     EXPECT_EQ(contents, CosDictGet(page, cosnames::Contents));
     EXPECT_EQ(1, Stat("ContentStreams_Combined"));
 
     CosDictPut(page, cosnames::Contents, broken);
-    ProcessContentStreams(page, ctx);
+    ProcessContentStreams(page, C());
     EXPECT_EQ(junk.size(), CosStreamEncodedLength(broken));
     EXPECT_EQ(0, Stat("ContentStreams_Compressed"));
     EXPECT_TRUE(cap.Logged("does not decode completely"));
@@ -247,8 +235,7 @@ TEST_F(PageCleanupTest, ContentIsRewrittenAndCompressedOnlyWhenSmaller) {
     for (int i = 0; i < 40; ++i) text += "0.50   0   0   rg\r\n% a comment\n" + std::to_string(i) + "  0  10  10  re  F\n";
     CosObj s = Stream(text);
     CosDictPut(page, cosnames::Contents, s);
-    RunContext ctx = Ctx();
-    ProcessContentStreams(page, ctx);
+    ProcessContentStreams(page, C());
     EXPECT_EQ(1, Stat("ContentStreams_Compressed"));
     EXPECT_EQ(1, Stat("ContentStreams_Optimized"));
     EXPECT_EQ(A("FlateDecode"), CosDictGetName(s, A("Filter")));
@@ -257,14 +244,14 @@ TEST_F(PageCleanupTest, ContentIsRewrittenAndCompressedOnlyWhenSmaller) {
     EXPECT_EQ(std::string::npos, out.find("comment"));
 
     // A second run finds nothing smaller to store.
-    ProcessContentStreams(page, ctx);
+    ProcessContentStreams(page, C());
     EXPECT_EQ(1, Stat("ContentStreams_Compressed"));
 
     // Damaged content is stored compressed but not rewritten.
     std::string damaged = text + "(unterminated";
     CosObj d = Stream(damaged);
     CosDictPut(page, cosnames::Contents, d);
-    ProcessContentStreams(page, ctx);
+    ProcessContentStreams(page, C());
     EXPECT_EQ(2, Stat("ContentStreams_Compressed"));
     EXPECT_EQ(1, Stat("ContentStreams_Optimized"));
     EXPECT_EQ(damaged, Decoded(d));
@@ -421,8 +408,7 @@ TEST_F(AnnotCleanupTest, BordersAndEmptyArrays) {
     // Text annotations do not read BS.
     CosObj stamp = Set(Annot(annots, "Text"), {{"BS", Dict()}, {"Border", Array({0, 0, 2})}});
     CosDictPut(page, A("Annots"), annots);
-    RunContext ctx = Ctx();
-    CleanUpAnnotations(page, ctx);
+    CleanUpAnnotations(page, C());
     EXPECT_EQ(3, Stat("Annots_Cleaned"));
     EXPECT_FALSE(Has(styled, "Border") || Has(withAp, "Border"));
     EXPECT_TRUE(Has(noAp, "Border") && Has(invisible, "Border"));
@@ -431,7 +417,7 @@ TEST_F(AnnotCleanupTest, BordersAndEmptyArrays) {
     EXPECT_EQ(0, Stat("Empty_Annots_Removed"));
 
     CosObj empty = Set(Page(), {{"Annots", Arr({CosNewNull()})}});
-    CleanUpAnnotations(empty, ctx);
+    CleanUpAnnotations(empty, C());
     EXPECT_FALSE(Has(empty, "Annots"));
     EXPECT_EQ(1, Stat("Empty_Annots_Removed"));
 }
@@ -452,8 +438,7 @@ TEST_F(AnnotCleanupTest, LinksLoseIsMapAndDuplicates) {
     for (int i = 0; i < 2; ++i)  // tied into the structure tree: both stay
         Set(Annot(annots, "Link", {50, 50, 60, 60}), {{"StructParent", Int(3)}});
     CosDictPut(page, A("Annots"), annots);
-    RunContext ctx = Ctx();
-    CleanUpAnnotations(page, ctx);
+    CleanUpAnnotations(page, C());
     EXPECT_EQ(6, Stat("LinkAnnots_Total"));
     EXPECT_EQ(1, Stat("LinkAnnots_Duplicates"));
     EXPECT_EQ(3, Stat("LinkAnnots_Cleaned"));  // the three IsMap false
@@ -477,8 +462,7 @@ TEST_F(PageCleanupTest, StandardLoopRunsTheStepsInOrder) {
 
     OperationRegistry reg;
     RegisterStandardOperations(reg);
-    RunContext ctx = Ctx();
-    EXPECT_EQ(0, RunPageLoop(reg.PageOperations(PagePhase::PostLayout, prefs), ctx));
+    EXPECT_EQ(0, RunPageLoop(reg.PageOperations(PagePhase::PostLayout, prefs), C()));
     const std::string log = cap.All();
     const char* const lines[] = {
         "Processing Page 1\n",           "\tRemoving Edit Data...\n",         "\tRemoving Page Thumbnail...\n",

@@ -1,11 +1,9 @@
 // The page-operation loop and the per-document run, with operations made
 // for the test.
 #include <lcms2.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "pdfcore/CosInternal.h"
 #include "pipeline/Pipeline.h"
@@ -14,26 +12,7 @@
 namespace {
 
 using namespace pipeline;
-using pipetest::CapturedLog;
-
-// A document of `n` empty letter pages.
-PDDoc MakeDoc(int n) {
-    PDDoc pd = PDDocCreate();
-    CosDoc doc = PDDocGetCosDoc(pd);
-    CosObj pages = CosDictGet(CosDocGetRoot(doc), cosnames::Pages);
-    for (int i = 0; i < n; ++i) {
-        CosObj page = CosNewDict(doc, true);
-        CosDictPutName(page, cosnames::Type, false, cosnames::Page);
-        CosDictPut(page, cosnames::Parent, pages);
-        CosObj box = CosNewArray(doc, false);
-        for (int v : {0, 0, 612, 792}) CosArrayAppend(box, CosNewInteger(doc, false, v));
-        CosDictPut(page, cosnames::MediaBox, box);
-        CosArrayAppend(CosDictGet(pages, cosnames::Kids), page);
-    }
-    CosDictPutInteger(pages, cosnames::Count, n);
-    PDDocPagesChanged(pd);
-    return pd;
-}
+using namespace pipetest;
 
 // Counts the pages it saw; fails on one chosen page.
 class MarkPages : public PageOperation {
@@ -74,23 +53,21 @@ public:
     void Apply(RunContext&) override { ASRaiseErr(ErrSysGeneral, kErrInternal); }
 };
 
-class PipelineTest : public ::testing::Test {
+class PipelineTest : public DocTest {
 protected:
     void SetUp() override {
-        dir = std::filesystem::temp_directory_path() / ("tmpipe" + std::to_string(getpid()));
-        std::filesystem::create_directories(dir);
-        prefs.SetLog(&cap.log);
+        DocTest::SetUp();
         prefs.SetProducerText("Trimora 2.5 (Apr 16 2004)");
-        Statistics(prefs.StatisticsDict()).Reset();
     }
-    void TearDown() override { std::filesystem::remove_all(dir); }
-    std::filesystem::path dir;
-    CapturedLog cap;
-    CTrimoraPreferences prefs;
+    // `n` empty letter pages.
+    void Pages(int n) {
+        for (int i = 0; i < n; ++i) AddPage(nullptr, false);
+    }
+    ScratchDir dir;
 };
 
 TEST_F(PipelineTest, PageLoopAppliesEveryOperationAndSurvivesFailures) {
-    PDDoc pd = MakeDoc(3);
+    Pages(3);
     OperationRegistry reg;
     reg.Add(std::make_unique<MarkPages>(PagePhase::PostLayout, 2));
     reg.Add(std::make_unique<MarkPages>(PagePhase::PostLayout, 0, false));  // disabled: never runs
@@ -99,7 +76,7 @@ TEST_F(PipelineTest, PageLoopAppliesEveryOperationAndSurvivesFailures) {
     ASSERT_EQ(2u, ops.size());
     EXPECT_TRUE(reg.PageOperations(PagePhase::PreLayout, prefs).empty());
 
-    RunContext ctx{pd, prefs, Statistics(prefs.StatisticsDict()), cap.log};
+    RunContext ctx = Ctx();
     EXPECT_EQ(1, RunPageLoop(ops, ctx));
     EXPECT_EQ(2, ctx.stats.Get("Thumbs_Removed"));     // pages 1 and 3
     EXPECT_EQ(3, ctx.stats.Get("Rotations_Removed"));  // the failure did not stop page 2
@@ -107,18 +84,16 @@ TEST_F(PipelineTest, PageLoopAppliesEveryOperationAndSurvivesFailures) {
     EXPECT_EQ(0, CosDictGetInt(PDDocGetPageObj(pd, 1), ASAtomFromString("Marked"), 0));
     EXPECT_EQ("Processing Page 1\nProcessing Page 2\nProcessing Page 3\n", cap.Out());
     EXPECT_NE(std::string::npos, cap.Err().find("Error while marking page 2: '"));
-    PDDocClose(pd);
 }
 
 TEST_F(PipelineTest, RunGoesThroughThePhasesInOrderAndSaves) {
-    PDDoc pd = MakeDoc(2);
+    Pages(2);
     OperationRegistry reg;
     reg.Add(std::make_unique<MarkPages>(PagePhase::PreLayout, 0));
     reg.Add(std::make_unique<CleanupThatFails>());
-    const std::string out = (dir / "out.pdf").string();
+    const std::string out = dir / "out.pdf";
     prefs.Statistics().startingSize = 0;
     EXPECT_EQ(0, pipeline::Run(pd, out, prefs, reg));
-    PDDocClose(pd);
 
     const std::string progress = cap.Out();
     const char* order[] = {"Processing Page 1\n", "Processing Page 2\n", "Starting File Reduction\n",
@@ -140,16 +115,15 @@ TEST_F(PipelineTest, RunGoesThroughThePhasesInOrderAndSaves) {
 }
 
 TEST_F(PipelineTest, FinalisationWritesInfoAndViewerSettings) {
-    PDDoc pd = MakeDoc(3);
+    Pages(3);
     prefs.Metadata().entries["Title"] = "Caf\xC3\xA9";
     prefs.Optimize().touchDates = true;
     prefs.Viewing().pageMode = ASAtomFromString("Bookmarks");
     prefs.Viewing().openPage = 7;  // past the end: the last page
     prefs.Viewing().hideToolbar = true;
-    const std::string out = (dir / "final.pdf").string();
+    const std::string out = dir / "final.pdf";
     EXPECT_EQ(0, pipeline::Run(pd, out, prefs, OperationRegistry{}));
 
-    CosDoc doc = PDDocGetCosDoc(pd);
     CosObj info = CosDocGetInfo(doc);
     EXPECT_EQ(std::string("\xFE\xFF\x00" "C\x00" "a\x00" "f\x00\xE9", 10),
               CosStringBytes(CosDictGet(info, ASAtomFromString("Title"))));
@@ -158,7 +132,7 @@ TEST_F(PipelineTest, FinalisationWritesInfoAndViewerSettings) {
     const std::string date = CosStringBytes(CosDictGet(info, cosnames::ModDate));
     EXPECT_EQ(0u, date.rfind("D:", 0));
     EXPECT_EQ("-00'00'", date.substr(date.size() - 7));
-    CosObj catalog = CosDocGetRoot(doc);
+    CosObj catalog = cat;
     EXPECT_STREQ("UseOutlines", ASAtomGetString(CosDictGetName(catalog, ASAtomFromString("PageMode"))));
     CosObj open = CosDictGet(catalog, ASAtomFromString("OpenAction"));
     ASSERT_EQ(kCosArray, CosObjGetType(open));
@@ -166,12 +140,11 @@ TEST_F(PipelineTest, FinalisationWritesInfoAndViewerSettings) {
     EXPECT_TRUE(CosDictGetBool(CosDictGet(catalog, ASAtomFromString("ViewerPreferences")),
                                ASAtomFromString("HideToolbar"), false));
     EXPECT_NE(std::string::npos, cap.Out().find("Setting Info Fields\n"));
-    PDDocClose(pd);
 }
 
 TEST_F(PipelineTest, FailedSaveReturnsTheCodeAndLeavesNoFile) {
-    PDDoc pd = MakeDoc(1);
-    const std::string out = (dir / "never.pdf").string();
+    Pages(1);
+    const std::string out = dir / "never.pdf";
     setenv(kFailSaveVariable, "1", 1);
     const ASErrorCode code = pipeline::Run(pd, out, prefs, OperationRegistry{});
     unsetenv(kFailSaveVariable);
@@ -181,8 +154,7 @@ TEST_F(PipelineTest, FailedSaveReturnsTheCodeAndLeavesNoFile) {
     EXPECT_EQ(std::string::npos, cap.Out().find("File Saved!"));
 
     // A folder that does not exist fails in the writer itself.
-    EXPECT_NE(0, pipeline::Run(pd, (dir / "no" / "such" / "x.pdf").string(), prefs, OperationRegistry{}));
-    PDDocClose(pd);
+    EXPECT_NE(0, pipeline::Run(pd, dir / "no/such/x.pdf", prefs, OperationRegistry{}));
 }
 
 class ImageStep : public DocumentOperation {
@@ -194,12 +166,12 @@ public:
 };
 
 TEST_F(PipelineTest, ImageColourConversionCountsAsImageReduction) {
-    PDDoc pd = MakeDoc(1);
+    Pages(1);
     OperationRegistry reg;
     reg.Add(std::make_unique<ImageStep>());
-    const std::string out = (dir / "img.pdf").string();
+    const std::string out = dir / "img.pdf";
     ASSERT_EQ(0, pipeline::Run(pd, out, prefs, reg));  // defaults: no image work
-    EXPECT_EQ(0, Statistics(prefs.StatisticsDict()).Get("Images_Colored"));
+    EXPECT_EQ(0, Stat("Images_Colored"));
     EXPECT_EQ(std::string::npos, cap.Out().find("Performing image reduction...\n"));
 
     prefs.Colors().rasterImages.type = ASAtomFromString("CMYK");
@@ -207,34 +179,28 @@ TEST_F(PipelineTest, ImageColourConversionCountsAsImageReduction) {
     ASSERT_TRUE(prefs.Color().images.convert);
     ASSERT_FALSE(prefs.Image().Configured());
     ASSERT_EQ(0, pipeline::Run(pd, out, prefs, reg));
-    EXPECT_EQ(1, Statistics(prefs.StatisticsDict()).Get("Images_Colored"));
+    EXPECT_EQ(1, Stat("Images_Colored"));
     EXPECT_NE(std::string::npos, cap.Out().find("Performing image reduction...\n"));
-    PDDocClose(pd);
 }
 
 TEST_F(PipelineTest, HeaderVersionIsTheTargetsEvenBelowTheInputs) {
-    PDDoc pd = MakeDoc(1);
-    CosDocMutableFileInfo(PDDocGetCosDoc(pd)).minorVersion = 6;  // as if read from a 1.6 file
+    Pages(1);
+    CosDocMutableFileInfo(doc).minorVersion = 6;  // as if read from a 1.6 file
     // By default (no target, 0) the input's own version stands.
     for (auto [minor, header] : {std::pair{0, "%PDF-1.6"}, {3, "%PDF-1.3"}, {7, "%PDF-1.7"}}) {
         if (minor) prefs.Target().pdfMajorVersion = 1, prefs.Target().pdfMinorVersion = minor;
-        const std::string path = (dir / ("v" + std::to_string(minor) + ".pdf")).string();
+        const std::string path = dir / ("v" + std::to_string(minor) + ".pdf");
         ASSERT_EQ(0, pipeline::Run(pd, path, prefs, OperationRegistry{}));
-        std::ifstream in(path, std::ios::binary);
-        std::string line(8, '\0');
-        in.read(line.data(), 8);
-        EXPECT_EQ(header, line);
+        EXPECT_EQ(header, ReadFile(path).substr(0, 8));
     }
-    PDDocClose(pd);
 }
 
 TEST_F(PipelineTest, ObjectStreamsSettingChoosesTheFileForm) {
-    PDDoc pd = MakeDoc(2);
+    Pages(2);
     auto compact = [&](const char* name) {
-        const std::string path = (dir / name).string();
+        const std::string path = dir / name;
         EXPECT_EQ(0, pipeline::Run(pd, path, prefs, OperationRegistry{}));
-        std::ifstream in(path, std::ios::binary);
-        std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string bytes = ReadFile(path);
         const bool stream = bytes.find("/Type/XRef") != std::string::npos;
         EXPECT_NE(stream, bytes.find("\rxref\r") != std::string::npos) << name;
         if (stream) {
@@ -244,14 +210,13 @@ TEST_F(PipelineTest, ObjectStreamsSettingChoosesTheFileForm) {
     };
     // Preserve (the default) follows what the input used.
     EXPECT_FALSE(compact("plain.pdf"));
-    CosDocMutableFileInfo(PDDocGetCosDoc(pd)).objectStreams = true;
+    CosDocMutableFileInfo(doc).objectStreams = true;
     EXPECT_TRUE(compact("kept.pdf"));
     prefs.Optimize().objectStreams = ASAtomFromString("Disable");
     EXPECT_FALSE(compact("disabled.pdf"));
     prefs.Optimize().objectStreams = ASAtomFromString("Generate");
-    CosDocMutableFileInfo(PDDocGetCosDoc(pd)).objectStreams = false;
+    CosDocMutableFileInfo(doc).objectStreams = false;
     EXPECT_TRUE(compact("generated.pdf"));
-    PDDocClose(pd);
 }
 
 TEST(PipelinePercent, ShrunkGrownAndZero) {
@@ -269,40 +234,28 @@ std::vector<uint8_t> ProfileBytes(cmsHPROFILE h) {
     return bytes;
 }
 
-void AddOutputIntent(PDDoc pd, const std::vector<uint8_t>& profile) {
-    CosDoc doc = PDDocGetCosDoc(pd);
-    CosObj intent = CosNewDict(doc, false);
-    CosDictPut(intent, ASAtomFromString("DestOutputProfile"), CosNewStream(doc, CosNewNull(), profile));
-    CosObj intents = CosNewArray(doc, false);
-    CosArrayAppend(intents, intent);
-    CosDictPut(CosDocGetRoot(doc), ASAtomFromString("OutputIntents"), intents);
-}
-
 TEST(OutputIntent, RgbProfileIsAdoptedOthersAreNot) {
+    // Adopts from a document whose output intent holds `profile` (none when null).
+    auto adopt = [](const std::vector<uint8_t>* profile, CTrimoraPreferences& prefs) {
+        fixture::OpenDoc d(PDDocCreate());
+        const Maker m{d.cos()};
+        if (profile)
+            CosDictPut(CosDocGetRoot(d.cos()), A("OutputIntents"),
+                       m.Array({m.Dict({{"DestOutputProfile", CosNewStream(d.cos(), CosNewNull(), *profile)}})}));
+        return AdoptOutputIntent(d.pd, prefs);
+    };
     CTrimoraPreferences prefs;
-    PDDoc plain = MakeDoc(1);
-    EXPECT_FALSE(AdoptOutputIntent(plain, prefs));
-    PDDocClose(plain);
-
-    PDDoc lab = MakeDoc(1);
-    AddOutputIntent(lab, ProfileBytes(cmsCreateLab4Profile(nullptr)));
-    EXPECT_FALSE(AdoptOutputIntent(lab, prefs));
+    EXPECT_FALSE(adopt(nullptr, prefs));
+    const std::vector<uint8_t> lab = ProfileBytes(cmsCreateLab4Profile(nullptr));
+    EXPECT_FALSE(adopt(&lab, prefs));
     EXPECT_TRUE(prefs.Colors().destinationProfile.empty());
-    PDDocClose(lab);
-
-    PDDoc rgb = MakeDoc(1);
     const std::vector<uint8_t> srgb = ProfileBytes(cmsCreate_sRGBProfile());
-    AddOutputIntent(rgb, srgb);
-    EXPECT_TRUE(AdoptOutputIntent(rgb, prefs));
+    EXPECT_TRUE(adopt(&srgb, prefs));
     EXPECT_EQ(srgb, prefs.Colors().destinationProfile);
     EXPECT_STREQ("RGB", ASAtomGetString(prefs.Colors().destinationSpace));
-    PDDocClose(rgb);
-
-    PDDoc junk = MakeDoc(1);
-    AddOutputIntent(junk, std::vector<uint8_t>(200, 0x41));
+    const std::vector<uint8_t> junk(200, 0x41);
     CTrimoraPreferences fresh;
-    EXPECT_FALSE(AdoptOutputIntent(junk, fresh));
-    PDDocClose(junk);
+    EXPECT_FALSE(adopt(&junk, fresh));
 }
 
 }  // namespace

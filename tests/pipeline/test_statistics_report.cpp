@@ -27,6 +27,9 @@ protected:
         EXPECT_FALSE(failed);
         return text;
     }
+    void Set(std::initializer_list<std::pair<const char*, ASInt32>> counts) {
+        for (auto [key, n] : counts) stats.Set(key, n);
+    }
     CosType Kind(const std::string& key) { return CosObjGetType(CosDictGet(stats.Dict(), ASAtomFromString(key.c_str()))); }
     CosDoc doc = nullptr;
     Statistics stats{CosNewNull()};
@@ -87,15 +90,11 @@ TEST_F(StatsTest, NothingDoneGivesNoLines) {
 }
 
 TEST_F(StatsTest, DuplicateAndCompressedRowsWithNouns) {
-    stats.Set("ImageXObjects_Duplicates", 1);
-    stats.Set("ImageXObjects_Total", 7);
+    Set({{"ImageXObjects_Duplicates", 1}, {"ImageXObjects_Total", 7}});
     EXPECT_EQ("   Found 1 duplicate Image out of 7 total\n", Report());
 
-    stats.Set("ImageXObjects_Duplicates", 2);
-    stats.Set("Fonts_Compressed", 1);
-    stats.Set("Fonts_Total", 1);
-    stats.Set("T3FontGlyphs_Compressed", 3);
-    stats.Set("T3FontGlyphs_Total", 4);
+    Set({{"ImageXObjects_Duplicates", 2}, {"Fonts_Compressed", 1}, {"Fonts_Total", 1},
+         {"T3FontGlyphs_Compressed", 3}, {"T3FontGlyphs_Total", 4}});
     EXPECT_EQ(
         "   Found 2 duplicate Images out of 7 total\n"
         "   Compressed 1 Font out of 1 total\n"
@@ -104,17 +103,13 @@ TEST_F(StatsTest, DuplicateAndCompressedRowsWithNouns) {
 }
 
 TEST_F(StatsTest, OneFormNounsAndMisspellingsStand) {
-    stats.Set("EditData_Removed", 1);
-    stats.Set("JobTicket_Removed", 1);
-    stats.Set("FormAPs_Removed", 2);
+    Set({{"EditData_Removed", 1}, {"JobTicket_Removed", 1}, {"FormAPs_Removed", 2}});
     EXPECT_EQ(
         "   Removed 1 unnecessary Edit Data\n"
         "   Removed 1 unnecessary Job Tickets\n"
         "   Removed 2 unnecessary Form Appearences\n",
         Report());
-    stats.Set("EditData_Removed", 4);
-    stats.Set("JobTicket_Removed", 4);
-    stats.Set("FormAPs_Removed", 1);
+    Set({{"EditData_Removed", 4}, {"JobTicket_Removed", 4}, {"FormAPs_Removed", 1}});
     EXPECT_EQ(
         "   Removed 4 unnecessary Edit Data\n"
         "   Removed 4 unnecessary Job Tickets\n"
@@ -124,13 +119,10 @@ TEST_F(StatsTest, OneFormNounsAndMisspellingsStand) {
 
 TEST_F(StatsTest, ContentStreamVariants) {
     // Counted streams are reported even when none was compressed or combined.
-    stats.Set("ContentStreams_Total", 3);
-    stats.Set("ContentStreams_Optimized", 3);
+    Set({{"ContentStreams_Total", 3}, {"ContentStreams_Optimized", 3}});
     EXPECT_EQ("   Combined 3 Content Streams into 3, optimizing 3 & compressing 0\n", Report());
 
-    stats.Set("ContentStreams_Total", 6);
-    stats.Set("ContentStreams_Compressed", 1);
-    stats.Set("ContentStreams_Optimized", 2);
+    Set({{"ContentStreams_Total", 6}, {"ContentStreams_Compressed", 1}, {"ContentStreams_Optimized", 2}});
     EXPECT_EQ("   Combined 6 Content Stream into 6, optimizing 2 & compressing 1\n", Report());
     // Combined counts the pages, each left with one stream.
     stats.Set("ContentStreams_Combined", 4);
@@ -144,25 +136,15 @@ TEST_F(StatsTest, ContentStreamVariants) {
 }
 
 TEST_F(StatsTest, SumsOfSaturatedCountersStayInRange) {
-    stats.Set("Annots_Cleaned", 0x7fffffff);
-    stats.Set("LinkAnnots_Cleaned", 0x7fffffff);
+    Set({{"Annots_Cleaned", 0x7fffffff}, {"LinkAnnots_Cleaned", 0x7fffffff}});
     EXPECT_EQ("   Cleaned up 2147483647 Annotations\n", Report());
 }
 
 TEST_F(StatsTest, FlagsAndOperatorRowsInOrder) {
-    stats.SetFlag("OutlineTree_Removed", true);
-    stats.SetFlag("Metadata_Removed", true);
-    stats.SetFlag("PSDAlbum_Cleanup", true);
-    stats.Set("Annots_Flattened", 1);
-    stats.Set("Annots_Removed", 2);
-    stats.Set("Annots_Total", 5);
-    stats.Set("RIOperators_Removed", 3);
-    stats.Set("RIOperators_Total", 8);
-    stats.Set("Annots_Cleaned", 1);
-    stats.Set("LinkAnnots_Cleaned", 1);
-    stats.Set("Stamps_Applied", 1);
-    stats.Set("Images_Palettized", 2);
-    stats.Set("Images_Total", 9);
+    for (const char* flag : {"OutlineTree_Removed", "Metadata_Removed", "PSDAlbum_Cleanup"}) stats.SetFlag(flag, true);
+    Set({{"Annots_Flattened", 1}, {"Annots_Removed", 2}, {"Annots_Total", 5}, {"RIOperators_Removed", 3},
+         {"RIOperators_Total", 8}, {"Annots_Cleaned", 1}, {"LinkAnnots_Cleaned", 1}, {"Stamps_Applied", 1},
+         {"Images_Palettized", 2}, {"Images_Total", 9}});
     EXPECT_EQ(
         "   Palettized 2 of 9 images\n"
         "   Cleaned up 2 Annotations\n"

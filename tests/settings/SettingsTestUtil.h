@@ -1,25 +1,25 @@
-// Helpers of the settings tests: a log whose console output is captured,
-// a scratch folder for the files a test writes, and settings read from a
-// text through such a folder.
+// Helpers of the settings tests (and the layers above): a log whose console
+// output is captured, and settings read from a text through a scratch
+// folder.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "base/Log.h"
 #include "settings/SettingsFile.h"
+#include "tests/pdfcore/test_support.h"
 
+inline ASAtom A(const char* s) { return ASAtomFromString(s); }
+
+// What a log prints to the console, captured; with progress (and on
+// request debug) lines when asked.
 struct CapturedLog {
-    Log log;
-    FILE* out = std::tmpfile();
-    FILE* err = std::tmpfile();
-    CapturedLog() {
+    explicit CapturedLog(bool progress = false, bool debug = false) {
         log.SetConsoleStreams(out, err);
         log.SetFileLoggingAllowed(false);
+        if (progress) log.SetChannelOff(Log::kProgress, false);
+        if (debug) log.SetChannelOff(Log::kDebug, false);
     }
     ~CapturedLog() {
         std::fclose(out);
@@ -34,26 +34,15 @@ struct CapturedLog {
         while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
         return s;
     }
+    std::string Out() { return Read(out); }
+    std::string Err() { return Read(err); }
     // Everything written to either console stream.
-    std::string Text() { return Read(out) + Read(err); }
-};
-
-struct ScratchDir {
-    std::filesystem::path dir;
-    ScratchDir() {
-        char tmpl[] = "/tmp/tm-settings-XXXXXX";
-        dir = mkdtemp(tmpl);
-    }
-    ~ScratchDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(dir, ec);
-    }
-    std::string Write(const std::string& name, const std::string& content) const {
-        std::filesystem::path p = dir / name;
-        std::ofstream(p, std::ios::binary) << content;
-        return p.string();
-    }
-    std::string Path(const std::string& name) const { return (dir / name).string(); }
+    std::string Text() { return Out() + Err(); }
+    std::string All() { return Text(); }
+    bool Logged(const std::string& text) { return Text().find(text) != std::string::npos; }
+    FILE* out = std::tmpfile();
+    FILE* err = std::tmpfile();
+    Log log;
 };
 
 // Settings read by `reader` (ReadXmlSettings or LoadSettingsFile) from

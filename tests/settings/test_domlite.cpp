@@ -114,5 +114,5 @@ TEST(DomLite, FileParsingAndMissingFile) {
     std::string path = dir.Write("a.xml", "<a x=\"1\"><b>v</b></a>");
     document d = parser().parse_file(path);
     EXPECT_EQ(d.root()->find_child("b")->value(), "v");
-    EXPECT_THROW(parser().parse_file(dir.Path("none.xml")), parse_exception);
+    EXPECT_THROW(parser().parse_file(dir / "none.xml"), parse_exception);
 }

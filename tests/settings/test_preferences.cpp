@@ -5,7 +5,6 @@
 #include "tests/settings/SettingsTestUtil.h"
 
 namespace {
-ASAtom A(const char* s) { return ASAtomFromString(s); }
 const std::string kExamples = std::string(TM_TEST_DATA_DIR) + "/../../examples/";
 }  // namespace
 

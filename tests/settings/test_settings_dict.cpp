@@ -4,10 +4,6 @@
 
 #include "tests/settings/SettingsTestUtil.h"
 
-namespace {
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-}  // namespace
-
 TEST(SettingsDict, ReadsEveryGroup) {
     ScratchDir dir;
     CapturedLog log;
@@ -94,7 +90,7 @@ TEST(SettingsDict, MissingFileBadSyntaxAndBadValues) {
         ScratchDir dir;
         CapturedLog log;
         CTrimoraPreferences p;
-        std::string path = dir.Path("none.tms");
+        std::string path = dir / "none.tms";
         EXPECT_FALSE(LoadSettingsFile(p, path, log.log));
         EXPECT_NE(log.Text().find("Unable to locate configuration file '" + path + "'.\n"), std::string::npos);
         EXPECT_FALSE(p.Image().color.downsample);

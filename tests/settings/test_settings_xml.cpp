@@ -5,8 +5,6 @@
 
 namespace {
 
-ASAtom A(const char* s) { return ASAtomFromString(s); }
-
 std::string Target(const std::string& body, const std::string& attrs = "") {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<trimora><target name=\"T\"" + attrs + ">" + body +
            "</target></trimora>\n";
@@ -197,12 +195,16 @@ TEST(SettingsXml, RoundTripOfEverySettingChanged) {
     ChangeEverything(written);
     // Each section really differs from its defaults, so the comparison below means something.
     EXPECT_EQ(Differing(written, defaults).size(), 12u);
-    std::string path = dir.Path("all.tmc");
+    std::string path = dir / "all.tmc";
     ASSERT_TRUE(WriteXmlSettings(written, path, log.log));
     CTrimoraPreferences read;
     ASSERT_TRUE(ReadXmlSettings(read, path, log.log)) << log.Text();
     EXPECT_EQ(Differing(read, written), std::vector<std::string>{});
     EXPECT_EQ(log.Text().find("Warning"), std::string::npos) << log.Text();
+
+    // A file that cannot be written is reported.
+    EXPECT_FALSE(WriteXmlSettings(written, "/nonexistent-dir/x.tmc", log.log));
+    EXPECT_NE(log.Text().find("occured while writing the preferences\n"), std::string::npos);
 }
 
 TEST(SettingsXml, WrittenShapeStartsWithDeclarationAndKeepsSectionOrder) {
@@ -308,13 +310,6 @@ TEST(SettingsXml, SecurityAndStampDetails) {
     EXPECT_DOUBLE_EQ(st.textColor[0], 1.0);
     EXPECT_NEAR(st.textColor[1], 128 / 255.0, 1e-9);
     EXPECT_TRUE(st.Enabled());
-}
-
-TEST(SettingsXml, WriteToUnwritablePathReportsError) {
-    CapturedLog log;
-    CTrimoraPreferences p;
-    EXPECT_FALSE(WriteXmlSettings(p, "/nonexistent-dir/x.tmc", log.log));
-    EXPECT_NE(log.Text().find("occured while writing the preferences\n"), std::string::npos);
 }
 
 TEST(SettingsXml, EveryTruncationOfAFullFileEndsCleanly) {
