@@ -18,6 +18,14 @@ protected:
         CosArrayAppend(cs, CosNewStream(doc, Parse(dict), Bytes{}));
         return cs;
     }
+    // Reads a space made for the test, then frees it: direct objects no
+    // container holds are the caller's.
+    ColourSpaceInfo Read(CosObj cs) {
+        ColourSpaceInfo ci = images::ReadColourSpace(cs);
+        CosObjDestroy(cs);
+        return ci;
+    }
+    ColourSpaceInfo Read(const std::string& text) { return Read(Parse(text)); }
     FilterFamily Family(const std::string& filter, int* chain = nullptr) {
         CosObj image = Image(1, 1, Name("DeviceGray"), 8, Bytes{0});
         if (!filter.empty()) CosDictPut(image, A("Filter"), Parse(filter));
@@ -26,36 +34,36 @@ protected:
 };
 
 TEST_F(ImageTraits, ColourSpaces) {
-    ColourSpaceInfo rgb = images::ReadColourSpace(Name("RGB"));
+    ColourSpaceInfo rgb = Read(Name("RGB"));
     EXPECT_EQ(rgb.components, 3);
     EXPECT_TRUE(rgb.rgbLike);
-    ColourSpaceInfo lab = images::ReadColourSpace(Parse("[/Lab << /WhitePoint [1 1 1] >>]"));
+    ColourSpaceInfo lab = Read("[/Lab << /WhitePoint [1 1 1] >>]");
     EXPECT_EQ(lab.components, 3);
     EXPECT_FALSE(lab.rgbLike);
     EXPECT_FALSE(lab.unitRanges);
-    ColourSpaceInfo sep = images::ReadColourSpace(Parse("[/Separation /Spot /DeviceCMYK null]"));
+    ColourSpaceInfo sep = Read("[/Separation /Spot /DeviceCMYK null]");
     EXPECT_EQ(sep.components, 1);
-    ColourSpaceInfo indexed = images::ReadColourSpace(Parse("[/I /DeviceCMYK 1 (abcdefgh)]"));
+    ColourSpaceInfo indexed = Read("[/I /DeviceCMYK 1 (abcdefgh)]");
     EXPECT_TRUE(indexed.indexed);
     EXPECT_EQ(indexed.components, 1);
     EXPECT_EQ(indexed.indexedBase, 4);
-    EXPECT_EQ(images::ReadColourSpace(Parse("[/DeviceN [/A /B /C /D /E] /DeviceCMYK null]")).components, 0);
-    EXPECT_EQ(images::ReadColourSpace(Parse("[/DeviceN [/A /B] /DeviceCMYK null]")).components, 2);
-    EXPECT_EQ(images::ReadColourSpace(Parse("/Pattern")).problem, "unknown colour space Pattern");
-    EXPECT_EQ(images::ReadColourSpace(CosNewNull()).problem, "no colour space");
-    EXPECT_EQ(images::ReadColourSpace(Parse("[1 2]")).problem, "unknown colour space");
+    EXPECT_EQ(Read("[/DeviceN [/A /B /C /D /E] /DeviceCMYK null]").components, 0);
+    EXPECT_EQ(Read("[/DeviceN [/A /B] /DeviceCMYK null]").components, 2);
+    EXPECT_EQ(Read("/Pattern").problem, "unknown colour space Pattern");
+    EXPECT_EQ(Read(CosNewNull()).problem, "no colour space");
+    EXPECT_EQ(Read("[1 2]").problem, "unknown colour space");
 }
 
 TEST_F(ImageTraits, IccSpacesTakeNOrTheirAlternate) {
-    ColourSpaceInfo n3 = images::ReadColourSpace(Icc("<< /N 3 /Range [0 1 0 1 0 1] >>"));
+    ColourSpaceInfo n3 = Read(Icc("<< /N 3 /Range [0 1 0 1 0 1] >>"));
     EXPECT_EQ(n3.components, 3);
     EXPECT_TRUE(n3.rgbLike);
     EXPECT_FALSE(n3.unitRanges);
-    ColourSpaceInfo alt = images::ReadColourSpace(Icc("<< /Alternate /DeviceCMYK >>"));
+    ColourSpaceInfo alt = Read(Icc("<< /Alternate /DeviceCMYK >>"));
     EXPECT_EQ(alt.components, 4);
     EXPECT_TRUE(alt.unitRanges);
-    EXPECT_EQ(images::ReadColourSpace(Icc("<< /N 2 >>")).components, 0);
-    EXPECT_EQ(images::ReadColourSpace(Parse("[/ICCBased 5]")).problem, "ICC-based colour space without a profile");
+    EXPECT_EQ(Read(Icc("<< /N 2 >>")).components, 0);
+    EXPECT_EQ(Read("[/ICCBased 5]").problem, "ICC-based colour space without a profile");
     // Alternates inside alternates: a few levels are read, deeper ones end
     // at a limit (damaged files can make the chain endless).
     auto chain = [&](int levels) {
@@ -65,7 +73,7 @@ TEST_F(ImageTraits, IccSpacesTakeNOrTheirAlternate) {
             CosDictPut(CosArrayGet(outer, 1), A("Alternate"), cs);
             cs = outer;
         }
-        return images::ReadColourSpace(cs).components;
+        return Read(cs).components;
     };
     EXPECT_EQ(chain(3), 1);
     EXPECT_EQ(chain(8), 0);
