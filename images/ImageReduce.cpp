@@ -243,25 +243,13 @@ void PutEncoding(CosObj stream, const Encoded& e, int width, int height, int bit
 std::optional<Raster> DecodeSamples(CosObj stream, int w, int h, int colors, int bpc, uint64_t limit,
                                     Failure* failure, bool scale = true) {
     const uint64_t rowBytes = (uint64_t(w) * uint64_t(colors) * uint64_t(bpc) + 7) / 8;
-    const uint64_t expected = rowBytes * uint64_t(h);
-    CosDecodeOptions opts;
-    // Producers often leave some bytes after the last row; allow for them
-    // without letting a hostile stream grow without bound.
-    opts.maxOutput = std::min<uint64_t>(limit, expected + expected / 4 + 65536);
-    std::vector<uint8_t> data;
-    bool complete = true;
-    try {
-        data = CosStreamDecodedData(stream, opts, &complete);
-    } catch (const CVellumError&) {
-        *failure = {ReductionOutcome::Bad, "damaged image data"};
+    std::string problem;
+    const auto data = DecodeImageData(stream, rowBytes * uint64_t(h), limit, &problem);
+    if (!data) {
+        *failure = {ReductionOutcome::Bad, problem};
         return std::nullopt;
     }
-    // A stream damaged after the last row still holds every sample.
-    auto r = RasterFromSamples(data, w, h, colors, bpc, scale);
-    if (!r)
-        *failure = {ReductionOutcome::Bad,
-                    complete ? "image data is shorter than its size says" : "damaged image data"};
-    return r;
+    return RasterFromSamples(*data, w, h, colors, bpc, scale);
 }
 
 // An Indexed space's base and palette: `components` bytes per entry,
@@ -402,22 +390,11 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         const ImageCompression how =
             p.compression == ImageCompression::JPEG ? ImageCompression::Flate : p.compression;
         const uint64_t rowBytes = (uint64_t(w) * uint64_t(bpc) + 7) / 8;
-        const uint64_t expected = rowBytes * uint64_t(h);
-        CosDecodeOptions opts;
-        opts.maxOutput = std::min<uint64_t>(p.maxDecodedBytes, expected + expected / 4 + 65536);
-        std::vector<uint8_t> rows;
-        bool complete = true;
-        try {
-            rows = CosStreamDecodedData(image, opts, &complete);
-        } catch (const CVellumError&) {
-            return fail(ReductionOutcome::Bad, "damaged image data");
-        }
-        if (rows.size() < expected)
-            return fail(ReductionOutcome::Bad,
-                        complete ? "image data is shorter than its size says" : "damaged image data");
-        rows.resize(expected);
+        std::string problem;
+        const auto rows = DecodeImageData(image, rowBytes * uint64_t(h), p.maxDecodedBytes, &problem);
+        if (!rows) return fail(ReductionOutcome::Bad, problem);
         // Predicting palette indices from their neighbours means nothing.
-        Encoded e = EncodeLosslessRows(rows, 1, bpc, int(w), how, p, Prediction::Never);
+        Encoded e = EncodeLosslessRows(*rows, 1, bpc, int(w), how, p, Prediction::Never);
         res.bytesBefore = CosStreamEncodedLength(image);
         res.bytesAfter = e.data.size();
         if (res.bytesAfter >= res.bytesBefore) {

@@ -1,5 +1,7 @@
 #include "images/ImageTraits.h"
 
+#include <algorithm>
+
 #include "filters/Filters.h"
 
 namespace images {
@@ -99,6 +101,26 @@ FilterFamily FilterFamilyOf(CosObj image, int* chainLength) {
     if (name == "CCITTFaxDecode") return FilterFamily::CCITT;
     if (name == "ASCIIHexDecode" || name == "ASCII85Decode") return FilterFamily::Raw;
     return FilterFamily::Other;
+}
+
+std::optional<std::vector<uint8_t>> DecodeImageData(CosObj stream, uint64_t expected, uint64_t limit,
+                                                    std::string* problem) {
+    CosDecodeOptions opts;
+    opts.maxOutput = std::min<uint64_t>(limit, expected + expected / 4 + 65536);
+    std::vector<uint8_t> data;
+    bool complete = true;
+    try {
+        data = CosStreamDecodedData(stream, opts, &complete);
+    } catch (const CVellumError&) {
+        *problem = "damaged image data";
+        return std::nullopt;
+    }
+    if (data.size() < expected) {
+        *problem = complete ? "image data is shorter than its size says" : "damaged image data";
+        return std::nullopt;
+    }
+    data.resize(static_cast<size_t>(expected));
+    return data;
 }
 
 }  // namespace images

@@ -4,7 +4,10 @@
 // take on.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "pdfcore/CosObj.h"
 
@@ -31,5 +34,14 @@ enum class FilterFamily { Raw, Flate, LZW, RunLength, DCT, JPX, JBIG2, CCITT, Ot
 // coded (ASCII filters count as raw data); `chainLength` receives the
 // number of filters.
 FilterFamily FilterFamilyOf(CosObj image, int* chainLength = nullptr);
+
+// The first `expected` decoded bytes of an image or soft-mask stream, or
+// nullopt with `problem` saying why ("damaged image data", "image data is
+// shorter than its size says").  Data damaged after the last row still
+// holds every sample and is taken.  Producers often leave some bytes after
+// the last row: decoding allows for a quarter more (and 64 KB), never more
+// than `limit`, so a hostile stream cannot grow without bound.
+std::optional<std::vector<uint8_t>> DecodeImageData(CosObj stream, uint64_t expected, uint64_t limit,
+                                                    std::string* problem);
 
 }  // namespace images

@@ -189,19 +189,10 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
     // Decode.  CCITT data whose Rows disagree with Height is taken when it
     // holds at least Height rows (as readers draw it) and refused otherwise.
     const size_t stride = (size_t(w) + 7) / 8;
-    const size_t expected = stride * size_t(h);
-    std::vector<uint8_t> rows;
-    bool complete = true;
-    try {
-        CosDecodeOptions opts;
-        opts.maxOutput = expected + expected / 4 + 65536;
-        rows = CosStreamDecodedData(image, opts, &complete);
-    } catch (const CVellumError&) {
-        return fail(ReductionOutcome::Bad, "damaged image data");
-    }
-    if (rows.size() < expected)
-        return fail(ReductionOutcome::Bad, complete ? "image data is shorter than its size says" : "damaged image data");
-    rows.resize(expected);
+    std::string problem;
+    auto decoded = DecodeImageData(image, uint64_t(stride) * uint64_t(h), UINT64_MAX, &problem);
+    if (!decoded) return fail(ReductionOutcome::Bad, problem);
+    std::vector<uint8_t> rows = std::move(*decoded);
 
     const int inkValue = InkSample(image, mask) ^ (DecodeSwaps(image) ? 1 : 0);
     const bool keyed = CosObjGetType(CosDictGet(image, K_Mask)) == kCosArray;

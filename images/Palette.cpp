@@ -97,21 +97,13 @@ std::optional<Samples> DecodeImage(CosObj image, FilterFamily fam, int chain, in
         return s;
     }
     const uint64_t rowBytes = (uint64_t(w) * uint64_t(comps) * uint64_t(bpc) + 7) / 8;
-    const uint64_t expected = rowBytes * uint64_t(h);
-    CosDecodeOptions opts;
-    opts.maxOutput = std::min<uint64_t>(limit, expected + expected / 4 + 65536);
-    std::vector<uint8_t> data;
-    bool complete = true;
-    try {
-        data = CosStreamDecodedData(image, opts, &complete);
-    } catch (const CVellumError&) {
-        *failure = {ColourOutcome::Bad, "damaged image data"};
+    std::string problem;
+    const auto decoded = DecodeImageData(image, rowBytes * uint64_t(h), limit, &problem);
+    if (!decoded) {
+        *failure = {ColourOutcome::Bad, problem};
         return std::nullopt;
     }
-    if (data.size() < expected) {
-        *failure = {ColourOutcome::Bad, complete ? "image data is shorter than its size says" : "damaged image data"};
-        return std::nullopt;
-    }
+    const std::vector<uint8_t>& data = *decoded;
     const size_t perRow = size_t(w) * size_t(comps);
     s.raster.data.resize(perRow * size_t(h));
     const unsigned maxv = bpc >= 8 ? 255 : (1u << bpc) - 1;

@@ -97,4 +97,30 @@ TEST_F(ImageTraits, FilterFamilyIsTheLastFilters) {
     EXPECT_EQ(Family("[1]"), FilterFamily::Other);
 }
 
+TEST_F(ImageTraits, ImageDataIsTakenWhenItHoldsEveryRow) {
+    std::string problem;
+    auto decode = [&](CosObj stream, uint64_t expected, uint64_t limit = UINT64_MAX) {
+        problem.clear();
+        return images::DecodeImageData(stream, expected, limit, &problem);
+    };
+    const Bytes raw = Noise(100, 7);
+    CosObj plain = Image(10, 10, Name("DeviceGray"), 8, raw);
+    ASSERT_TRUE(decode(plain, 100));
+    EXPECT_EQ(*decode(plain, 100), raw);
+    EXPECT_EQ(decode(plain, 90)->size(), 90u);  // bytes after the last row are dropped
+    EXPECT_FALSE(decode(plain, 101));
+    EXPECT_EQ(problem, "image data is shorter than its size says");
+    // Flate data cut short: taken when the rows came out before the damage.
+    Bytes flate = filters::FlateEncode(raw, 9);
+    flate.resize(flate.size() - 4);
+    CosObj cut = Image(10, 10, Name("DeviceGray"), 8, flate, "FlateDecode");
+    EXPECT_TRUE(decode(cut, 60));
+    EXPECT_FALSE(decode(cut, 100 + 1000));
+    EXPECT_EQ(problem, "damaged image data");
+    // A stream that decodes past the limit is refused.
+    CosObj big = Image(10, 10, Name("DeviceGray"), 8, filters::FlateEncode(Bytes(1 << 20, 0), 9), "FlateDecode");
+    EXPECT_FALSE(decode(big, 100, 1000));
+    EXPECT_EQ(problem, "damaged image data");
+}
+
 }  // namespace
