@@ -75,3 +75,20 @@ judge_psnr() {
     problems+=("page $page at $db dB$what")
   fi
 }
+
+# read_traits TRAITS: sets `password` (from "userpw=..."), `broken` (a
+# "broken-*" trait), `damaged` ("qpdf-check-err") and `unrecoverable`
+# (both: files that may be refused cleanly) from a manifest's trait list.
+read_traits() {
+  local trait list
+  password=""; damaged=0; broken=0
+  IFS=',' read -ra list <<< "$1"
+  for trait in "${list[@]}"; do
+    case "$trait" in
+      userpw=*) password="${trait#userpw=}" ;;
+      broken-*) broken=1 ;;
+      qpdf-check-err) damaged=1 ;;
+    esac
+  done
+  [ "$broken" = 1 ] && [ "$damaged" = 1 ] && unrecoverable=1 || unrecoverable=0
+}

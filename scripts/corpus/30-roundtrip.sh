@@ -26,11 +26,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
   [ -f "$in" ] || { echo "SKIP $file: not in the corpus folder"; continue; }
   [ -n "$tool" ] || { echo "SKIP $file: tminspect is not built"; continue; }
-  password=""
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in userpw=*) password="${trait#userpw=}" ;; esac
-  done
+  read_traits "$traits"
   out="$work/${file%.pdf}.out.pdf"
   if ! "$tool" "$in" ${password:+--password "$password"} > "$work/open.txt" 2>&1; then
     echo "SKIP $file: the input does not open: $(tail -n 1 "$work/open.txt")"

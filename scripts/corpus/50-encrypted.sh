@@ -22,11 +22,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ _ _ _ traits; do
     echo "SKIP $file: tminspect is not built"
     continue
   fi
-  password=""
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in userpw=*) password="${trait#userpw=}" ;; esac
-  done
+  read_traits "$traits"
   out="$work/$file.txt"
   if ! timeout 300 "$tool" "$corpus/$file" --password "$password" --load-all > "$out" 2>&1; then
     echo "FAIL $file: does not open with its password ($(tail -n 1 "$out"))"

@@ -29,11 +29,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ _ _ _ traits; do
   in="$corpus/$file"
   [ -f "$in" ] || { echo "SKIP $file: not in the corpus folder"; continue; }
   [ -n "$tool" ] || { echo "SKIP $file: tminspect is not built"; continue; }
-  password=""
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in userpw=*) password="${trait#userpw=}" ;; esac
-  done
+  read_traits "$traits"
   if ! "$tool" "$in" ${password:+--password "$password"} > "$work/open.txt" 2>&1; then
     echo "SKIP $file: the input does not open: $(tail -n 1 "$work/open.txt")"
     continue

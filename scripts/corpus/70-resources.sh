@@ -28,16 +28,7 @@ merge_list=()
 while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
   [ -f "$in" ] || { echo "SKIP $file: not in the corpus folder"; continue; }
-  password=""; damaged=0; broken=0
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in
-      userpw=*) password="${trait#userpw=}" ;;
-      broken-*) broken=1 ;;
-      qpdf-check-err) damaged=1 ;;
-    esac
-  done
-  [ "$broken" = 1 ] && [ "$damaged" = 1 ] && unrecoverable=1 || unrecoverable=0
+  read_traits "$traits"
   case "$traits" in *text*) [ -z "$password" ] && [ "$broken" = 0 ] && [ ${#merge_list[@]} -lt 10 ] \
     && merge_list+=("$in") ;; esac
 

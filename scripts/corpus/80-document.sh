@@ -75,15 +75,7 @@ EOF
 while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
   [ -f "$in" ] || { echo "SKIP $file: not in the corpus folder"; continue; }
-  password=""; damaged=0; broken=0
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in
-      userpw=*) password="${trait#userpw=}" ;;
-      broken-*) broken=1 ;;
-      qpdf-check-err) damaged=1 ;;
-    esac
-  done
+  read_traits "$traits"
   copy="$work/$file"
   cp "$in" "$copy" && chmod u+w "$copy"
   timeout -k 5 300 "$bin" -f "$settings" -report ${password:+-openPass "$password"} "$copy" \

@@ -56,14 +56,7 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
   [ -f "$in" ] || { echo "SKIP $file: not in the corpus folder"; continue; }
   [ -n "$bin" ] || { echo "SKIP $file: trimora is not built"; continue; }
-  password=""; broken=0
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in
-      userpw=*) password="${trait#userpw=}" ;;
-      broken-*) broken=1 ;;
-    esac
-  done
+  read_traits "$traits"
   [ "$broken" = 0 ] || { echo "SKIP $file: damaged input (the damaged-file stage covers it)"; continue; }
   out="$work/out.pdf"
   rm -f "$out"

@@ -101,14 +101,7 @@ render_check() {  # in out page dpi
 tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
   in="$corpus/$file"
   [ -f "$in" ] || continue
-  password=""; broken=0
-  IFS=',' read -ra list <<< "$traits"
-  for trait in "${list[@]}"; do
-    case "$trait" in
-      userpw=*) password="${trait#userpw=}" ;;
-      broken-*) broken=1 ;;
-    esac
-  done
+  read_traits "$traits"
   [ "$broken" = 1 ] && continue
   # Pages that draw 1-bit images (bpc column 8), the first three.
   mono_pages="$(pdfimages -list ${password:+-upw "$password"} "$in" 2> /dev/null \
