@@ -6,12 +6,7 @@
 
 namespace {
 
-int HexValue(uint8_t c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+using CosSyntax::HexValue;
 
 bool IsPrintable(uint8_t c) { return (c >= 0x20 && c < 0x7F) || (c >= 9 && c <= 13) || c == 0; }
 
@@ -91,19 +86,7 @@ bool ContentTokenizer::IsKnownKeyword(std::string_view w) {
     return false;
 }
 
-void ContentTokenizer::SkipWhite() {
-    const size_t n = m_data.size();
-    while (m_pos < n) {
-        uint8_t c = m_data[m_pos];
-        if (IsWhite(c)) {
-            ++m_pos;
-        } else if (c == '%') {
-            while (m_pos < n && m_data[m_pos] != '\r' && m_data[m_pos] != '\n') ++m_pos;
-        } else {
-            break;
-        }
-    }
-}
+void ContentTokenizer::SkipWhite() { m_pos = CosSyntax::SkipWhite(m_data, m_pos); }
 
 std::string_view ContentTokenizer::ReadRegular() {
     size_t start = m_pos;
@@ -142,51 +125,7 @@ void ContentTokenizer::ReadName(std::string& out) {
 
 void ContentTokenizer::ReadLiteral(std::string& out) {
     ++m_pos;  // the opening parenthesis
-    out.clear();
-    const size_t n = m_data.size();
-    int depth = 1;
-    while (m_pos < n) {
-        uint8_t c = m_data[m_pos++];
-        if (c == '\\') {
-            if (m_pos >= n) break;
-            uint8_t e = m_data[m_pos++];
-            switch (e) {
-                case 'n': out.push_back('\n'); break;
-                case 'r': out.push_back('\r'); break;
-                case 't': out.push_back('\t'); break;
-                case 'b': out.push_back('\b'); break;
-                case 'f': out.push_back('\f'); break;
-                case '\r':
-                    if (m_pos < n && m_data[m_pos] == '\n') ++m_pos;
-                    break;
-                case '\n':
-                    break;
-                default:
-                    if (e >= '0' && e <= '7') {
-                        int v = e - '0';
-                        for (int k = 0; k < 2 && m_pos < n && m_data[m_pos] >= '0' && m_data[m_pos] <= '7'; ++k)
-                            v = v * 8 + (m_data[m_pos++] - '0');
-                        out.push_back(static_cast<char>(v & 0xFF));
-                    } else {
-                        // "\(", "\)", "\\" and unknown escapes give the byte itself.
-                        out.push_back(static_cast<char>(e));
-                    }
-            }
-        } else if (c == '(') {
-            ++depth;
-            out.push_back('(');
-        } else if (c == ')') {
-            if (--depth == 0) return;
-            out.push_back(')');
-        } else if (c == '\r') {
-            // An end of line inside a string reads as a single newline.
-            if (m_pos < n && m_data[m_pos] == '\n') ++m_pos;
-            out.push_back('\n');
-        } else {
-            out.push_back(static_cast<char>(c));
-        }
-    }
-    ++m_warn.unterminatedStrings;
+    if (CosSyntax::ReadLiteralBody(m_data, m_pos, out) != CosSyntax::LiteralEnd::Closed) ++m_warn.unterminatedStrings;
 }
 
 void ContentTokenizer::ReadHex(std::string& out) {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "content/ContentToken.h"
+#include "pdfcore/CosSyntax.h"
 
 class ContentTokenizer {
 public:
@@ -74,11 +75,8 @@ public:
     };
     const Warnings& Problems() const { return m_warn; }
 
-    static bool IsWhite(uint8_t c) { return c == 0 || c == 9 || c == 10 || c == 12 || c == 13 || c == 32; }
-    static bool IsDelim(uint8_t c) {
-        return c == '%' || c == '(' || c == ')' || c == '<' || c == '>' || c == '[' || c == ']' ||
-               c == '{' || c == '}' || c == '/';
-    }
+    static bool IsWhite(uint8_t c) { return CosSyntax::IsWhite(c); }
+    static bool IsDelim(uint8_t c) { return CosSyntax::IsDelim(c); }
     // True for the operators the parser knows (and true, false, null).
     static bool IsKnownKeyword(std::string_view word);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "pdfcore/CosInternal.h"
+#include "pdfcore/CosSyntax.h"
 #include "pdfcore/CosWriter.h"
 #include "pdfcore/CosXref.h"
 
@@ -12,17 +13,7 @@ namespace {
 
 // Characters that end a token; two regular characters in a row would merge
 // two tokens into one.
-bool IsRegular(char ch) {
-    const unsigned char c = static_cast<unsigned char>(ch);
-    switch (c) {
-        case '(': case ')': case '<': case '>': case '[': case ']':
-        case '{': case '}': case '/': case '%':
-        case ' ': case '\r': case '\n': case '\t': case '\f': case '\0':
-            return false;
-        default:
-            return true;
-    }
-}
+bool IsRegular(char ch) { return CosSyntax::IsRegular(static_cast<uint8_t>(ch)); }
 
 void AppendBigEndian(std::vector<uint8_t>& out, uint64_t value, int width) {
     for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));

@@ -2,30 +2,9 @@
 
 #include <cmath>
 
-namespace {
+using CosSyntax::HexValue;
 
-int HexValue(uint8_t c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-}  // namespace
-
-void CosLexer::SkipWhite() {
-    const size_t n = m_data.size();
-    while (m_pos < n) {
-        uint8_t c = m_data[m_pos];
-        if (IsWhite(c)) {
-            ++m_pos;
-        } else if (c == '%') {
-            while (m_pos < n && m_data[m_pos] != '\r' && m_data[m_pos] != '\n') ++m_pos;
-        } else {
-            break;
-        }
-    }
-}
+void CosLexer::SkipWhite() { m_pos = CosSyntax::SkipWhite(m_data, m_pos); }
 
 bool CosLexer::ReadLine(std::string& line, size_t maxLength) {
     line.clear();
@@ -110,55 +89,10 @@ CosToken CosLexer::Next() {
 
 void CosLexer::ReadLiteralString(CosToken& tok) {
     tok.type = CosTokType::String;
-    std::string& out = tok.text;
-    const size_t n = m_data.size();
-    int depth = 1;
-    while (true) {
-        if (m_pos >= n) ASRaiseParse(kErrUnterminatedString);
-        if (out.size() >= kMaxString) ASRaiseParse(kErrStringTooLong);
-        uint8_t c = m_data[m_pos++];
-        if (c == '(') {
-            ++depth;
-            out.push_back('(');
-        } else if (c == ')') {
-            if (--depth == 0) return;
-            out.push_back(')');
-        } else if (c == '\r') {
-            // Any end of line inside a string reads as a single LF.
-            if (m_pos < n && m_data[m_pos] == '\n') ++m_pos;
-            out.push_back('\n');
-        } else if (c != '\\') {
-            out.push_back(static_cast<char>(c));
-        } else {
-            if (m_pos >= n) ASRaiseParse(kErrUnterminatedString);
-            uint8_t e = m_data[m_pos++];
-            switch (e) {
-            case 'n': out.push_back('\n'); break;
-            case 'r': out.push_back('\r'); break;
-            case 't': out.push_back('\t'); break;
-            case 'b': out.push_back('\b'); break;
-            case 'f': out.push_back('\f'); break;
-            case '(': out.push_back('('); break;
-            case ')': out.push_back(')'); break;
-            case '\\': out.push_back('\\'); break;
-            case '\r':  // line continuation
-                if (m_pos < n && m_data[m_pos] == '\n') ++m_pos;
-                break;
-            case '\n':
-                break;
-            default:
-                if (e >= '0' && e <= '7') {
-                    int v = e - '0';
-                    for (int i = 0; i < 2 && m_pos < n && m_data[m_pos] >= '0' && m_data[m_pos] <= '7';
-                         ++i)
-                        v = v * 8 + (m_data[m_pos++] - '0');
-                    out.push_back(static_cast<char>(v & 0xFF));
-                } else {
-                    // An unknown escape stands for the character itself.
-                    out.push_back(static_cast<char>(e));
-                }
-            }
-        }
+    switch (CosSyntax::ReadLiteralBody(m_data, m_pos, tok.text, kMaxString)) {
+        case CosSyntax::LiteralEnd::Closed: return;
+        case CosSyntax::LiteralEnd::Unterminated: ASRaiseParse(kErrUnterminatedString);
+        case CosSyntax::LiteralEnd::TooLong: ASRaiseParse(kErrStringTooLong);
     }
 }
 

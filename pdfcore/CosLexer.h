@@ -13,6 +13,7 @@
 #include <string>
 
 #include "base/ASError.h"
+#include "pdfcore/CosSyntax.h"
 
 enum class CosTokType : uint8_t {
     Eof,
@@ -65,14 +66,9 @@ public:
     // past it; false when already at the end of the data.
     bool ReadLine(std::string& line, size_t maxLength = 4096);
 
-    static bool IsWhite(uint8_t c) {
-        return c == 0 || c == 9 || c == 10 || c == 12 || c == 13 || c == 32;
-    }
-    static bool IsDelim(uint8_t c) {
-        return c == '%' || c == '(' || c == ')' || c == '<' || c == '>' || c == '[' || c == ']' ||
-               c == '{' || c == '}' || c == '/';
-    }
-    static bool IsRegular(uint8_t c) { return !IsWhite(c) && !IsDelim(c); }
+    static bool IsWhite(uint8_t c) { return CosSyntax::IsWhite(c); }
+    static bool IsDelim(uint8_t c) { return CosSyntax::IsDelim(c); }
+    static bool IsRegular(uint8_t c) { return CosSyntax::IsRegular(c); }
 
     // Reads a number in lenient viewer fashion from `text`; false when the
     // text is not number-like (it then is a keyword).

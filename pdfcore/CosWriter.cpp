@@ -9,6 +9,7 @@
 
 #include "pdfcore/CosInternal.h"
 #include "pdfcore/CosNames.h"
+#include "pdfcore/CosSyntax.h"
 
 namespace {
 
@@ -25,20 +26,9 @@ constexpr int kMaxDepth = 1000;
 
 [[noreturn]] void BadParm() { ASRaiseErr(ErrSysGeneral, kErrBadParm); }
 
-// PDF delimiters and white space end a token; everything else is "regular".
-bool IsDelimiter(unsigned char c) {
-    switch (c) {
-        case '(': case ')': case '<': case '>': case '[': case ']':
-        case '{': case '}': case '/': case '%':
-            return true;
-        default:
-            return false;
-    }
-}
-bool IsWhite(unsigned char c) {
-    return c == ' ' || c == '\r' || c == '\n' || c == '\t' || c == '\f' || c == '\0';
-}
-bool IsRegular(unsigned char c) { return !IsDelimiter(c) && !IsWhite(c); }
+// White space and delimiters end a token; everything else is "regular".
+using CosSyntax::IsRegular;
+bool IsDelimiter(unsigned char c) { return CosSyntax::IsDelim(c); }
 
 // True when the written form of `value` begins with a regular character
 // (numbers, booleans, null, references), so that it would join a preceding

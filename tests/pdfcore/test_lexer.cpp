@@ -19,7 +19,10 @@ TEST(CosLexer, LiteralStringEscapesNestingAndContinuation) {
     EXPECT_EQ(t.text, std::string("a\n\r\t\b\f()\\ (nested (twice)) A\x07\x05" "3xmoreq"));
     // An end of line inside a string reads as LF.
     EXPECT_EQ(OneToken("(a\r\nb\rc)").text, "a\nb\nc");
+    // Octal escapes keep the high bit; three digits past 377 wrap to a byte.
+    EXPECT_EQ(OneToken("(\\351\\400)").text, std::string("\xE9\x00", 2));
     EXPECT_EQ(ErrorOf([] { OneToken("(never closed"); }), kErrUnterminatedString);
+    EXPECT_EQ(ErrorOf([] { OneToken("(ends in an escape\\"); }), kErrUnterminatedString);
 }
 
 TEST(CosLexer, HexStringsOddDigitWhitespaceAndBadCharacters) {
