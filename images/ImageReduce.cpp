@@ -8,6 +8,7 @@
 
 #include "filters/DCTEncode.h"
 #include "filters/Filters.h"
+#include "images/ImageEncode.h"
 #include "images/ImageTraits.h"
 #include "images/ResampleFilter.h"
 #include "images/Resampler.h"
@@ -29,14 +30,8 @@ const ASAtom K_F = ASAtomFromString("F");
 const ASAtom K_DL = ASAtomFromString("DL");
 const ASAtom K_Decode = ASAtomFromString("Decode");
 const ASAtom K_ColorTransform = ASAtomFromString("ColorTransform");
-const ASAtom K_Predictor = ASAtomFromString("Predictor");
-const ASAtom K_Colors = ASAtomFromString("Colors");
-const ASAtom K_Columns = ASAtomFromString("Columns");
 const ASAtom K_Length = ASAtomFromString("Length");
-const ASAtom K_FlateDecode = ASAtomFromString("FlateDecode");
 const ASAtom K_DCTDecode = ASAtomFromString("DCTDecode");
-const ASAtom K_LZWDecode = ASAtomFromString("LZWDecode");
-const ASAtom K_RunLengthDecode = ASAtomFromString("RunLengthDecode");
 
 // Largest side taken on; beyond it a dimension is not a real image.
 constexpr int64_t kMaxSide = 1 << 20;
@@ -161,81 +156,8 @@ Raster ResampleKeyed(const Raster& src, const std::vector<int>& ranges, int w, i
     return out;
 }
 
-struct Encoded {
-    std::vector<uint8_t> data;
-    ASAtom filter = ASAtomNull;
-    int predictorColors = 0;  // > 0: Flate with the PNG predictor
-    int predictorBits = 0;
-    int predictorColumns = 0;
-    bool colorTransformOff = false;  // DecodeParms ColorTransform 0
-};
-
-// How Flate is tried: with the PNG predictor when the settings ask for it,
-// without it, or both ways keeping the smaller.
-enum class Prediction { AsAsked, Never, Both };
-
-// Rows of `columns` samples of `colors` x `bits` each, packed as PDF packs them.
-Encoded EncodeLosslessRows(std::span<const uint8_t> rows, int colors, int bits, int columns, ImageCompression how,
-                           const ReductionParams& p, Prediction prediction) {
-    Encoded e;
-    switch (how) {
-    case ImageCompression::LZW:
-        e.data = filters::LZWEncode(rows);
-        e.filter = K_LZWDecode;
-        break;
-    case ImageCompression::Packbits:
-        e.data = filters::RunLengthEncode(rows);
-        e.filter = K_RunLengthDecode;
-        break;
-    default: {
-        e.filter = K_FlateDecode;
-        const int level = std::clamp(p.flateLevel, 0, 9);
-        const bool predict = p.flatePrediction && prediction != Prediction::Never;
-        if (!predict || prediction == Prediction::Both) e.data = filters::FlateEncode(rows, level);
-        if (predict) {
-            // The predictor pays on photographs, gradients and anything
-            // resampled, not always on flat artwork: an image that keeps its
-            // samples is tried both ways and keeps the smaller.
-            filters::Bytes predicted = filters::FlateEncodePNG(rows, level, colors, bits, columns);
-            if (e.data.empty() || predicted.size() < e.data.size()) {
-                e.data = std::move(predicted);
-                e.predictorColors = colors;
-                e.predictorBits = bits;
-                e.predictorColumns = columns;
-            }
-        }
-        break;
-    }
-    }
-    return e;
-}
-
-Encoded EncodeLossless(const Raster& r, ImageCompression how, const ReductionParams& p, Prediction prediction) {
-    return EncodeLosslessRows(r.data, r.Channels(), r.bits, r.width, how, p, prediction);
-}
-
-void PutEncoding(CosObj stream, const Encoded& e, int width, int height, int bits) {
-    CosDoc doc = CosObjGetDoc(stream);
-    CosDictPutInteger(stream, K_Width, width);
-    CosDictPutInteger(stream, K_Height, height);
-    CosDictPutInteger(stream, K_BitsPerComponent, bits);
-    CosDictPut(stream, K_Filter, CosNewName(doc, false, e.filter));
-    CosDictRemove(stream, K_DL);
-    if (e.predictorColors > 0) {
-        CosObj parms = CosNewDict(doc, false);
-        CosDictPutInteger(parms, K_Predictor, 15);
-        CosDictPutInteger(parms, K_Colors, e.predictorColors);
-        CosDictPutInteger(parms, K_BitsPerComponent, e.predictorBits);
-        CosDictPutInteger(parms, K_Columns, e.predictorColumns);
-        CosDictPut(stream, K_DecodeParms, parms);
-    } else if (e.colorTransformOff) {
-        CosObj parms = CosNewDict(doc, false);
-        CosDictPutInteger(parms, K_ColorTransform, 0);
-        CosDictPut(stream, K_DecodeParms, parms);
-    } else {
-        CosDictRemove(stream, K_DecodeParms);
-    }
-    CosStreamSetEncodedData(stream, e.data);
+EncodedImage EncodeLossless(const Raster& r, ImageCompression how, const ReductionParams& p, Prediction prediction) {
+    return EncodeLosslessRows(r.data, r.Channels(), r.bits, r.width, how, p.flateLevel, p.flatePrediction, prediction);
 }
 
 // The samples of an image (not a JPEG) or soft mask, decoded through its
@@ -394,14 +316,14 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         const auto rows = DecodeImageData(image, rowBytes * uint64_t(h), p.maxDecodedBytes, &problem);
         if (!rows) return fail(ReductionOutcome::Bad, problem);
         // Predicting palette indices from their neighbours means nothing.
-        Encoded e = EncodeLosslessRows(*rows, 1, bpc, int(w), how, p, Prediction::Never);
+        EncodedImage e = EncodeLosslessRows(*rows, 1, bpc, int(w), how, p.flateLevel, p.flatePrediction, Prediction::Never);
         res.bytesBefore = CosStreamEncodedLength(image);
         res.bytesAfter = e.data.size();
         if (res.bytesAfter >= res.bytesBefore) {
             res.outcome = ReductionOutcome::NotSmaller;
             return res;
         }
-        PutEncoding(image, e, int(w), int(h), bpc);
+        PutEncodedImage(image, e, int(w), int(h), bpc);
         res.outcome = ReductionOutcome::Replaced;
         return res;
     }
@@ -516,7 +438,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         raster = key.empty() ? Resample(*raster, newW, newH, *filter) : ResampleKeyed(*raster, key, newW, newH, *filter);
     }
 
-    Encoded enc;
+    EncodedImage enc;
     if (target == ImageCompression::JPEG) {
         Raster r8 = To8Bit(*raster);
         filters::DCTEncodeParams dp;
@@ -532,7 +454,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
     }
 
     // The soft mask, resampled to the same size.
-    std::optional<Encoded> smEnc;
+    std::optional<EncodedImage> smEnc;
     int smBits = 8;
     size_t smBefore = 0;
     if (downsampling && hasSMask) {
@@ -559,7 +481,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
         return res;
     }
 
-    PutEncoding(image, enc, newW, newH, raster->bits);
+    PutEncodedImage(image, enc, newW, newH, raster->bits);
     if (palette) {
         // A direct base lives in the Indexed array: the image gets its own copy.
         CosObj base = CosObjIsIndirect(palette->base) ? palette->base
@@ -576,7 +498,7 @@ ReductionResult ReduceImage(CosObj image, double ppiX, double ppiY, const Reduct
             CosDictPut(dict, k, CosObjCopy(CosDictValueAt(smask, i), doc, false));
         }
         CosObj fresh = CosNewStream(doc, dict, {});
-        PutEncoding(fresh, *smEnc, newW, newH, smBits);
+        PutEncodedImage(fresh, *smEnc, newW, newH, smBits);
         CosDictPut(image, K_SMask, fresh);
     }
     res.outcome = ReductionOutcome::Replaced;

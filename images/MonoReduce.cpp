@@ -6,6 +6,7 @@
 
 #include "filters/Filters.h"
 #include "images/Bilevel.h"
+#include "images/ImageEncode.h"
 #include "images/ImageTraits.h"
 
 namespace images {
@@ -17,17 +18,11 @@ const ASAtom K_BitsPerComponent = ASAtomFromString("BitsPerComponent");
 const ASAtom K_ColorSpace = ASAtomFromString("ColorSpace");
 const ASAtom K_ImageMask = ASAtomFromString("ImageMask");
 const ASAtom K_Mask = ASAtomFromString("Mask");
-const ASAtom K_Filter = ASAtomFromString("Filter");
-const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
 const ASAtom K_Interpolate = ASAtomFromString("Interpolate");
 const ASAtom K_F = ASAtomFromString("F");
-const ASAtom K_DL = ASAtomFromString("DL");
 const ASAtom K_Decode = ASAtomFromString("Decode");
-const ASAtom K_K = ASAtomFromString("K");
-const ASAtom K_Columns = ASAtomFromString("Columns");
-const ASAtom K_Rows = ASAtomFromString("Rows");
-const ASAtom K_Predictor = ASAtomFromString("Predictor");
-const ASAtom K_Colors = ASAtomFromString("Colors");
+const ASAtom K_CCITTFaxDecode = ASAtomFromString("CCITTFaxDecode");
+const ASAtom K_JBIG2Decode = ASAtomFromString("JBIG2Decode");
 
 constexpr int64_t kMaxSide = 1 << 20;
 
@@ -103,41 +98,6 @@ void ToInk(std::vector<uint8_t>& rows, int width, int height, bool flip) {
     }
 }
 
-struct Encoding {
-    std::vector<uint8_t> data;
-    const char* filter = "FlateDecode";
-    int k = 0;         // CCITT: the K parameter
-    bool fax = false;  // CCITT DecodeParms needed
-    int predictorColumns = 0;  // Flate with the PNG predictor (8-bit gray)
-};
-
-void PutEncoding(CosObj image, const Encoding& e, int width, int height, int bits) {
-    CosDoc doc = CosObjGetDoc(image);
-    CosDictPutInteger(image, K_Width, width);
-    CosDictPutInteger(image, K_Height, height);
-    CosDictPutInteger(image, K_BitsPerComponent, bits);
-    CosDictPut(image, K_Filter, CosNewName(doc, false, ASAtomFromString(e.filter)));
-    CosDictRemove(image, K_DL);
-    if (e.fax) {
-        CosObj parms = CosNewDict(doc, false);
-        CosDictPutInteger(parms, K_K, e.k);
-        CosDictPutInteger(parms, K_Columns, width);
-        CosDictPutInteger(parms, K_Rows, height);
-        CosDictPut(image, K_DecodeParms, parms);
-    } else if (e.predictorColumns > 0) {
-        CosObj parms = CosNewDict(doc, false);
-        CosDictPutInteger(parms, K_Predictor, 15);
-        CosDictPutInteger(parms, K_Colors, 1);
-        CosDictPutInteger(parms, K_BitsPerComponent, 8);
-        CosDictPutInteger(parms, K_Columns, e.predictorColumns);
-        CosDictPut(image, K_DecodeParms, parms);
-    } else {
-        // A JBIG2 image's shared globals stay with the other images using them.
-        CosDictRemove(image, K_DecodeParms);
-    }
-    CosStreamSetEncodedData(image, e.data);
-}
-
 }  // namespace
 
 ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const MonoParams& p) {
@@ -200,14 +160,13 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
     const bool grayFamily = family == "DeviceGray" || family == "G" || family == "CalGray" ||
                             family == "Separation" || (family == "ICCBased" && BaseComponents(CosDictGet(image, K_ColorSpace)) == 1);
 
-    Encoding enc;
+    EncodedImage enc;
     int bits = 1;
     if (p.descreen && downsampling && !mask && !keyed && grayFamily) {
         // A halftone becomes the gray it stands for; the samples keep their
         // scale (0 and 1 become 0 and 255), so Decode means the same.
         Raster g = DescreenToGray(rows, int(w), int(h), newW, newH);
-        enc.data = filters::FlateEncodePNG(g.data, std::clamp(p.flateLevel, 0, 9), 1, 8, newW);
-        enc.predictorColumns = newW;
+        enc = EncodeLosslessRows(g.data, 1, 8, newW, ImageCompression::Flate, p.flateLevel, true, Prediction::AsAsked);
         bits = 8;
     } else {
         InkBitmap ink{int(w), int(h), std::move(rows)};
@@ -229,26 +188,21 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
         case MonoCompression::CCITTG4:
         case MonoCompression::CCITTG3:
             enc.data = EncodeFax(codec, target == MonoCompression::CCITTG4 ? FaxGroup::G4 : FaxGroup::G3);
-            enc.filter = "CCITTFaxDecode";
+            enc.filter = K_CCITTFaxDecode;
             enc.fax = true;
-            enc.k = target == MonoCompression::CCITTG4 ? -1 : 0;
+            enc.faxK = target == MonoCompression::CCITTG4 ? -1 : 0;
             break;
         case MonoCompression::JBIG2:
             enc.data = p.jbig2(codec.rows, codec.width, codec.height);
-            enc.filter = "JBIG2Decode";
+            enc.filter = K_JBIG2Decode;
             break;
         default: {
             // The samples as PDF stores them.
             ToInk(ink.rows, ink.width, ink.height, inkValue == 0);
-            if (target == MonoCompression::LZW) {
-                enc.data = filters::LZWEncode(ink.rows);
-                enc.filter = "LZWDecode";
-            } else if (target == MonoCompression::Packbits) {
-                enc.data = filters::RunLengthEncode(ink.rows);
-                enc.filter = "RunLengthDecode";
-            } else {
-                enc.data = filters::FlateEncode(ink.rows, std::clamp(p.flateLevel, 0, 9));
-            }
+            const ImageCompression how = target == MonoCompression::LZW        ? ImageCompression::LZW
+                                         : target == MonoCompression::Packbits ? ImageCompression::Packbits
+                                                                               : ImageCompression::Flate;
+            enc = EncodeLosslessRows(ink.rows, 1, 1, ink.width, how, p.flateLevel, false, Prediction::Never);
             break;
         }
         }
@@ -260,7 +214,7 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
         res.outcome = ReductionOutcome::NotSmaller;
         return res;
     }
-    PutEncoding(image, enc, newW, newH, bits);
+    PutEncodedImage(image, enc, newW, newH, bits);
     res.newWidth = newW;
     res.newHeight = newH;
     res.outcome = ReductionOutcome::Replaced;

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "filters/Filters.h"
+#include "images/ImageEncode.h"
 #include "images/ImageTraits.h"
 #include "images/Quantize.h"
 
@@ -24,15 +25,9 @@ const ASAtom K_Filter = ASAtomFromString("Filter");
 const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
 const ASAtom K_Decode = ASAtomFromString("Decode");
 const ASAtom K_F = ASAtomFromString("F");
-const ASAtom K_DL = ASAtomFromString("DL");
 const ASAtom K_ColorTransform = ASAtomFromString("ColorTransform");
-const ASAtom K_Predictor = ASAtomFromString("Predictor");
-const ASAtom K_Colors = ASAtomFromString("Colors");
-const ASAtom K_Columns = ASAtomFromString("Columns");
 const ASAtom K_Indexed = ASAtomFromString("Indexed");
 const ASAtom K_FlateDecode = ASAtomFromString("FlateDecode");
-const ASAtom K_LZWDecode = ASAtomFromString("LZWDecode");
-const ASAtom K_RunLengthDecode = ASAtomFromString("RunLengthDecode");
 
 constexpr int64_t kMaxSide = 1 << 20;
 // Colour tables up to this many bytes are strings, larger ones streams,
@@ -185,61 +180,12 @@ std::optional<std::vector<bool>> ReadDecode(CosObj decode, int comps) {
     return inverted;
 }
 
-struct Encoded {
-    std::vector<uint8_t> data;
-    ASAtom filter = ASAtomNull;
-    int predictorColors = 0;
-    int predictorBits = 0;
-    int predictorColumns = 0;
-};
-
-// The class's lossless encoding: LZW or RunLength when it names them, else
-// Flate, with the PNG predictor tried as well when `predict` (never for
-// indices, whose neighbours' differences mean nothing).
-Encoded EncodeRows(const std::vector<uint8_t>& rows, int colors, int bits, int columns,
-                   const ColourReductionParams& p, bool predict) {
-    Encoded e;
-    if (p.compression == ImageCompression::LZW) {
-        e.data = filters::LZWEncode(rows);
-        e.filter = K_LZWDecode;
-        return e;
-    }
-    if (p.compression == ImageCompression::Packbits) {
-        e.data = filters::RunLengthEncode(rows);
-        e.filter = K_RunLengthDecode;
-        return e;
-    }
-    e.filter = K_FlateDecode;
-    const int level = std::clamp(p.flateLevel, 0, 9);
-    e.data = filters::FlateEncode(rows, level);
-    if (predict && p.flatePrediction) {
-        filters::Bytes predicted = filters::FlateEncodePNG(rows, level, colors, bits, columns);
-        if (predicted.size() < e.data.size()) {
-            e.data = std::move(predicted);
-            e.predictorColors = colors;
-            e.predictorBits = bits;
-            e.predictorColumns = columns;
-        }
-    }
-    return e;
-}
-
-void PutEncoding(CosObj image, const Encoded& e, int bits) {
-    CosDoc doc = CosObjGetDoc(image);
-    CosDictPutInteger(image, K_BitsPerComponent, bits);
-    CosDictPut(image, K_Filter, CosNewName(doc, false, e.filter));
-    CosDictRemove(image, K_DL);
-    if (e.predictorColors > 0) {
-        CosObj parms = CosNewDict(doc, false);
-        CosDictPutInteger(parms, K_Predictor, 15);
-        CosDictPutInteger(parms, K_Colors, e.predictorColors);
-        CosDictPutInteger(parms, K_BitsPerComponent, e.predictorBits);
-        CosDictPutInteger(parms, K_Columns, e.predictorColumns);
-        CosDictPut(image, K_DecodeParms, parms);
-    } else {
-        CosDictRemove(image, K_DecodeParms);
-    }
-    CosStreamSetEncodedData(image, e.data);
+// The class's lossless encoding, with the PNG predictor tried as well when
+// `predict` (never for indices, whose neighbours' differences mean nothing).
+EncodedImage EncodeRows(std::span<const uint8_t> rows, int colors, int bits, int columns,
+                        const ColourReductionParams& p, bool predict) {
+    return EncodeLosslessRows(rows, colors, bits, columns, p.compression, p.flateLevel, p.flatePrediction,
+                              predict ? Prediction::Both : Prediction::Never);
 }
 
 // Puts the keyed colours first so the key becomes one range of indices;
@@ -431,14 +377,14 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
     res.bytesBefore = CosStreamEncodedLength(image);
     CosDoc doc = CosObjGetDoc(image);
 
-    auto replace = [&](ColourOutcome outcome, const Encoded& e, size_t extra, int bits) -> bool {
+    auto replace = [&](ColourOutcome outcome, const EncodedImage& e, size_t extra, int bits) -> bool {
         res.bytesAfter = e.data.size() + extra;
         res.bits = bits;
         if (res.bytesAfter >= res.bytesBefore) {
             res.outcome = ColourOutcome::NotSmaller;
             return false;
         }
-        PutEncoding(image, e, bits);
+        PutEncodedImage(image, e, int(w), int(h), bits);
         res.outcome = outcome;
         return true;
     };
@@ -452,7 +398,7 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
             std::vector<uint8_t> levels(raster.data.size());
             for (size_t i = 0; i < levels.size(); ++i) levels[i] = uint8_t(raster.data[i] / step);
             const std::vector<uint8_t> rows = PackSamples(levels, int(w), int(h), 1, bits);
-            const Encoded e = EncodeRows(rows, 1, bits, int(w), p, true);
+            const EncodedImage e = EncodeRows(rows, 1, bits, int(w), p, true);
             res.colours = 1 << bits;
             if (replace(ColourOutcome::Palettized, e, 0, bits)) {
                 if (key) {
@@ -511,7 +457,7 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
                 }
             std::optional<IndexedRaster> q = QuantizeRGB(probe, p.maxColors, &why, true);
             if (!q) return stop(ColourOutcome::LeftAlone, why);
-            const Encoded e = EncodeRows(PackSamples(q->indices, probe.width, probe.height, 1, 8), 1, 8,
+            const EncodedImage e = EncodeRows(PackSamples(q->indices, probe.width, probe.height, 1, 8), 1, 8,
                                          probe.width, p, false);
             res.bytesAfter = e.data.size() * 16;
             if (res.bytesAfter > res.bytesBefore * 3 / 2) return stop(ColourOutcome::NotSmaller, "");
@@ -546,7 +492,7 @@ ColourResult ReduceColours(CosObj image, const ColourReductionParams& p) {
         keyed = KeyedFirst(*indexed, k);
     }
     const std::vector<uint8_t> rows = PackSamples(indexed->indices, int(w), int(h), 1, bits);
-    const Encoded e = EncodeRows(rows, 1, bits, int(w), p, false);
+    const EncodedImage e = EncodeRows(rows, 1, bits, int(w), p, false);
     // A small table goes in a string; a large one in a Flate stream of its
     // own, since strings of binary bytes are written in hex.
     const bool tableStream = indexed->table.size() > kStringTable;
