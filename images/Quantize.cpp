@@ -3,10 +3,52 @@
 #include <libimagequant.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
+#include <mutex>
+#include <unordered_set>
 
 namespace images {
 namespace {
+
+// The quantiser forgets to free its row buffers when it works on a large
+// image a row at a time (one buffer per pass over the image, about 32 bytes
+// per column), so a batch of large photographs would leak without bound.
+// It takes its allocator from the attributes: every block it asks for is
+// recorded, and those still held when the call has destroyed everything are
+// freed then.  The quantiser runs worker threads, hence the lock.
+class LiqBlocks {
+public:
+    LiqBlocks() { s_current = this; }
+    ~LiqBlocks() {
+        for (void* p : m_live) std::free(p);
+        s_current = nullptr;
+    }
+    LiqBlocks(const LiqBlocks&) = delete;
+    LiqBlocks& operator=(const LiqBlocks&) = delete;
+
+    static void* Allocate(size_t n) {
+        void* p = std::malloc(n);
+        if (p) {
+            std::lock_guard<std::mutex> lock(s_current->m_lock);
+            s_current->m_live.insert(p);
+        }
+        return p;
+    }
+    static void Free(void* p) {
+        if (!p) return;
+        {
+            std::lock_guard<std::mutex> lock(s_current->m_lock);
+            s_current->m_live.erase(p);
+        }
+        std::free(p);
+    }
+
+private:
+    static inline LiqBlocks* s_current = nullptr;
+    std::mutex m_lock;
+    std::unordered_set<void*> m_live;
+};
 
 struct LiqDeleter {
     void operator()(liq_attr* a) const { liq_attr_destroy(a); }
@@ -31,7 +73,9 @@ std::optional<IndexedRaster> QuantizeRGB(const Raster& rgb, int maxColors, std::
         rgba[4 * i + 2] = rgb.data[3 * i + 2];
         rgba[4 * i + 3] = 255;
     }
-    std::unique_ptr<liq_attr, LiqDeleter> attr(liq_attr_create());
+    // Declared first, so that it outlives every quantiser object below.
+    LiqBlocks blocks;
+    std::unique_ptr<liq_attr, LiqDeleter> attr(liq_attr_create_with_allocator(LiqBlocks::Allocate, LiqBlocks::Free));
     if (!attr) {
         *why = "quantiser could not start";
         return std::nullopt;
