@@ -8,6 +8,7 @@
 
 #include "content/ContentHandler.h"
 #include "content/ContentParser.h"
+#include "content/PageAppend.h"
 #include "pdfcore/CosNames.h"
 #include "pdfcore/PDDoc.h"
 
@@ -42,32 +43,6 @@ const ASAtom K_Print = ASAtomFromString("Print");
 const ASAtom K_ViewState = ASAtomFromString("ViewState");
 const ASAtom K_PrintState = ASAtomFromString("PrintState");
 
-bool ReadMatrix(CosObj arr, ContentMatrix& m) {
-    if (CosObjGetType(arr) != kCosArray || CosArrayLength(arr) != 6) return false;
-    double v[6];
-    for (int i = 0; i < 6; ++i) {
-        CosObj e = CosArrayGet(arr, i);
-        CosType t = CosObjGetType(e);
-        if (t != kCosInteger && t != kCosFixed) return false;
-        v[i] = CosFixedValue(e);
-    }
-    m = {v[0], v[1], v[2], v[3], v[4], v[5]};
-    return true;
-}
-
-bool ReadRect(CosObj arr, double r[4]) {
-    if (CosObjGetType(arr) != kCosArray || CosArrayLength(arr) != 4) return false;
-    for (int i = 0; i < 4; ++i) {
-        CosObj e = CosArrayGet(arr, i);
-        CosType t = CosObjGetType(e);
-        if (t != kCosInteger && t != kCosFixed) return false;
-        r[i] = CosFixedValue(e);
-    }
-    if (r[0] > r[2]) std::swap(r[0], r[2]);
-    if (r[1] > r[3]) std::swap(r[1], r[3]);
-    return true;
-}
-
 }  // namespace
 
 void ContentHandler::RunContent(std::span<const uint8_t> data) {
@@ -97,7 +72,7 @@ void ContentHandler::RunPage(CosObj page, bool annotations) {
         CosObj ap = CosDictGet(annot, K_AP);
         if (CosObjGetType(ap) != kCosDict) continue;
         double rect[4];
-        if (!ReadRect(CosDictGet(annot, K_Rect), rect)) continue;
+        if (!ReadContentRect(CosDictGet(annot, K_Rect), rect)) continue;
         const ASAtom kinds[] = {cosnames::N, K_R, K_D};
         for (ASAtom kind : kinds) {
             CosObj entry = CosDictGet(ap, kind);
@@ -115,9 +90,9 @@ void ContentHandler::RunPage(CosObj page, bool annotations) {
                 // The appearance's bounding box, transformed by its Matrix,
                 // is fitted to the annotation's rectangle (ISO 32000-1, 12.5.5).
                 double bbox[4];
-                if (!ReadRect(CosDictGet(form, cosnames::BBox), bbox)) continue;
+                if (!ReadContentRect(CosDictGet(form, cosnames::BBox), bbox)) continue;
                 ContentMatrix fm;
-                ReadMatrix(CosDictGet(form, K_Matrix), fm);
+                ReadContentMatrix(CosDictGet(form, K_Matrix), fm);
                 double xs[4], ys[4];
                 fm.Apply(bbox[0], bbox[1], xs[0], ys[0]);
                 fm.Apply(bbox[2], bbox[1], xs[1], ys[1]);
@@ -141,7 +116,7 @@ void ContentHandler::RunForm(CosObj form, const ContentMatrix* extra) {
     CosObj res = CosDictGet(form, cosnames::Resources);
     if (CosObjGetType(res) != kCosDict) res = m_resources;
     ContentMatrix m;
-    ReadMatrix(CosDictGet(form, K_Matrix), m);
+    ReadContentMatrix(CosDictGet(form, K_Matrix), m);
     ContentMatrix base = extra ? extra->Times(State().ctm) : State().ctm;
     RunNested(form, res, m.Times(base));
 }
@@ -151,7 +126,7 @@ void ContentHandler::RunPattern(CosObj pattern) {
     CosObj res = CosDictGet(pattern, cosnames::Resources);
     if (CosObjGetType(res) != kCosDict) res = m_resources;
     ContentMatrix m;
-    ReadMatrix(CosDictGet(pattern, K_Matrix), m);
+    ReadContentMatrix(CosDictGet(pattern, K_Matrix), m);
     RunNested(pattern, res, m.Times(m_streamBase));
 }
 
@@ -243,7 +218,7 @@ void ContentHandler::DescendType3(const std::string& fontName) {
     // Glyphs are placed by the text matrix, which this walk does not follow:
     // the glyph space is taken at the font size from the current CTM.
     ContentMatrix fm{0.001, 0, 0, 0.001, 0, 0};
-    ReadMatrix(CosDictGet(font, K_FontMatrix), fm);
+    ReadContentMatrix(CosDictGet(font, K_FontMatrix), fm);
     double size = State().fontSize != 0 ? State().fontSize : 1;
     ContentMatrix ctm = fm.Times(ContentMatrix{size, 0, 0, size, 0, 0}).Times(State().ctm);
     ASInt32 n = CosDictCount(procs);
