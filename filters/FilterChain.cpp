@@ -47,6 +47,7 @@ bool IsImageCodec(const std::string& canonicalName) {
 }
 
 void SetWarningSink(WarningSink sink) { Sink() = std::move(sink); }
+WarningSink GetWarningSink() { return Sink(); }
 
 void Warn(const std::string& text) {
     if (Sink()) Sink()(text);

@@ -156,6 +156,9 @@ void WarnBadFilterAttribute();
 // The front end routes them to the log's Warning channel.
 using WarningSink = std::function<void(const std::string&)>;
 void SetWarningSink(WarningSink sink);
+// The sink in place, so that a step can put its own in for a while and
+// restore it.
+WarningSink GetWarningSink();
 void Warn(const std::string& text);
 
 }  // namespace filters

@@ -3,6 +3,7 @@
 // their line here; the order of lines is the order within a phase.
 #include "pipeline/AnnotFlatten.h"
 #include "pipeline/DocumentCleanup.h"
+#include "pipeline/FontWork.h"
 #include "pipeline/FormXObjectFlatten.h"
 #include "pipeline/ImageReduction.h"
 #include "pipeline/ObjectDuplicates.h"
@@ -33,6 +34,9 @@ void RegisterStandardOperations(OperationRegistry& registry) {
     // merge of all equal objects, which finds more once equal data has
     // been recompressed to equal bytes.
     RegisterResourceOperations(registry);
+    // Fonts next: subsets of the programs the resource step kept, before
+    // the merge joins equal subsets.
+    registry.Add(MakeFontWork());
     RegisterObjectDuplicateOperations(registry);
     // Image reduction runs at its own point, after the resources: each
     // image left after the duplicate merge is reduced once.
