@@ -453,7 +453,10 @@ std::vector<Stem> DeclarationOrder(const std::vector<HintGroup>& groups, std::ve
     std::vector<Stem> order;
     for (const auto& g : groups)
         for (const auto& s : g.*member)
-            if (std::find(order.begin(), order.end(), s) == order.end()) order.push_back(s);
+            if (std::find(order.begin(), order.end(), s) == order.end()) {
+                order.push_back(s);
+                if (order.size() > kMaxStems) return order;  // too many: the caller gives up
+            }
     struct Span {
         Fixed lo, hi;
         bool operator<(const Span& o) const { return lo < o.lo; }
@@ -500,9 +503,9 @@ bool WriteType2Charstring(const Type2Glyph& glyph, Fixed defaultWidth, Fixed nom
     };
     if (!WriteStems(w, hs, masks ? kHstemhm : kHstem)) return fail("stem value out of range");
     if (masks) {
-        // Vertical stems right before a hintmask need no operator of their
-        // own, as long as one operator holds them and no width is due.
-        if (!vs.empty() && !w.WidthDue() && vs.size() * 2 <= kMaxArgs) {
+        // Vertical stems between the horizontal ones and a hintmask need no
+        // operator of their own, as long as one operator holds them.
+        if (!hs.empty() && !vs.empty() && !w.WidthDue() && vs.size() * 2 <= kMaxArgs) {
             std::vector<Fixed> args;
             Fixed edge = 0;
             for (const auto& s : vs) {

@@ -208,6 +208,9 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         auto it = m_answers.find(pdfName);
         if (it == m_answers.end()) {
+            // Documents full of made-up names must not grow the memory
+            // of a long run without end.
+            if (m_answers.size() >= kMaxAnswers) m_answers.clear();
             Answer a;
             a.font = Lookup(pdfName, a.why);
             it = m_answers.emplace(pdfName, std::move(a)).first;
@@ -343,6 +346,7 @@ private:
     bool m_loaded = false;
     FcConfig* m_config = nullptr;  // kept until the process ends
     std::map<std::string, std::vector<Face>> m_byPostScriptName;
+    static constexpr size_t kMaxAnswers = 4096;
     std::map<std::string, Answer> m_answers;
 };
 

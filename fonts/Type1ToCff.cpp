@@ -40,6 +40,7 @@ constexpr int kMaxSubrDepth = 16;           // nested callsubr
 constexpr size_t kMaxGlyphSteps = 1 << 20;  // operators and numbers run for one glyph
 constexpr size_t kMaxFontSteps = size_t(1) << 27;
 constexpr size_t kMaxPathOps = 1 << 16;
+constexpr size_t kMaxStemDeclarations = 1 << 14;  // over all hint groups
 constexpr Fixed kMaxCoordinate = Fixed(1) << 40;
 constexpr size_t kMaxGlyphs = 65535;
 constexpr size_t kMaxSid = 64999;
@@ -115,8 +116,9 @@ private:
             if (!Operator(op)) return false;
             if (m_ended) return true;
         }
-        if (depth == 0) return true;  // Run() reports the missing endchar
-        return true;                  // a subroutine may end without return
+        // A subroutine may end without return; Run() reports a charstring
+        // that ends without endchar.
+        return true;
     }
 
     bool Push(Fixed v) {
@@ -196,9 +198,11 @@ private:
         }
         return AddOp(op);
     }
-    void AddStem(bool vertical, Fixed pos, Fixed width) {
+    bool AddStem(bool vertical, Fixed pos, Fixed width) {
+        if (++m_stems > kMaxStemDeclarations) return Fail("too many stem hints");
         auto& g = m_glyph->groups.back();
         (vertical ? g.v : g.h).push_back(Stem{pos, width});
+        return true;
     }
     // Division as the 16.16 renderers compute it: rounded to nearest.
     bool Divide(Fixed a, Fixed b, Fixed& q) {
@@ -261,6 +265,7 @@ private:
             return Fail("OtherSubr " + std::to_string(index) + " has no CFF equivalent");
         }
     }
+
     bool Operator(unsigned op) {
         std::array<Fixed, 6> a{};
         switch (op) {
@@ -320,7 +325,8 @@ private:
             // ones to the origin.  (One Type 1 rasteriser adds sby twice to
             // horizontal stems; sbw with a nonzero sby is too rare to copy
             // that.)
-            for (size_t k = 0; k < n; k += 2) AddStem(vertical, a[k] + (vertical ? m_sb.x : m_sb.y), a[k + 1]);
+            for (size_t k = 0; k < n; k += 2)
+                if (!AddStem(vertical, a[k] + (vertical ? m_sb.x : m_sb.y), a[k + 1])) return false;
             return true;
         }
         case 21:  // rmoveto
@@ -384,7 +390,7 @@ private:
     std::string m_error;
     std::vector<Fixed> m_stack;
     std::vector<Fixed> m_ps;  // OtherSubr results waiting for pop
-    size_t m_steps = 0;
+    size_t m_steps = 0, m_stems = 0;
     bool m_haveWidth = false, m_ended = false;
     Point m_sb, m_cur;
     bool m_moved = false, m_open = false, m_drewInGroup = false;
@@ -474,11 +480,11 @@ Bytes BuildCharset(const std::vector<unsigned>& sids) {
         for (size_t start = g; start < end;) {  // ranges of at most 256 (format 1) or 65536 (format 2)
             size_t n1 = std::min<size_t>(end - start, 256);
             cff::PutCard16(f1, sids[start]);
-            f1.push_back(uint8_t(n1));
+            f1.push_back(uint8_t(n1 - 1));
             start += n1;
         }
         cff::PutCard16(f2, sids[g]);
-        cff::PutCard16(f2, unsigned(end - g));
+        cff::PutCard16(f2, unsigned(end - g - 1));
         g = end;
     }
     Bytes* best = &f0;
@@ -550,7 +556,7 @@ void ChooseWidths(const std::vector<Type2Glyph>& glyphs, Fixed& defaultWidth, Fi
     // so the widths shifted by those boundaries are the candidates.
     nominalWidth = 0;
     uint64_t best = cost(0);
-    if (others.size() > 4096) return;  // not worth the search
+    if (others.size() > 1024) return;  // not worth the search
     for (auto [w, n] : others) {
         if (w % kOne) continue;
         for (Fixed shift : {0, 107, -107, 1131, -1131}) {

@@ -21,7 +21,8 @@ protected:
         doc = PDDocGetCosDoc(pd);
     }
     void TearDown() override { PDDocClose(pd); }
-    CosObj Name(const char* n) { return CosNewName(doc, false, A(n)); }
+    // Indirect, so the document owns names a test hands to a reader alone.
+    CosObj Name(const char* n) { return CosNewName(doc, true, A(n)); }
     CosObj Stream(std::string_view data) {
         return CosNewStream(doc, CosNewNull(), {reinterpret_cast<const uint8_t*>(data.data()), data.size()});
     }
@@ -37,16 +38,21 @@ protected:
 };
 
 TEST_F(FontDictTest, SimpleEncodingsApplyDifferencesOverTheBase) {
-    // [32 /a /b 65 /c] on WinAnsi: runs continue from the last number; a
-    // number out of range skips its run; junk entries are ignored.
-    CosObj diffs = CosNewArray(doc, false);
-    for (CosObj o : {CosNewInteger(doc, false, 32), Name("a"), Name("b"), CosNewInteger(doc, false, 300), Name("x"),
-                     CosNewString(doc, false, "junk"), CosNewInteger(doc, false, 255), Name("last"), Name("over")})
-        CosArrayAppend(diffs, o);
-    CosObj e = CosNewDict(doc, true);
-    CosDictPut(e, A("BaseEncoding"), Name("WinAnsiEncoding"));
-    CosDictPut(e, A("Differences"), diffs);
-    SimpleEncoding enc = ReadSimpleEncoding(Font(e));
+    // [32 /a /b 300 /x (junk) 255 /last /over] on WinAnsi: runs continue
+    // from the last number; a number out of range skips its run; junk
+    // entries are ignored.
+    auto encoding = [&](bool withBase) {
+        CosObj diffs = CosNewArray(doc, false);
+        for (CosObj o : {CosNewInteger(doc, false, 32), Name("a"), Name("b"), CosNewInteger(doc, false, 300),
+                         Name("x"), CosNewString(doc, false, "junk"), CosNewInteger(doc, false, 255), Name("last"),
+                         Name("over")})
+            CosArrayAppend(diffs, o);
+        CosObj e = CosNewDict(doc, false);
+        if (withBase) CosDictPut(e, A("BaseEncoding"), Name("WinAnsiEncoding"));
+        CosDictPut(e, A("Differences"), diffs);
+        return e;
+    };
+    SimpleEncoding enc = ReadSimpleEncoding(Font(encoding(true)));
     EXPECT_TRUE(enc.hasBase);
     EXPECT_TRUE(enc.hasDifferences);
     EXPECT_EQ("a", enc.names[32]);
@@ -56,8 +62,7 @@ TEST_F(FontDictTest, SimpleEncodingsApplyDifferencesOverTheBase) {
     EXPECT_EQ("last", enc.names[255]);
 
     // No base: only the differences name glyphs; the rest is built-in.
-    CosDictRemove(e, A("BaseEncoding"));
-    enc = ReadSimpleEncoding(Font(e));
+    enc = ReadSimpleEncoding(Font(encoding(false)));
     EXPECT_FALSE(enc.hasBase);
     EXPECT_EQ("", enc.names[65]);
     EXPECT_EQ("a", enc.names[32]);
@@ -74,9 +79,9 @@ TEST_F(FontDictTest, SimpleEncodingsApplyDifferencesOverTheBase) {
 
 TEST_F(FontDictTest, EmbeddedCMapsMapCodesToCids) {
     CidMap m;
-    EXPECT_TRUE(m.Read(Name("Identity-V")));
+    EXPECT_TRUE(m.Read(CosNewName(doc, true, A("Identity-V"))));
     EXPECT_EQ(0x1234u, m.Cid(0x1234));
-    EXPECT_FALSE(m.Read(Name("UniJIS-UCS2-H")));  // a predefined CMap we do not read
+    EXPECT_FALSE(m.Read(CosNewName(doc, true, A("UniJIS-UCS2-H"))));  // a predefined CMap we do not read
 
     const char* cmap =
         "/CIDInit /ProcSet findresource begin 12 dict begin begincmap\n"
