@@ -107,7 +107,8 @@ struct Type2Glyph {
 bool WriteType2Charstring(const Type2Glyph& glyph, Fixed defaultWidth, Fixed nominalWidth, Bytes& out,
                           std::string& error);
 
-// The predefined ISOAdobe charset gives glyph i the SID i, up to SID 228.
-constexpr unsigned kIsoAdobeLastSid = 228;
+// The predefined charset 0 (the ISO Latin names) gives glyph i the SID i,
+// up to SID 228.
+constexpr unsigned kCharset0LastSid = 228;
 
 }  // namespace fonts::cff

@@ -80,12 +80,13 @@ void AppendUtf16Hex(std::string& out, uint32_t u) {
     out += buf;
 }
 
-// A ToUnicode CMap of one-byte codes.
+// A ToUnicode CMap of one-byte codes.  Readers take only its mappings;
+// the registry and name are ours.
 std::string ToUnicodeCMap(const std::map<uint8_t, uint32_t>& map) {
     std::string s =
         "/CIDInit /ProcSet findresource begin\n12 dict begin\nbegincmap\n"
-        "/CIDSystemInfo << /Registry (Adobe) /Ordering (UCS) /Supplement 0 >> def\n"
-        "/CMapName /Adobe-Identity-UCS def\n/CMapType 2 def\n"
+        "/CIDSystemInfo << /Registry (TMR) /Ordering (UCS) /Supplement 0 >> def\n"
+        "/CMapName /TMR-Identity-UCS def\n/CMapType 2 def\n"
         "1 begincodespacerange\n<00> <FF>\nendcodespacerange\n";
     auto it = map.begin();
     while (it != map.end()) {

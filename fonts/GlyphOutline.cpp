@@ -20,7 +20,7 @@ namespace {
 constexpr FT_UShort kPlatformUnicode = 0;
 constexpr FT_UShort kPlatformMac = 1;
 constexpr FT_UShort kPlatformWindows = 3;
-constexpr FT_UShort kPlatformAdobe = 7;  // FreeType's maps of a Type 1 or CFF built-in encoding
+constexpr FT_UShort kPlatformBuiltin = 7;  // FreeType's maps of a Type 1 or CFF built-in encoding
 
 // Outline points are multiplied by this before the path is walked:
 // FreeType places the implied on-curve point between two quadratic
@@ -173,7 +173,7 @@ struct OutlineFont::Impl {
         }
         // The built-in encoding.
         for (FT_Int i = 0; i < face->num_charmaps; ++i)
-            if (face->charmaps[i]->platform_id == kPlatformAdobe)
+            if (face->charmaps[i]->platform_id == kPlatformBuiltin)
                 if (FT_UInt g = Lookup(face->charmaps[i], code)) return g;
         if (symbolic) {
             for (FT_ULong c : {FT_ULong(code), FT_ULong(0xF000 + code)})

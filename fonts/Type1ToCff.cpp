@@ -467,11 +467,11 @@ private:
     std::vector<std::string> m_items;
 };
 
-// The charset in its smallest form; empty for the predefined ISOAdobe one.
+// The charset in its smallest form; empty for the predefined charset 0.
 Bytes BuildCharset(const std::vector<unsigned>& sids) {
-    bool isoAdobe = sids.size() - 1 <= cff::kIsoAdobeLastSid;
-    for (size_t g = 1; g < sids.size() && isoAdobe; ++g) isoAdobe = sids[g] == g;
-    if (isoAdobe) return {};
+    bool charset0 = sids.size() - 1 <= cff::kCharset0LastSid;
+    for (size_t g = 1; g < sids.size() && charset0; ++g) charset0 = sids[g] == g;
+    if (charset0) return {};
     Bytes f0{0}, f1{1}, f2{2};
     for (size_t g = 1; g < sids.size(); ++g) cff::PutCard16(f0, sids[g]);
     for (size_t g = 1; g < sids.size();) {

@@ -73,7 +73,7 @@ struct FtFont {
         FT_UInt cid = 0;
         return FT_Get_CID_From_Glyph_Index(face, gid, &cid) ? ~0u : cid;
     }
-    // Through the built-in encoding: the charmap of the Adobe platform.
+    // Through the built-in encoding: the charmap of the built-in platform.
     unsigned BuiltinCode(unsigned code) const {
         for (int i = 0; i < face->num_charmaps; ++i)
             if (face->charmaps[i]->platform_id == 7 && !FT_Set_Charmap(face, face->charmaps[i]))
@@ -131,7 +131,7 @@ Bytes BuildCff(const CffLayout& layout) {
         int v = cid ? layout.cids[g] : sid(layout.names[g]);
         charset.insert(charset.end(), {uint8_t(v >> 8), uint8_t(v)});
     }
-    int rosR = cid ? sid("Adobe") : 0, rosO = cid ? sid("Identity") : 0;
+    int rosR = cid ? sid("Test") : 0, rosO = cid ? sid("Identity") : 0;
     Bytes square, triangle;
     Num(square, 100), Num(square, 0), Num(square, 0), Num(square, 100), Num(square, -100), square.push_back(6);
     Num(triangle, 100), Num(triangle, 0), Num(triangle, -50), Num(triangle, 100), triangle.push_back(5);

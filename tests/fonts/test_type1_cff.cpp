@@ -151,7 +151,7 @@ void ExpectSameHinting(const Comparison& c) {
         << c.hintedMismatches << " of " << c.hintedRenders << " hinted renderings differ";
 }
 
-// code -> glyph name through the face's built-in (Adobe) charmap.
+// code -> glyph name through the face's built-in-encoding charmap.
 std::array<std::string, 256> BuiltinEncoding(FT_Face face) {
     std::array<std::string, 256> names;
     for (int i = 0; i < face->num_charmaps; ++i)
