@@ -207,11 +207,9 @@ bool CidMap::Read(CosObj encoding) {
                 if (m_ranges.size() >= kMaxCMapRanges) return false;
                 m_ranges.push_back({l, h, static_cast<uint32_t>(cid.number)});
             }
-        } else if (op == "endnotdefrange" || op == "endnotdefchar" || op == "endcodespacerange" ||
-                   op == "endbfrange" || op == "endbfchar") {
-            // Not needed to find the glyphs: unmapped codes draw CID 0,
-            // which is always kept.
         }
+        // notdef ranges need no reading: unmapped codes draw CID 0, which
+        // is always kept.
         operands.clear();
     }
     std::stable_sort(m_ranges.begin(), m_ranges.end(), [](const Range& a, const Range& b) { return a.low < b.low; });

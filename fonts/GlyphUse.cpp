@@ -25,8 +25,9 @@ public:
         // An unbalanced font stack or a dropped graphics operator leaves
         // every shown code recorded; only text and streams that were not
         // read hide codes.
+        // "DisplayText" also matches the DisplayTextArray messages.
         static const char* const kHiding[] = {"cannot be read", "nested too deeply", "DisplayText",
-                                              "DisplayTextArray", "SetTextFontAndSize"};
+                                              "SetTextFontAndSize"};
         for (const char* h : kHiding) {
             if (std::strstr(text, h)) {
                 if (m_problem.empty()) m_problem = text;

@@ -106,6 +106,13 @@ TEST_F(FontWorkTest, TrueTypeKeepsGlyphIdsAndOnlyTheUsedOutlines) {
     ASSERT_EQ(21u, base.size());
     EXPECT_EQ("+LiberationSans", base.substr(6));
     EXPECT_EQ(base, ASAtomGetString(CosDictGetName(CosDictGet(font, A("FontDescriptor")), A("FontName"))));
+
+    // A second run finds nothing smaller to write: the subset stays as it
+    // is, under its name.
+    const Bytes stored = Encoded(Program(font));
+    Run();
+    EXPECT_EQ(stored, Encoded(Program(font)));
+    EXPECT_EQ(base, Base(font));
 }
 
 TEST_F(FontWorkTest, Type1KeepsTheUsedGlyphsOfEveryFontSharingTheProgram) {
