@@ -887,6 +887,59 @@ void Type1GlyphClosure(const Type1Font& font, std::set<std::string>& glyphs) {
     }
 }
 
+namespace {
+
+// Where the clear text's /Encoding entry lies: from its key to the end of
+// the "def" that closes it.
+bool FindEncodingEntry(std::string_view text, size_t& begin, size_t& end) {
+    Lexer lx(text);
+    int depth = 0;
+    bool inFontInfo = false;
+    for (;;) {
+        Token t = lx.Next();
+        if (t.kind == Tok::End || IsExec(t, "eexec")) return false;
+        TrackDepth(t, depth);
+        if (IsExec(t, "end") && depth == 0) inFontInfo = false;
+        if (t.kind != Tok::Name || depth != 0) continue;
+        if (t.text == "FontInfo") inFontInfo = true;
+        if (inFontInfo || t.text != "Encoding") continue;
+        begin = t.begin;
+        int d = 0;
+        for (;;) {
+            Token u = lx.Next();
+            if (u.kind == Tok::End || IsExec(u, "eexec")) return false;
+            TrackDepth(u, d);
+            if (d == 0 && IsExec(u, "def")) {
+                end = u.end;
+                return true;
+            }
+        }
+    }
+}
+
+}  // namespace
+
+bool SetType1Encoding(Type1Font& font, const std::array<std::string, 256>& names) {
+    size_t begin = 0, end = 0;
+    if (!FindEncodingEntry(font.cleartext, begin, end)) return false;
+    bool standard = true;
+    for (int c = 0; c < 256 && standard; ++c)
+        standard = names[c] == (kStandardEncoding[c] ? kStandardEncoding[c] : "");
+    std::string text;
+    if (standard) {
+        text = "/Encoding StandardEncoding def";
+    } else {
+        text = "/Encoding 256 array\n0 1 255 {1 index exch /.notdef put} for\n";
+        for (int c = 0; c < 256; ++c)
+            if (!names[c].empty()) text += "dup " + std::to_string(c) + " /" + names[c] + " put\n";
+        text += "readonly def";
+    }
+    font.cleartext.replace(begin, end - begin, text);
+    font.standardEncoding = standard;
+    font.encoding = standard ? std::array<std::string, 256>{} : names;
+    return true;
+}
+
 Type1Program SubsetType1(const Type1Font& font, const std::set<std::string>& glyphs, const std::string& renameTo) {
     Type1Program result;
     PrivateScan scan;

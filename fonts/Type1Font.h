@@ -84,6 +84,12 @@ std::string Type1Encrypt(std::string_view plain, uint16_t key);
 // as seac asks).  Names the font does not have are left in the set.
 void Type1GlyphClosure(const Type1Font& font, std::set<std::string>& glyphs);
 
+// Gives the program the built-in encoding `names` (code -> glyph name, ""
+// for none): the clear text's /Encoding entry is written anew, as
+// StandardEncoding when it is that one.  False, with `font` unchanged,
+// when the clear text has no /Encoding entry this can find.
+bool SetType1Encoding(Type1Font& font, const std::array<std::string, 256>& names);
+
 // A written Type 1 program with the lengths its stream dictionary needs.
 struct Type1Program {
     std::vector<uint8_t> bytes;

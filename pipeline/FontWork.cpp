@@ -4,6 +4,7 @@
 
 #include "base/Log.h"
 #include "fonts/FontEmbed.h"
+#include "fonts/FontMerge.h"
 #include "fonts/FontOutline.h"
 #include "fonts/FontSubset.h"
 #include "fonts/GlyphUse.h"
@@ -72,6 +73,13 @@ public:
         }
         if (!fs.subset) return;
         ctx.log.Progress("\tSubsetting Fonts...\n");
+        // Subsets of one font merge first, so the subset step trims the
+        // merged program to what all their fonts draw.
+        fonts::MergeOutcome merged = fonts::MergeFontSubsets(ctx.doc, use, level, ctx.log);
+        count(merged.changedFonts);
+        if (merged.groups > 0)
+            ctx.log.Debug("Merged %d font subsets into %d programs: %zu bytes -> %zu bytes\n", merged.programsMerged,
+                          merged.groups, merged.bytesBefore, merged.bytesAfter);
         fonts::SubsetOutcome out = fonts::SubsetDocumentFonts(ctx.doc, use, level, ctx.log);
         count(out.changedFonts);
         if (out.subset > 0)
