@@ -441,8 +441,14 @@ public:
 
     EmbedOutcome Run() {
         std::vector<Candidate> cands;
-        for (const auto& [font, codes] : m_use.codes) {
-            if (codes.empty()) continue;
+        // Every font content selects, even to show no glyph (an empty form
+        // field's appearance), and those a form filler will write with:
+        // archiving rules ask for every font a page refers to.  A font that
+        // shows nothing costs its .notdef glyph once subset.
+        std::set<CosObj> wanted = m_use.keepWhole;
+        for (const auto& entry : m_use.codes) wanted.insert(entry.first);
+        for (CosObj font : wanted) {
+            if (CosObjGetType(font) != kCosDict) continue;
             FontInfo info = ReadFontInfo(font);
             if (info.kind != FontKind::NotEmbedded) continue;
             Candidate c;
@@ -585,8 +591,9 @@ private:
         const ASInt32 first = CosDictGetInt(font, K_FirstChar, 0);
         const double missing = IsDict(c.info.descriptor) ? CosDictGetNumber(c.info.descriptor, K_MissingWidth, 0) : 0;
         std::set<uint32_t> codes;
-        for (uint32_t code : m_use.codes.at(font))
-            if (code < 256) codes.insert(code);
+        if (auto shown = m_use.codes.find(font); shown != m_use.codes.end())
+            for (uint32_t code : shown->second)
+                if (code < 256) codes.insert(code);
         // A font a form filler may write any text with, or any font when
         // some content could not be read, must draw every code its
         // encoding names.
