@@ -274,11 +274,22 @@ TEST_F(FontEmbedTest, StandardAndTrueTypeFontsAreEmbeddedWithCompleteDictionarie
     // A code StandardEncoding leaves empty draws nothing with or without
     // the program, whose .notdef is blank.
     Page({helv}, "\x80");
+    // A font selected to show nothing (an empty field's appearance), and
+    // one only the form's default resources name: both are embedded.
+    CosObj empty = Font("Type1", "Courier"), formOnly = Font("Type1", "Times-Roman");
+    Page({empty}, "");
+    CosObj form = CosNewDict(doc, false), dr = CosNewDict(doc, false), drFonts = CosNewDict(doc, false);
+    CosDictPut(drFonts, A("TiRo"), formOnly);
+    CosDictPut(dr, A("Font"), drFonts);
+    CosDictPut(form, A("DR"), dr);
+    CosDictPut(CosDocGetRoot(doc), A("AcroForm"), form);
 
     EmbedOutcome o = Embed();
-    EXPECT_EQ(4, o.candidates);
-    EXPECT_EQ(4, o.embedded) << Warnings();
-    EXPECT_EQ(4u, o.changedFonts.size());
+    EXPECT_EQ(6, o.candidates);
+    EXPECT_EQ(6, o.embedded) << Warnings();
+    EXPECT_EQ(6u, o.changedFonts.size());
+    EXPECT_EQ(FontKind::Type1C, ReadFontInfo(empty).kind);
+    EXPECT_EQ(FontKind::Type1C, ReadFontInfo(formOnly).kind);
 
     FontInfo h = ReadFontInfo(helv);
     ASSERT_EQ(FontKind::Type1C, h.kind);
