@@ -11,6 +11,7 @@
 
 #include "filters/Filters.h"
 #include "frontend/JobSupport.h"
+#include "frontend/JsonResults.h"
 #include "pdfcore/CosDoc.h"
 #include "base/ASMem.h"
 
@@ -79,9 +80,28 @@ int RunTrimora(int argc, char** argv) {
     CommandLineOptions& opts = GlobalCommandLine();
     std::vector<ArgEntry> table = BuildOptionTable(opts);
     std::vector<char*> args(argv, argv + argc);
+    // -json PATH is taken out before the option table sees the line, so
+    // the table, the usage and every other option stay as they are.
+    std::string resultsPath;
+    bool resultsOptionOk = true;
+    for (size_t i = 1; i < args.size();) {
+        if (std::string(args[i]) == "--") break;
+        if (std::string(args[i]) != "-json") {
+            ++i;
+            continue;
+        }
+        if (i + 1 < args.size() && args[i + 1][0] != '\0') {
+            resultsPath = args[i + 1];
+            args.erase(args.begin() + long(i), args.begin() + long(i) + 2);
+        } else {
+            resultsOptionOk = false;
+            args.erase(args.begin() + long(i));
+        }
+    }
+    argc = int(args.size());
     args.push_back(nullptr);
     int count = argc;
-    const bool parsedOk = ParseArgs(table.data(), count, args.data());
+    const bool parsedOk = ParseArgs(table.data(), count, args.data()) && resultsOptionOk;
     if (WantsUsage(opts, parsedOk, count)) return RunUsagePath(opts, table.data(), stdout, stderr);
 
     // Leftover arguments that look like options (unknown ones, or names
@@ -90,6 +110,15 @@ int RunTrimora(int argc, char** argv) {
         if (args[i][0] != '-') opts.inputs.emplace_back(args[i]);
 
     RouteLog(opts, log);
+    if (!resultsPath.empty()) {
+        // A batch that asked for results must not run without them.
+        std::string reason;
+        if (!jobs::OpenResultsFile(resultsPath, reason)) {
+            log.Error("Cannot write the results file %s: %s\n", resultsPath.c_str(), reason.c_str());
+            log.Close();
+            return 2;
+        }
+    }
     filters::SetWarningSink([&log](const std::string& text) {
         if (!text.empty() && text.back() == '\n')
             log.Warning("%s", text.c_str());
@@ -100,6 +129,7 @@ int RunTrimora(int argc, char** argv) {
     const ASErrorCode result = StartCoreAndRunJobs(opts, log);
 
     VellumTerm();
+    jobs::CloseResultsFile();
     filters::SetWarningSink(nullptr);
     if (result != 0) log.ReportError(result, "Error during processing");
     log.Close();

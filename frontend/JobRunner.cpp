@@ -1,6 +1,7 @@
 #include "frontend/JobRunner.h"
 
 #include "frontend/JobSupport.h"
+#include "frontend/JsonResults.h"
 #include "base/Log.h"
 #include "images/ImageImport.h"
 #include "pdfcore/CosNames.h"
@@ -102,23 +103,32 @@ ASErrorCode RunOneInput(const std::string& input, const std::string& outputPath,
     log.Info("Attempting to shrink input file: %s\n", input.c_str());
     log.Info("Saving to output file: %s\n", outputPath.c_str());
     CTrimoraPreferences working = WorkingCopy(master);
+    ResultScope record({input}, outputPath, log);
     JobClock clock;
     clock.Start();
     ASErrorCode result = 0;
-    if (images::ImageFileKindFromName(input) != images::ImageFileKind::None) {
-        DocHolder doc(images::ImportImageFile(input));
-        if (!doc.Get()) {
-            ++Tally().failed;  // passed over silently, but no output came of it
-            return 0;
+    try {
+        if (images::ImageFileKindFromName(input) != images::ImageFileKind::None) {
+            DocHolder doc(images::ImportImageFile(input));
+            if (!doc.Get()) {
+                ++Tally().failed;  // passed over silently, but no output came of it
+                record.Fail("the image file cannot be read");
+                return 0;
+            }
+            working.Statistics().startingSize = FileSizeOrRaise(input);
+            const std::string pdfName = PdfNameForImage(outputPath);
+            record.SetOutput(pdfName);
+            WarnIfHardLinked(pdfName, log);
+            result = pipeline::Run(doc.Get(), pdfName, working);
+        } else {
+            WarnIfHardLinked(outputPath, log);
+            result = OpenAndRunDocument(input, outputPath, password, working);
         }
-        working.Statistics().startingSize = FileSizeOrRaise(input);
-        const std::string pdfName = PdfNameForImage(outputPath);
-        WarnIfHardLinked(pdfName, log);
-        result = pipeline::Run(doc.Get(), pdfName, working);
-    } else {
-        WarnIfHardLinked(outputPath, log);
-        result = OpenAndRunDocument(input, outputPath, password, working);
+    } catch (const CVellumError& e) {
+        record.Finish(e.GetErrorCode(), nullptr);
+        throw;
     }
+    record.Finish(result, &working);
     CountResult(result);
     clock.Stop();
     ComputePercent(working);
@@ -156,11 +166,26 @@ ASErrorCode RunCommandLineJob(const std::vector<std::string>& inputs, const JobO
     return result;
 }
 
+// The merge itself, from the first input to the saved output.
+static ASErrorCode MergeInto(const std::vector<std::string>& inputs, const JobOptions& options,
+                             CTrimoraPreferences& master, Log& log, JobClock& clock, ResultScope& record);
+
 ASErrorCode RunMergeJob(const std::vector<std::string>& inputs, const JobOptions& options,
                         CTrimoraPreferences& master, Log& log) {
     JobClock clock;
     clock.Start();
     ResetStatistics(master);
+    ResultScope record(inputs, options.output, log);
+    try {
+        return MergeInto(inputs, options, master, log, clock, record);
+    } catch (const CVellumError& e) {
+        record.Finish(e.GetErrorCode(), nullptr);
+        throw;
+    }
+}
+
+static ASErrorCode MergeInto(const std::vector<std::string>& inputs, const JobOptions& options,
+                             CTrimoraPreferences& master, Log& log, JobClock& clock, ResultScope& record) {
     DocHolder target;
     ASInt32 startingSize = 0;
     for (const std::string& input : inputs) {
@@ -174,11 +199,15 @@ ASErrorCode RunMergeJob(const std::vector<std::string>& inputs, const JobOptions
         else
             AppendAllPages(target.Get(), doc.Get());
     }
-    if (!target.Get()) return 0;
+    if (!target.Get()) {
+        record.Fail("no input could be read");
+        return 0;
+    }
     log.Info("Saving to output file: %s\n", options.output.c_str());
     master.Statistics().startingSize = startingSize;
     WarnIfHardLinked(options.output, log);
     const ASErrorCode result = pipeline::Run(target.Get(), options.output, master);
+    record.Finish(result, &master);
     CountResult(result);
     target.Reset();
     clock.Stop();
@@ -206,6 +235,9 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         JobClock clock;
         clock.Start();
         ResetStatistics(master);
+        std::vector<std::string> sources;
+        for (const FileListEntry& e : list.entries) sources.push_back(e.src);
+        ResultScope record(sources, output, log);
         DocHolder target(PDDocCreate());
         for (const FileListEntry& e : list.entries) {
             log.Info("Merging input file: %s\n", e.src.c_str());
@@ -216,6 +248,7 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         master.Statistics().startingSize = 0;
         WarnIfHardLinked(output, log);
         const ASErrorCode result = pipeline::Run(target.Get(), output, master);
+        record.Finish(result, &master);
         CountResult(result);
         target.Reset();
         clock.Stop();
@@ -240,6 +273,7 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         log.Info("Attempting to shrink input file: %s\n", e.src.c_str());
         log.Info("Saving to output file: %s\n", out.c_str());
         CTrimoraPreferences working = WorkingCopy(master);
+        ResultScope record({e.src}, out, log);
         JobClock clock;
         clock.Start();
         DocHolder assembled(PDDocCreate());
@@ -247,6 +281,7 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
             DocHolder doc(OpenInput(e.src, passwordFor(e)));
             if (!doc.Get()) {
                 ++Tally().failed;
+                record.Fail("the image file cannot be read");
                 continue;
             }
             CheckMayChange(doc.Get());
@@ -257,6 +292,7 @@ ASErrorCode RunListJob(const FileList& list, const JobOptions& options, CTrimora
         working.Statistics().startingSize = 0;
         WarnIfHardLinked(out, log);
         result = pipeline::Run(assembled.Get(), out, working);
+        record.Finish(result, &working);
         CountResult(result);
         assembled.Reset();
         clock.Stop();
