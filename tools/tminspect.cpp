@@ -8,6 +8,9 @@
 //   tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]
 //                                               full save of IN to OUT, nothing else
 //                                               changed (in the compact form on request)
+//   tminspect --sizes FILE [FILE2]              the file's bytes by what they are for
+//                                               (content, forms, fonts, images by
+//                                               filter, ...); two files side by side
 //   tminspect FILE --content N                  page N's content as the rewriter writes it
 //   tminspect --rewrite-content IN OUT          every page, form, tiling pattern and Type 3
 //                                               glyph rewritten through the base content
@@ -31,7 +34,7 @@
 
 namespace {
 
-enum class Mode { Summary, Object, LoadAll, Packing, Rewrite, Content, RewriteContent };
+enum class Mode { Summary, Object, LoadAll, Packing, Rewrite, Content, RewriteContent, Sizes };
 
 struct Options {
     Mode mode = Mode::Summary;
@@ -51,6 +54,7 @@ int Usage() {
     std::fprintf(stderr,
                  "usage: tminspect FILE [--password PW] [--object N [--decoded] | --load-all | --packing]\n"
                  "       tminspect FILE --content N [--password PW]\n"
+                 "       tminspect --sizes FILE [FILE2] [--password PW]\n"
                  "       tminspect --rewrite IN OUT [--password PW] [--object-streams [--per-stream N]]\n"
                  "       tminspect --rewrite-content IN OUT [--password PW] [--no-check] [--store]\n");
     return 1;
@@ -86,6 +90,10 @@ bool ParseArgs(int argc, char** argv, Options& o) {
             o.decoded = true;
         } else if (a == "--load-all") {
             o.mode = Mode::LoadAll;
+        } else if (a == "--sizes" && hasNext && o.file.empty()) {
+            o.mode = Mode::Sizes;
+            o.file = args[++i];
+            if (i + 1 < args.size() && args[i + 1][0] != '-') o.output = args[++i];
         } else if (a == "--packing") {
             o.mode = Mode::Packing;
         } else if (a == "--object-streams") {
@@ -293,6 +301,162 @@ int RunPacking(PDDoc pd, const Options& o) {
     return 0;
 }
 
+// ---------------------------------------------------------------- sizes
+// Where a file's bytes go, by what they are for.  Every byte counts once:
+// an object on its own spans from its offset to the next object's; an
+// object stream's stored bytes are shared among its members by their
+// decoded sizes (its index of numbers counts as object-stream overhead);
+// the bytes before the first object are the header, those from the
+// cross-reference data on the cross-reference section.
+using SizeTable = std::map<std::string, uint64_t>;
+
+// The bytes an object's own role gives it, or "" to look at it alone.
+std::map<long, std::string> StreamRoles(PDDoc pd) {
+    CosDoc cos = PDDocGetCosDoc(pd);
+    std::map<long, std::string> roles;
+    auto mark = [&](CosObj o, const std::string& role) {
+        if (CosObjIsIndirect(o)) roles.emplace(long(CosObjGetID(o)), role);
+    };
+    for (ASInt32 p = 0; p < PDDocGetNumPages(pd); ++p) {
+        CosObj c = CosDictGet(PDDocGetPageObj(pd, p), ASAtomFromString("Contents"));
+        if (CosObjGetType(c) == kCosStream) mark(c, "content");
+        if (CosObjGetType(c) == kCosArray)
+            for (ASInt32 i = 0; i < CosArrayLength(c); ++i) mark(CosArrayGet(c, i), "content");
+    }
+    const ASInt32 size = CosDocGetObjTableSize(cos);
+    for (ASInt32 n = 1; n < size; ++n) {
+        CosObj o = CosDocGetObjByID(cos, n);
+        if (CosObjGetType(o) != kCosDict) continue;
+        const ASAtom type = CosDictGetName(o, ASAtomFromString("Type"));
+        if (type == ASAtomFromString("FontDescriptor")) {
+            for (const char* key : {"FontFile", "FontFile2", "FontFile3"}) {
+                CosObj f = CosDictGet(o, ASAtomFromString(key));
+                if (CosObjGetType(f) != kCosStream) continue;
+                std::string kind = key == std::string("FontFile") ? "Type 1" : key == std::string("FontFile2") ? "TrueType" : "";
+                if (kind.empty()) {
+                    ASAtom sub = CosDictGetName(CosStreamDict(f), ASAtomFromString("Subtype"));
+                    kind = sub == ASAtomNull ? "FontFile3" : ASAtomGetString(sub);
+                }
+                mark(f, "fonts: " + kind + " programs");
+            }
+        }
+        if (type == ASAtomFromString("Font"))
+            for (const char* key : {"ToUnicode", "Widths", "W", "CIDToGIDMap", "Encoding", "FontDescriptor"})
+                mark(CosDictGet(o, ASAtomFromString(key)), "fonts: dictionaries and maps");
+    }
+    return roles;
+}
+
+std::string SizeKind(CosObj o, long num, const std::map<long, std::string>& roles) {
+    if (auto it = roles.find(num); it != roles.end()) return it->second;
+    const CosType t = CosObjGetType(o);
+    const CosObj dict = t == kCosStream ? CosStreamDict(o) : o;
+    if (t != kCosStream && t != kCosDict) return "other objects";
+    const ASAtom type = CosDictGetName(dict, ASAtomFromString("Type"));
+    const ASAtom sub = CosDictGetName(dict, ASAtomFromString("Subtype"));
+    if (type == ASAtomFromString("Font") || type == ASAtomFromString("FontDescriptor")) return "fonts: dictionaries and maps";
+    if (t == kCosStream && sub == ASAtomFromString("Form")) return "forms";
+    if (t == kCosStream && sub == ASAtomFromString("Image")) {
+        CosObj f = CosDictGet(dict, ASAtomFromString("Filter"));
+        if (CosObjGetType(f) == kCosArray && CosArrayLength(f) > 0) f = CosArrayGet(f, CosArrayLength(f) - 1);
+        return std::string("images: ") + (CosObjGetType(f) == kCosName ? ASAtomGetString(CosNameValue(f)) : "unfiltered");
+    }
+    if (type == ASAtomFromString("XRef")) return "cross-reference";
+    return t == kCosStream ? "other streams" : "other objects";
+}
+
+SizeTable Sizes(PDDoc pd, const std::string& path) {
+    CosDoc cos = PDDocGetCosDoc(pd);
+    const uint64_t fileLength = uint64_t(CosDocGetFileInfo(cos).fileLength);
+    const std::map<long, std::string> roles = StreamRoles(pd);
+    SizeTable table;
+    std::vector<std::pair<uint64_t, long>> inFile;
+    std::map<long, std::vector<long>> streams;
+    const ASInt32 size = CosDocGetObjTableSize(cos);
+    for (ASInt32 n = 1; n < size; ++n) {
+        CosObjLocation loc = CosDocGetObjLocation(cos, n);
+        if (loc.where == CosObjLocation::kInFile && loc.offset < fileLength) inFile.emplace_back(loc.offset, n);
+        if (loc.where == CosObjLocation::kInObjStm) streams[long(loc.offset)].push_back(n);
+    }
+    std::sort(inFile.begin(), inFile.end());
+    const uint64_t xref = StartXref(path, fileLength);
+    table["header"] = inFile.empty() ? std::min(xref, fileLength) : inFile.front().first;
+    for (size_t i = 0; i < inFile.size(); ++i) {
+        const uint64_t at = inFile[i].first;
+        // The last object ends where the cross-reference data begins (a
+        // cross-reference stream is an object of its own, to the end).
+        uint64_t next = i + 1 < inFile.size() ? inFile[i + 1].first : (xref > at ? xref : fileLength);
+        const uint64_t span = next - at;
+        const long num = inFile[i].second;
+        CosObj o = CosDocGetObjByID(cos, ASInt32(num));
+        if (!streams.count(num)) {
+            table[SizeKind(o, num, roles)] += span;
+            continue;
+        }
+        // An object stream: its members share its bytes by decoded size.
+        std::vector<uint8_t> data = CosStreamDecodedData(o);
+        size_t first = 0;
+        auto members = StreamMembers(o, data, &first);
+        std::vector<size_t> starts;
+        for (const auto& m : members) starts.push_back(m.second);
+        std::sort(starts.begin(), starts.end());
+        const uint64_t decoded = std::max<uint64_t>(1, data.size());
+        uint64_t given = 0;
+        for (const auto& [obj, off] : members) {
+            auto it = std::upper_bound(starts.begin(), starts.end(), off);
+            const size_t stop = it == starts.end() ? data.size() - first : *it;
+            const uint64_t part = stop > off ? span * (stop - off) / decoded : 0;
+            table[SizeKind(CosDocGetObjByID(cos, ASInt32(obj)), obj, roles)] += part;
+            given += part;
+        }
+        table["object streams (index and overhead)"] += span - std::min(span, given);
+    }
+    const uint64_t objectsEnd = inFile.empty() ? table["header"] : std::max(inFile.back().first, std::min(xref, fileLength));
+    if (fileLength > objectsEnd && (inFile.empty() || xref > inFile.back().first))
+        table["cross-reference"] += fileLength - objectsEnd;
+    return table;
+}
+
+int RunSizes(const Options& o) {
+    std::vector<std::string> files{o.file};
+    if (!o.output.empty()) files.push_back(o.output);
+    std::vector<SizeTable> tables;
+    for (const std::string& f : files) {
+        PDDoc pd = PDDocOpen(f, o.password);
+        try {
+            tables.push_back(Sizes(pd, f));
+        } catch (...) {
+            PDDocClose(pd);
+            throw;
+        }
+        PDDocClose(pd);
+    }
+    std::map<std::string, int> kinds;
+    for (const SizeTable& t : tables)
+        for (const auto& entry : t) kinds[entry.first] = 1;
+    auto name = [](const std::string& f) { return f.substr(f.find_last_of('/') == std::string::npos ? 0 : f.find_last_of('/') + 1); };
+    std::printf("%-38s %12s", "kind", name(files[0]).substr(0, 12).c_str());
+    if (tables.size() == 2) std::printf(" %12s %12s", name(files[1]).substr(0, 12).c_str(), "difference");
+    std::printf("\n");
+    std::vector<uint64_t> totals(tables.size(), 0);
+    auto row = [&](const std::string& kind, const std::vector<uint64_t>& v) {
+        std::printf("%-38s %12llu", kind.c_str(), (unsigned long long)v[0]);
+        if (v.size() == 2) std::printf(" %12llu %+12lld", (unsigned long long)v[1], (long long)v[1] - (long long)v[0]);
+        std::printf("\n");
+    };
+    for (const auto& [kind, _] : kinds) {
+        std::vector<uint64_t> v;
+        for (size_t i = 0; i < tables.size(); ++i) {
+            auto it = tables[i].find(kind);
+            v.push_back(it == tables[i].end() ? 0 : it->second);
+            totals[i] += v.back();
+        }
+        row(kind, v);
+    }
+    row("total", totals);
+    return 0;
+}
+
 int RunRewrite(PDDoc pd, const Options& o) {
     CosSaveParams params;  // a full save to a new file
     params.path = o.output;
@@ -441,6 +605,11 @@ int main(int argc, char** argv) {
     int rc = 0;
     PDDoc pd = nullptr;
     try {
+        if (o.mode == Mode::Sizes) {
+            rc = RunSizes(o);
+            VellumTerm();
+            return rc;
+        }
         pd = PDDocOpen(o.file, o.password);
         switch (o.mode) {
         case Mode::Summary: rc = RunSummary(pd); break;
@@ -450,6 +619,7 @@ int main(int argc, char** argv) {
         case Mode::Rewrite: rc = RunRewrite(pd, o); break;
         case Mode::Content: rc = RunContent(pd, o); break;
         case Mode::RewriteContent: rc = RunRewriteContent(pd, o); break;
+        case Mode::Sizes: break;
         }
     } catch (const CVellumError& e) {
         std::fprintf(stderr, "tminspect: %s: %s\n", o.file.c_str(), e.what());
