@@ -122,13 +122,17 @@ ASErrorCode RunOneInput(const std::string& input, const std::string& outputPath,
             result = pipeline::Run(doc.Get(), pdfName, working);
         } else {
             WarnIfHardLinked(outputPath, log);
+            working.Statistics().keepSmallerAllowed = true;
             result = OpenAndRunDocument(input, outputPath, password, working);
+            // The save left the target alone: the input's bytes stand for
+            // the output (already so when the target is the input).
+            if (result == 0 && working.Statistics().keptInput) CopyFileOver(input, outputPath);
         }
     } catch (const CVellumError& e) {
         record.Finish(e.GetErrorCode(), nullptr);
         throw;
     }
-    record.Finish(result, &working);
+    record.Finish(result, &working, working.Statistics().keptInput);
     CountResult(result);
     clock.Stop();
     ComputePercent(working);

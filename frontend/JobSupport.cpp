@@ -1,11 +1,14 @@
 #include "frontend/JobSupport.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cmath>
 
 #include "base/Log.h"
+#include "pdfcore/AtomicFile.h"
 #include "pipeline/Report.h"
 #include "pipeline/Statistics.h"
 #include "settings/TrimoraPreferences.h"
@@ -34,6 +37,34 @@ void WarnIfHardLinked(const std::string& outputPath, Log& log) {
     log.Warning("Warning: %s has %lu other hard link(s); they keep the original content, as only this name "
                 "receives the optimised file\n",
                 outputPath.c_str(), static_cast<unsigned long>(st.st_nlink - 1));
+}
+
+void CopyFileOver(const std::string& source, const std::string& target) {
+    struct stat a {}, b {};
+    if (stat(source.c_str(), &a) == 0 && stat(target.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
+        a.st_ino == b.st_ino)
+        return;
+    const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) ASRaiseErr(ErrSysFile, kErrFileNotFound);
+    try {
+        CosTempFile out(target);
+        char buf[1 << 16];
+        for (;;) {
+            const ssize_t n = ::read(in, buf, sizeof buf);
+            if (n < 0) ASRaiseErr(ErrSysFile, kErrFileRead);
+            if (n == 0) break;
+            for (ssize_t done = 0; done < n;) {
+                const ssize_t w = ::write(out.Fd(), buf + done, size_t(n - done));
+                if (w <= 0) ASRaiseErr(ErrSysFile, kErrFileWrite);
+                done += w;
+            }
+        }
+        out.Commit();
+    } catch (...) {
+        ::close(in);
+        throw;
+    }
+    ::close(in);
 }
 
 JobTally& Tally() {
@@ -77,6 +108,7 @@ void PrintSummary(CTrimoraPreferences& prefs, const JobTimer& timer, bool report
             log.Info("   percent shrunk = %.1f%%\n", run.percent);
         else
             log.Info("   percent grown  = %.1f%%\n", std::fabs(run.percent));
+        if (run.keptInput) log.Info("   input kept     : the optimised file would have been larger\n");
         log.Info("\n");
     }
     log.Info("   elapsed time   : %s\n", DurationText(timer).c_str());

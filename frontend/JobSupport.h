@@ -41,6 +41,11 @@ std::string JoinPath(const std::string& dir, const std::string& name);
 // under this one name; see "Replacing files in place" in the README).
 void WarnIfHardLinked(const std::string& outputPath, Log& log);
 
+// Replaces `target` (through its links, atomically) with the bytes of
+// `source`; nothing when both name the same file.  Raises the core's file
+// errors.
+void CopyFileOver(const std::string& source, const std::string& target);
+
 // What the inputs of a run came to, for the strict exit status.
 struct JobTally {
     int written = 0;  // outputs saved

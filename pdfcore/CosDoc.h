@@ -141,6 +141,10 @@ struct CosSaveParams {
     ASInt16 minorVersion = 0;
     // Objects per object stream in the compact form; 0: the writer's choice.
     ASInt32 objectsPerStream = 0;
+    // When 0 or more: a save that writes more bytes than this leaves the
+    // target untouched (the temporary is discarded) and still returns the
+    // number of bytes it wrote.
+    int64_t commitOnlyIfAtMost = -1;
 };
 // Writes the document.  Returns the number of bytes written.
 int64_t CosDocSave(CosDoc doc, const CosSaveParams& params);

@@ -499,6 +499,7 @@ int64_t CosDocSave(CosDoc doc, const CosSaveParams& params) {
 
     if (major == 1 && needMinor > minor) file.PatchField(versionField, 777, VersionText(1, needMinor));
     const int64_t total = file.Tell();
+    if (params.commitOnlyIfAtMost >= 0 && total > params.commitOnlyIfAtMost) return total;  // discarded unwritten
     file.Commit();
     return total;
 }

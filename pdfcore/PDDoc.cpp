@@ -213,12 +213,14 @@ bool PDDocPermRequest(PDDoc doc, ASInt32 mask) {
     return StdSecDocPermits(doc->cos, mask);
 }
 
-int64_t PDDocSave(PDDoc doc, const std::string& path, ASUns32 flags, ASInt16 major, ASInt16 minor) {
+int64_t PDDocSave(PDDoc doc, const std::string& path, ASUns32 flags, ASInt16 major, ASInt16 minor,
+                  int64_t commitOnlyIfAtMost) {
     PDDocValidate(doc);
     CosSaveParams params;
     params.flags = flags;
     params.path = path;
     params.majorVersion = major;
     params.minorVersion = minor;
+    params.commitOnlyIfAtMost = commitOnlyIfAtMost;
     return CosDocSave(doc->cos, params);
 }

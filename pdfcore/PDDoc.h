@@ -61,6 +61,8 @@ void PDDocDeletePages(PDDoc doc, ASInt32 firstPage, ASInt32 lastPage);
 bool PDDocPermRequest(PDDoc doc, ASInt32 mask);
 
 // Saves with the document-level flags (bit 0 full, bit 1 copy, bit 3
-// linearise) and header version.  Returns the bytes written.
+// linearise) and header version.  Returns the bytes written.  With
+// `commitOnlyIfAtMost` 0 or more, a save of more bytes leaves `path` as it
+// was (see CosSaveParams).
 int64_t PDDocSave(PDDoc doc, const std::string& path, ASUns32 flags, ASInt16 major = 0,
-                  ASInt16 minor = 0);
+                  ASInt16 minor = 0, int64_t commitOnlyIfAtMost = -1);

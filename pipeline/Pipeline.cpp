@@ -69,6 +69,17 @@ bool WantObjectStreams(PDDoc doc, const CTrimoraPreferences& prefs) {
     return CosDocGetFileInfo(PDDocGetCosDoc(doc)).objectStreams;
 }
 
+// keep-smaller applies to a job that allows it (one whole PDF in, one
+// out), unless the settings ask for something the output is needed for
+// whatever its size: encryption, linearisation, a change of layout.
+bool KeepSmallerApplies(const CTrimoraPreferences& prefs) {
+    const CRunStatistics& run = const_cast<CTrimoraPreferences&>(prefs).Statistics();
+    return prefs.Optimize().keepSmaller && run.keepSmallerAllowed && run.startingSize > 0 &&
+           run.startingSize < INT32_MAX && !prefs.Security().encrypt && !prefs.Optimize().linearize &&
+           !prefs.Layout().Enabled() && !prefs.Stamp().Enabled() && !prefs.PageScaler().Enabled() &&
+           !prefs.PageBoxes().Enabled() && prefs.Viewing().rotate == 0;
+}
+
 int64_t Save(PDDoc doc, const std::string& path, const CTrimoraPreferences& prefs) {
     ASUns32 flags = prefs.Optimize().linearize ? (kCosSaveFull | kCosSaveCopy | kCosSaveLinearize)
                                                : (kCosSaveFull | kCosSaveCopy);
@@ -87,7 +98,10 @@ int64_t Save(PDDoc doc, const std::string& path, const CTrimoraPreferences& pref
         std::remove(temp.c_str());
         ASRaiseErr(ErrSysFile, kErrFileWrite);
     }
-    return PDDocSave(doc, path, flags, major, minor);
+    return PDDocSave(doc, path, flags, major, minor,
+                     KeepSmallerApplies(prefs)
+                         ? int64_t(const_cast<CTrimoraPreferences&>(prefs).Statistics().startingSize)
+                         : -1);
 }
 
 }  // namespace
@@ -169,7 +183,8 @@ ASErrorCode Run(PDDoc doc, const std::string& outputPath, CTrimoraPreferences& p
     ASErrorCode result = 0;
     try {
         const int64_t written = Save(doc, outputPath, prefs);
-        log.Progress("File Saved!\n");
+        run.keptInput = KeepSmallerApplies(prefs) && written > run.startingSize;
+        if (!run.keptInput) log.Progress("File Saved!\n");
         run.endingSize = ASInt32(std::clamp<int64_t>(written, 0, INT32_MAX));
         run.percent = PercentShrunk(run.startingSize, run.endingSize);
     } catch (const CVellumError& e) {

@@ -215,6 +215,7 @@ public:
         Bool(o, "RemoveOCGs", s.removeOCGs);
         Bool(o, "DuplicateObjectCheck", s.dupObjectCheck);
         Bool(o, "RecompressImagesLossless", s.recompressImagesLossless);
+        Bool(o, "KeepSmaller", s.keepSmaller);
         Choice(o, "RemoveAnnotations", s.annotProcessing, L::AnnotAction);
         Choice(o, "RemoveAcroForms", s.acroformProcessing, L::AnnotAction);
         Choice(o, "RemoveThreads", s.removeThreads, L::RemoveAction);

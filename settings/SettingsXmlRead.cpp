@@ -92,6 +92,7 @@ public:
             {"flatten-xobjects", &OptimizeSettings::flattenXObjects},
             {"dup-object-check", &OptimizeSettings::dupObjectCheck},
             {"recompress-images-lossless", &OptimizeSettings::recompressImagesLossless},
+            {"keep-smaller", &OptimizeSettings::keepSmaller},
         };
         struct WordItem {
             const char* name;

@@ -50,6 +50,7 @@ void Optimize(const node_ptr& n, const OptimizeSettings& s) {
     AddWord(n, "object-streams", s.objectStreams);
     AddBool(n, "dup-object-check", s.dupObjectCheck);
     AddBool(n, "recompress-images-lossless", s.recompressImagesLossless);
+    AddBool(n, "keep-smaller", s.keepSmaller);
 }
 
 void Viewing(const node_ptr& n, const ViewingSettings& s) {

@@ -69,6 +69,7 @@ struct OptimizeSettings {
     ASAtom objectStreams;
     bool dupObjectCheck = false;            // merge byte-equal objects of every kind
     bool recompressImagesLossless = false;  // re-encode images without changing a sample
+    bool keepSmaller = false;  // an output larger than its input gives way to the input's bytes
     OptimizeSettings();
     bool operator==(const OptimizeSettings&) const = default;
 };
@@ -365,6 +366,10 @@ struct CRunStatistics {
     double percent = 0;
     int64_t startMillis = 0;  // from the millisecond clock
     int64_t endMillis = 0;
+    // keep-smaller: the job allows it (one whole PDF file in, one out),
+    // and the save found the output larger and left the target alone.
+    bool keepSmallerAllowed = false;
+    bool keptInput = false;
 };
 
 // ---------------------------------------------------------------- the handle
