@@ -14,6 +14,7 @@ const ASAtom K_AcroForm = ASAtomFromString("AcroForm");
 const ASAtom K_DR = ASAtomFromString("DR");
 const ASAtom K_Font = ASAtomFromString("Font");
 const ASAtom K_DescendantFonts = ASAtomFromString("DescendantFonts");
+const ASAtom K_ExtGState = ASAtomFromString("ExtGState");
 
 // The text tracker, with every problem it reports taken as a sign that
 // some text was not seen.
@@ -41,17 +42,42 @@ private:
     std::string m_problem;
 };
 
+void KeepFont(CosObj f, std::set<CosObj>& keep) {
+    if (CosObjGetType(f) != kCosDict) return;
+    keep.insert(f);
+    // A descendant shared with another Type0 must stay whole too.
+    CosObj kids = CosDictGet(f, K_DescendantFonts);
+    if (CosObjGetType(kids) == kCosArray && CosObjGetType(CosArrayGet(kids, 0)) == kCosDict)
+        keep.insert(CosArrayGet(kids, 0));
+}
+
 void KeepFontsOf(CosObj fonts, std::set<CosObj>& keep) {
     if (CosObjGetType(fonts) != kCosDict) return;
     ASInt32 n = CosDictCount(fonts);
-    for (ASInt32 i = 0; i < n; ++i) {
-        CosObj f = CosDictValueAt(fonts, i);
-        if (CosObjGetType(f) != kCosDict) continue;
-        keep.insert(f);
-        // A descendant shared with another Type0 must stay whole too.
-        CosObj kids = CosDictGet(f, K_DescendantFonts);
-        if (CosObjGetType(kids) == kCosArray && CosObjGetType(CosArrayGet(kids, 0)) == kCosDict)
-            keep.insert(CosArrayGet(kids, 0));
+    for (ASInt32 i = 0; i < n; ++i) KeepFont(CosDictValueAt(fonts, i), keep);
+}
+
+// A graphics state may set the font itself (an ExtGState's /Font [font
+// size]); the text tracker follows Tf only, so the text shown after such
+// a gs is not seen, and these fonts keep every glyph.
+void KeepGraphicsStateFonts(PDDoc doc, std::set<CosObj>& keep) {
+    auto check = [&](CosObj gs) {
+        if (CosObjGetType(gs) != kCosDict) return;
+        CosObj f = CosDictGet(gs, K_Font);
+        if (CosObjGetType(f) == kCosArray && CosArrayLength(f) > 0) KeepFont(CosArrayGet(f, 0), keep);
+    };
+    CosDoc cos = PDDocGetCosDoc(doc);
+    const ASInt32 size = CosDocGetObjTableSize(cos);
+    for (ASInt32 id = 1; id < size; id = CosDocNextObjID(cos, id)) {
+        CosObj o = CosDocGetObjByID(cos, id);
+        if (CosObjGetType(o) == kCosStream) o = CosStreamDict(o);
+        if (CosObjGetType(o) != kCosDict) continue;
+        check(o);
+        // Resources written in place in a page, form or pattern.
+        CosObj res = CosDictGet(o, ASAtomFromString("Resources"));
+        CosObj states = CosDictGet(CosObjGetType(res) == kCosDict ? res : o, K_ExtGState);
+        if (CosObjGetType(states) != kCosDict) continue;
+        for (ASInt32 i = 0, n = CosDictCount(states); i < n; ++i) check(CosDictValueAt(states, i));
     }
 }
 
@@ -103,6 +129,7 @@ DocumentGlyphUse CollectGlyphUse(PDDoc doc) {
         CosObj dr = CosDictGet(form, K_DR);
         if (CosObjGetType(dr) == kCosDict) KeepFontsOf(CosDictGet(dr, K_Font), use.keepWhole);
     }
+    KeepGraphicsStateFonts(doc, use.keepWhole);
     return use;
 }
 

@@ -11,6 +11,7 @@
 #include "fonts/CffTables.h"
 #include "fonts/FontDict.h"
 #include "fonts/FontMerge.h"
+#include "fonts/FontSubset.h"
 #include "fonts/GlyphUse.h"
 #include "fonts/StandardEncodings.h"
 #include "fonts/Type1Font.h"
@@ -319,6 +320,35 @@ TEST_F(FontMergeDoc, FontsShareOneProgramWhereTheirBuiltInEncodingsAllowIt) {
     EXPECT_EQ("A", cff::GlyphName(info, info.encoding[65]));
     EXPECT_EQ("B", cff::GlyphName(info, info.encoding[66]));
     EXPECT_EQ("C", cff::GlyphName(info, info.encoding[67]));
+}
+
+TEST_F(FontMergeDoc, FontsTextMaySelectUnseenKeepEveryGlyph) {
+    const std::set<std::string> glyphs{"A", "B", "C", "D"};
+    const std::vector<std::pair<int, std::string>> codes{{65, "A"}, {66, "B"}, {67, "C"}, {68, "D"}};
+    CosObj plain = Font("AAAAAA", glyphs, codes, "AB");
+    // Set by a graphics state (gs), which the text tracker does not follow.
+    CosObj byState = Font("BBBBBB", glyphs, codes, "A");
+    CosObj state = CosNewDict(doc, true), sel = CosNewArray(doc, false);
+    CosArrayAppend(sel, byState);
+    CosArrayAppend(sel, CosNewInteger(doc, false, 12));
+    CosDictPut(state, ASAtomFromString("Font"), sel);
+    CosObj states = CosNewDict(doc, false);
+    CosDictPut(states, ASAtomFromString("GS0"), state);
+    CosObj page = PDDocGetPageObj(pd, 1);
+    CosDictPut(CosDictGet(page, ASAtomFromString("Resources")), ASAtomFromString("ExtGState"), states);
+    // In the form's default resources: a form filler may set any text.
+    CosObj form = Font("CCCCCC", glyphs, codes, "A");
+    CosObj acro = CosNewDict(doc, false), dr = CosNewDict(doc, false), drFonts = CosNewDict(doc, false);
+    CosDictPut(drFonts, ASAtomFromString("Helv"), form);
+    CosDictPut(dr, ASAtomFromString("Font"), drFonts);
+    CosDictPut(acro, ASAtomFromString("DR"), dr);
+    CosDictPut(CosDocGetRoot(doc), ASAtomFromString("AcroForm"), acro);
+
+    SubsetOutcome o = SubsetDocumentFonts(pd, CollectGlyphUse(pd), 6, log);
+    EXPECT_EQ(1, o.subset);
+    EXPECT_EQ((std::set<std::string>{"A", "B"}), CffGlyphs(CosStreamDecodedData(ReadFontInfo(plain).program)));
+    for (CosObj whole : {byState, form})
+        EXPECT_EQ(glyphs, CffGlyphs(CosStreamDecodedData(ReadFontInfo(whole).program)));
 }
 
 }  // namespace
