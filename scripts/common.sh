@@ -6,8 +6,9 @@ ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config zlib1g-dev libjpeg-dev libtiff-dev
   liblcms2-dev libexpat1-dev libfreetype-dev libboost-dev libjbig2dec0-dev libdeflate-dev
   libimagequant-dev libharfbuzz-dev libfontconfig-dev fonts-urw-base35 fonts-liberation2)
-# The CLI tests check outputs with qpdf and render them with pdftoppm.
-TEST_PACKAGES=(libgtest-dev googletest qpdf poppler-utils python3)
+# The CLI tests check outputs with qpdf and render them with pdftoppm; the
+# manual page is rendered with groff and man.
+TEST_PACKAGES=(libgtest-dev googletest qpdf poppler-utils python3 groff-base man-db)
 
 install_missing() {
   local missing=()

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -190,6 +191,38 @@ TEST(FontMerge, CffSubsetsMergeIntoOneReadableProgram) {
     EXPECT_EQ("A", cff::GlyphName(info, info.encoding['A']));
     EXPECT_EQ("C", cff::GlyphName(info, info.encoding['x']));
     EXPECT_EQ(0, info.encoding['B']);
+}
+
+// Inputs the font fuzz target found, replayed through the same calls: the
+// first byte picks a Type 1 program (below 0x80) or a bare CFF program.
+TEST(FontMerge, FuzzFindingsReplay) {
+    const std::filesystem::path dir = std::filesystem::path(TM_TEST_DATA_DIR) / "fuzz-fonts";
+    int replayed = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        SCOPED_TRACE(entry.path().filename().string());
+        std::ifstream f(entry.path(), std::ios::binary);
+        std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(f), {}};
+        ASSERT_FALSE(bytes.empty());
+        std::span<const uint8_t> program(bytes.data() + 1, bytes.size() - 1);
+        std::string why;
+        if (bytes[0] < 0x80) {
+            Type1Font font;
+            if (ReadType1(program, 0, font, why)) EXPECT_FALSE(SubsetType1(font, {"A"}).bytes.empty());
+        } else {
+            CffMerger merger;
+            if (merger.Add(program, why)) {
+                // Two glyphs of one name: the second reads as a different
+                // glyph, so the program does not merge with itself.
+                const bool merged = merger.Add(program, why);
+                if (entry.path().filename().string().find("duplicate-glyph-name") != std::string::npos)
+                    EXPECT_FALSE(merged);
+                std::array<std::string, 256> encoding;
+                EXPECT_FALSE(merger.Build(encoding, why).empty()) << why;
+            }
+        }
+        ++replayed;
+    }
+    EXPECT_GT(replayed, 0);
 }
 
 // ------------------------------------------------------------ documents
