@@ -7,7 +7,6 @@
 #include "filters/Filters.h"
 #include "fonts/CffTables.h"
 #include "fonts/FontDict.h"
-#include "fonts/StandardEncodings.h"
 #include "fonts/SubsetTag.h"
 #include "pdfcore/CosDoc.h"
 
@@ -112,13 +111,7 @@ private:
             size_t length1 = static_cast<size_t>(std::max(0, CosDictGetInt(mb.program, K_Length1, 0)));
             if (!ReadType1(mb.bytes, length1, mb.t1, error)) return false;
             mb.innerName = WithoutTag(mb.t1.fontName);
-            for (int c = 0; c < 256; ++c) {
-                if (mb.t1.standardEncoding) {
-                    if (kStandardEncoding[c]) mb.builtin[c] = kStandardEncoding[c];
-                } else {
-                    mb.builtin[c] = mb.t1.encoding[c];
-                }
-            }
+            mb.builtin = Type1BuiltinNames(mb.t1);
             for (const auto& entry : mb.t1.charStrings) mb.glyphs.insert(entry.first);
         } else {
             cff::CffInfo info;

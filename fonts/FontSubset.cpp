@@ -81,18 +81,6 @@ std::set<std::string> NamesForCodes(CosObj font, const std::set<uint32_t>& codes
     return names;
 }
 
-std::array<std::string, 256> Type1Builtin(const Type1Font& t1) {
-    std::array<std::string, 256> b;
-    for (int c = 0; c < 256; ++c) {
-        if (t1.standardEncoding) {
-            if (kStandardEncoding[c]) b[static_cast<size_t>(c)] = kStandardEncoding[c];
-        } else {
-            b[static_cast<size_t>(c)] = t1.encoding[static_cast<size_t>(c)];
-        }
-    }
-    return b;
-}
-
 // The Mac OS Roman code of a glyph name, for (1,0) cmap lookups.
 std::optional<unsigned> MacRomanCode(const std::string& name) {
     for (int c = 0; c < 256; ++c)
@@ -310,7 +298,7 @@ private:
             Warn(g, error);
             return;
         }
-        const std::array<std::string, 256> builtin = Type1Builtin(t1);
+        const std::array<std::string, 256> builtin = Type1BuiltinNames(t1);
         std::set<std::string> glyphs;
         for (const FontInfo& f : g.fonts) {
             std::set<std::string> n = NamesForCodes(f.font, CodesOf(f.font), builtin);

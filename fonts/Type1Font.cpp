@@ -919,6 +919,14 @@ bool FindEncodingEntry(std::string_view text, size_t& begin, size_t& end) {
 
 }  // namespace
 
+std::array<std::string, 256> Type1BuiltinNames(const Type1Font& font) {
+    if (!font.standardEncoding) return font.encoding;
+    std::array<std::string, 256> names;
+    for (int c = 0; c < 256; ++c)
+        if (kStandardEncoding[c]) names[c] = kStandardEncoding[c];
+    return names;
+}
+
 bool SetType1Encoding(Type1Font& font, const std::array<std::string, 256>& names) {
     size_t begin = 0, end = 0;
     if (!FindEncodingEntry(font.cleartext, begin, end)) return false;

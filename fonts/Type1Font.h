@@ -84,6 +84,10 @@ std::string Type1Encrypt(std::string_view plain, uint16_t key);
 // as seac asks).  Names the font does not have are left in the set.
 void Type1GlyphClosure(const Type1Font& font, std::set<std::string>& glyphs);
 
+// The built-in encoding as 256 glyph names ("" where a code has none),
+// StandardEncoding spelled out.
+std::array<std::string, 256> Type1BuiltinNames(const Type1Font& font);
+
 // Gives the program the built-in encoding `names` (code -> glyph name, ""
 // for none): the clear text's /Encoding entry is written anew, as
 // StandardEncoding when it is that one.  False, with `font` unchanged,
