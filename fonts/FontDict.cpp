@@ -251,4 +251,16 @@ uint32_t CidToGid::Gid(uint32_t cid) const {
     return static_cast<uint32_t>(m_map[at]) << 8 | m_map[at + 1];
 }
 
+void StoreFlateProgram(CosObj stream, const std::vector<uint8_t>& encoded) {
+    CosDictPutName(stream, ASAtomFromString("Filter"), false, ASAtomFromString("FlateDecode"));
+    CosDictRemove(stream, ASAtomFromString("DecodeParms"));
+    CosStreamSetEncodedData(stream, encoded);
+}
+
+void PutType1Lengths(CosObj streamDict, const Type1Program& program) {
+    CosDictPutInteger(streamDict, ASAtomFromString("Length1"), static_cast<ASInt32>(program.length1));
+    CosDictPutInteger(streamDict, ASAtomFromString("Length2"), static_cast<ASInt32>(program.length2));
+    CosDictPutInteger(streamDict, ASAtomFromString("Length3"), static_cast<ASInt32>(program.length3));
+}
+
 }  // namespace fonts

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "fonts/Type1Font.h"
 #include "pdfcore/CosObj.h"
 
 namespace fonts {
@@ -42,6 +43,11 @@ struct FontInfo {
 };
 
 FontInfo ReadFontInfo(CosObj font);
+
+// Writing font programs back: Flate-encoded data in place of a program
+// stream's data, and the Length1/2/3 a Type 1 program's stream needs.
+void StoreFlateProgram(CosObj stream, const std::vector<uint8_t>& encoded);
+void PutType1Lengths(CosObj streamDict, const Type1Program& program);
 
 // True for "ABCDEF+..." (six upper-case letters and a plus).
 bool HasSubsetTag(const std::string& name);

@@ -49,8 +49,6 @@ const ASAtom K_FontFile = ASAtomFromString("FontFile");
 const ASAtom K_FontFile2 = ASAtomFromString("FontFile2");
 const ASAtom K_FontFile3 = ASAtomFromString("FontFile3");
 const ASAtom K_Length1 = ASAtomFromString("Length1");
-const ASAtom K_Length2 = ASAtomFromString("Length2");
-const ASAtom K_Length3 = ASAtomFromString("Length3");
 const ASAtom K_FirstChar = ASAtomFromString("FirstChar");
 const ASAtom K_LastChar = ASAtomFromString("LastChar");
 const ASAtom K_Widths = ASAtomFromString("Widths");
@@ -649,9 +647,7 @@ private:
         CosObj dict = CosNewDict(cos, false);
         switch (f.sys.format) {
         case FontFileFormat::Type1:
-            CosDictPutInteger(dict, K_Length1, static_cast<ASInt32>(f.program.length1));
-            CosDictPutInteger(dict, K_Length2, static_cast<ASInt32>(f.program.length2));
-            CosDictPutInteger(dict, K_Length3, static_cast<ASInt32>(f.program.length3));
+            PutType1Lengths(dict, f.program);
             break;
         case FontFileFormat::OpenTypeCff:
             CosDictPutName(dict, K_Subtype, false, K_Type1C);

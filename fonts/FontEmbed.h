@@ -31,6 +31,7 @@
 #include "base/Log.h"
 #include "fonts/GlyphUse.h"
 #include "fonts/SystemFonts.h"
+#include "fonts/Type1Font.h"
 #include "pdfcore/PDDoc.h"
 
 namespace fonts {
@@ -48,10 +49,9 @@ struct EmbedOutcome {
 // or PFB) as the three parts of a FontFile, its encrypted part binary; the
 // CFF table of an OpenType file; a TrueType file as it is.  False with a
 // reason for a file that is not what `format` says.
-struct EmbeddableProgram {
-    std::vector<uint8_t> bytes;
-    size_t length1 = 0, length2 = 0, length3 = 0;  // Type 1 parts; Length1 alone for TrueType
-};
+// The bytes and lengths a program stream needs (Type 1 parts; Length1
+// alone for TrueType).
+using EmbeddableProgram = Type1Program;
 bool ProgramFromFontFile(std::span<const uint8_t> file, FontFileFormat format, EmbeddableProgram& out,
                          std::string& error);
 

@@ -21,11 +21,6 @@ const ASAtom K_FontName = ASAtomFromString("FontName");
 const ASAtom K_FontBBox = ASAtomFromString("FontBBox");
 const ASAtom K_CharSet = ASAtomFromString("CharSet");
 const ASAtom K_Length1 = ASAtomFromString("Length1");
-const ASAtom K_Length2 = ASAtomFromString("Length2");
-const ASAtom K_Length3 = ASAtomFromString("Length3");
-const ASAtom K_Filter = ASAtomFromString("Filter");
-const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
-const ASAtom K_FlateDecode = ASAtomFromString("FlateDecode");
 
 constexpr size_t kMaxProgramBytes = 64u << 20;
 
@@ -222,14 +217,8 @@ private:
         filters::Bytes encoded = filters::FlateEncode(filters::ByteSpan(program.data(), program.size()), m_level);
         if (encoded.size() >= before) return;
 
-        CosDictPutName(first.program, K_Filter, false, K_FlateDecode);
-        CosDictRemove(first.program, K_DecodeParms);
-        CosStreamSetEncodedData(first.program, encoded);
-        if (first.kind == FontKind::Type1) {
-            CosDictPutInteger(first.program, K_Length1, static_cast<ASInt32>(p1.length1));
-            CosDictPutInteger(first.program, K_Length2, static_cast<ASInt32>(p1.length2));
-            CosDictPutInteger(first.program, K_Length3, static_cast<ASInt32>(p1.length3));
-        }
+        StoreFlateProgram(first.program, encoded);
+        if (first.kind == FontKind::Type1) PutType1Lengths(first.program, p1);
 
         // Every descriptor points at the merged program and describes it:
         // the union of the boxes, the union of the glyph names.

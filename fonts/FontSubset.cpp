@@ -26,15 +26,10 @@ const ASAtom K_FontFile = ASAtomFromString("FontFile");
 const ASAtom K_FontFile3 = ASAtomFromString("FontFile3");
 const ASAtom K_Type1C = ASAtomFromString("Type1C");
 const ASAtom K_Length1 = ASAtomFromString("Length1");
-const ASAtom K_Length2 = ASAtomFromString("Length2");
-const ASAtom K_Length3 = ASAtomFromString("Length3");
 const ASAtom K_Encoding = ASAtomFromString("Encoding");
 const ASAtom K_CharProcs = ASAtomFromString("CharProcs");
 const ASAtom K_CharSet = ASAtomFromString("CharSet");
 const ASAtom K_CIDSet = ASAtomFromString("CIDSet");
-const ASAtom K_Filter = ASAtomFromString("Filter");
-const ASAtom K_DecodeParms = ASAtomFromString("DecodeParms");
-const ASAtom K_FlateDecode = ASAtomFromString("FlateDecode");
 
 // Programs larger than this are left alone: reading them costs more than
 // any document gains.
@@ -133,11 +128,6 @@ filters::Bytes Deflate(const std::vector<uint8_t>& bytes, int level) {
     return filters::FlateEncode(filters::ByteSpan(bytes.data(), bytes.size()), level);
 }
 
-void StoreFlate(CosObj stream, const filters::Bytes& encoded) {
-    CosDictPutName(stream, K_Filter, false, K_FlateDecode);
-    CosDictRemove(stream, K_DecodeParms);
-    CosStreamSetEncodedData(stream, encoded);
-}
 
 // ------------------------------------------------------------ the work
 
@@ -334,16 +324,14 @@ private:
         if (!useCff && !useT1) return;
         CosDoc cos = CosObjGetDoc(g.program);
         if (useT1) {
-            StoreFlate(g.program, enc1);
-            CosDictPutInteger(g.program, K_Length1, static_cast<ASInt32>(p1.length1));
-            CosDictPutInteger(g.program, K_Length2, static_cast<ASInt32>(p1.length2));
-            CosDictPutInteger(g.program, K_Length3, static_cast<ASInt32>(p1.length3));
+            StoreFlateProgram(g.program, enc1);
+            PutType1Lengths(g.program, p1);
             Count(before, enc1.size());
         } else {
             CosObj dict = CosNewDict(cos, false);
             CosDictPutName(dict, K_Subtype, false, K_Type1C);
             CosObj stream = CosNewStream(cos, dict, {});
-            StoreFlate(stream, enc2);
+            StoreFlateProgram(stream, enc2);
             for (const FontInfo& f : g.fonts) {
                 if (!IsDict(f.descriptor)) continue;
                 CosDictRemove(f.descriptor, K_FontFile);
@@ -420,7 +408,7 @@ private:
         const size_t before = StoredSize(g.program);
         filters::Bytes enc = Deflate(out, m_level);
         if (enc.size() >= before) return;
-        StoreFlate(g.program, enc);
+        StoreFlateProgram(g.program, enc);
         if (CosDictKnown(g.program, K_Length1))
             CosDictPutInteger(g.program, K_Length1, static_cast<ASInt32>(out.size()));
         Count(before, enc.size());

@@ -207,15 +207,18 @@ TEST(FontMerge, FuzzFindingsReplay) {
         std::string why;
         if (bytes[0] < 0x80) {
             Type1Font font;
-            if (ReadType1(program, 0, font, why)) EXPECT_FALSE(SubsetType1(font, {"A"}).bytes.empty());
+            if (ReadType1(program, 0, font, why)) {
+                EXPECT_FALSE(SubsetType1(font, {"A"}).bytes.empty());
+            }
         } else {
             CffMerger merger;
             if (merger.Add(program, why)) {
                 // Two glyphs of one name: the second reads as a different
                 // glyph, so the program does not merge with itself.
                 const bool merged = merger.Add(program, why);
-                if (entry.path().filename().string().find("duplicate-glyph-name") != std::string::npos)
+                if (entry.path().filename().string().find("duplicate-glyph-name") != std::string::npos) {
                     EXPECT_FALSE(merged);
+                }
                 std::array<std::string, 256> encoding;
                 EXPECT_FALSE(merger.Build(encoding, why).empty()) << why;
             }
