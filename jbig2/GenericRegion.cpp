@@ -40,10 +40,16 @@ bool RowEqualsAbove(const uint8_t* row, const uint8_t* above, uint32_t width) {
 }  // namespace
 
 std::vector<uint8_t> EncodeGenericRegion(const Bitmap& bm, const GenericOptions& options) {
+    MQEncoder mq(0);
+    std::vector<uint8_t> contexts(kGenericContexts, 0);
+    EncodeGenericRegion(mq, contexts.data(), bm, options);
+    return mq.Finish();
+}
+
+void EncodeGenericRegion(MQEncoder& mq, uint8_t* contexts, const Bitmap& bm, const GenericOptions& options) {
     const size_t rowBytes = (size_t(bm.width) + 7) / 8;
     if (bm.stride < rowBytes || (bm.height > 0 && bm.rows.size() < bm.stride * (bm.height - 1) + rowBytes))
         ASRaiseErr(ErrSysGeneral, kErrBadParm);
-    MQEncoder mq(size_t(1) << 16);
     // Three unpacked rows (two above and the current one), one byte a pixel,
     // with zero padding: pixels outside the bitmap read as 0.
     const size_t span = size_t(bm.width) + 2 * kPad;
@@ -58,7 +64,7 @@ std::vector<uint8_t> EncodeGenericRegion(const Bitmap& bm, const GenericOptions&
         if (options.typicalPrediction) {
             const uint8_t* above = y == 0 ? nullptr : packed - bm.stride;
             const int same = RowEqualsAbove(packed, above, bm.width) ? 1 : 0;
-            mq.Encode(kTypicalContext0, same ^ typical);
+            mq.Encode(contexts[kTypicalContext0], same ^ typical);
             typical = same;
         }
         if (!typical) {
@@ -73,7 +79,7 @@ std::vector<uint8_t> EncodeGenericRegion(const Bitmap& bm, const GenericOptions&
                           (uint32_t(up2[1]) << 1) | up2[2];
             for (uint32_t x = 0; x < bm.width; ++x) {
                 const int bit = cur[x];
-                mq.Encode(w0 | (w1 << 4) | (w2 << 11), bit);
+                mq.Encode(contexts[w0 | (w1 << 4) | (w2 << 11)], bit);
                 w0 = ((w0 << 1) & 0xF) | uint32_t(bit);
                 w1 = ((w1 << 1) & 0x7F) | up1[x + 4];
                 w2 = ((w2 << 1) & 0x1F) | up2[x + 3];
@@ -85,7 +91,6 @@ std::vector<uint8_t> EncodeGenericRegion(const Bitmap& bm, const GenericOptions&
         up1 = cur;
         cur = t;  // its padding was never written and stays 0
     }
-    return mq.Finish();
 }
 
 }  // namespace jbig2

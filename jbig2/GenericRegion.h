@@ -32,4 +32,12 @@ inline constexpr int8_t kTemplate0AT[8] = {3, -1, -3, -1, 2, -2, -2, -2};
 // the rows are shorter than width, height and stride say.
 std::vector<uint8_t> EncodeGenericRegion(const Bitmap& bitmap, const GenericOptions& options = {});
 
+class MQEncoder;
+// Template 0 has 16 context bits.
+inline constexpr size_t kGenericContexts = size_t(1) << 16;
+// Codes the region into a running coder, with `contexts` (kGenericContexts
+// adaptive states) carried over from region to region: how a symbol
+// dictionary codes its bitmaps one after the other.
+void EncodeGenericRegion(MQEncoder& mq, uint8_t* contexts, const Bitmap& bitmap, const GenericOptions& options);
+
 }  // namespace jbig2

@@ -33,8 +33,7 @@ MQEncoder::MQEncoder(size_t contexts) : states_(contexts, 0) {
     out_.push_back(0);
 }
 
-void MQEncoder::Encode(uint32_t cx, int bit) {
-    uint8_t& st = states_[cx];
+void MQEncoder::Encode(uint8_t& st, int bit) {
     const QeEntry& e = kQe[st >> 1];
     const int mps = st & 1;
     const uint32_t qe = e.qe;

@@ -15,7 +15,11 @@ public:
     explicit MQEncoder(size_t contexts);
 
     // Codes `bit` (0 or 1) in context `cx`.
-    void Encode(uint32_t cx, int bit);
+    void Encode(uint32_t cx, int bit) { Encode(states_[cx], bit); }
+    // Codes `bit` in an adaptive state kept by the caller (a byte that
+    // starts at 0), for procedures that keep their contexts apart: the
+    // integer coders and the generic regions of a symbol dictionary.
+    void Encode(uint8_t& state, int bit);
 
     // Ends the code string (with the 0xFF 0xAC marker) and returns it; the
     // encoder is spent afterwards.

@@ -18,5 +18,5 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 # limit); scripts/corpus-check.sh DIR alone runs every file.
 corpus="${TRIMORA_CORPUS:-$ROOT/../shared/corpus}"
 if [ -d "$corpus" ]; then
-  "$ROOT/scripts/corpus-check.sh" --max-bytes "${TRIMORA_CORPUS_MAX_BYTES:-4000000}" "$corpus"
+  "$ROOT/scripts/corpus-check.sh" --max-bytes "${TRIMORA_CORPUS_MAX_BYTES:-2000000}" "$corpus"
 fi

@@ -63,8 +63,9 @@ Pixels Random(uint32_t w, uint32_t h, int percent, uint32_t seed, size_t extraSt
 
 // Decodes an embedded JBIG2 stream with the JBIG2Decode filter (which
 // gives PDF samples: 0 for black) and compares with the bitmap.
-void ExpectDecodesTo(const Bytes& stream, const Pixels& p) {
+void ExpectDecodesTo(const Bytes& stream, const Pixels& p, const Bytes& globals = {}) {
     filters::FilterChain chain{{"JBIG2Decode", {}}};
+    chain[0].params.jbig2Globals = globals;
     filters::DecodeOptions o;
     o.strict = true;
     filters::DecodeResult r = filters::DecodeChain(stream, chain, o);

@@ -1,0 +1,151 @@
+#include "jbig2/SymbolPage.h"
+
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+
+#include "jbig2/Components.h"
+#include "jbig2/Segments.h"
+
+namespace jbig2 {
+namespace {
+
+// The pixels of `bm` in the rectangle, rows of (w + 7) / 8 bytes.
+std::vector<uint8_t> Crop(const std::vector<uint8_t>& rows, size_t stride, uint32_t x, uint32_t y, uint32_t w,
+                          uint32_t h) {
+    const size_t out = (size_t(w) + 7) / 8;
+    std::vector<uint8_t> bits(out * h, 0);
+    const unsigned shift = x & 7;
+    for (uint32_t r = 0; r < h; ++r) {
+        const uint8_t* src = rows.data() + size_t(y + r) * stride + x / 8;
+        const size_t avail = stride - x / 8;
+        uint8_t* dst = bits.data() + size_t(r) * out;
+        for (size_t i = 0; i < out; ++i) {
+            const unsigned hi = src[i];
+            const unsigned lo = i + 1 < avail ? src[i + 1] : 0;
+            dst[i] = uint8_t((hi << shift | lo >> (8 - shift)) & 0xFF);
+        }
+        if (w % 8) dst[out - 1] &= uint8_t(0xFF << (8 - w % 8));
+    }
+    return bits;
+}
+
+}  // namespace
+
+std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& options) {
+    std::optional<ComponentSet> found = FindComponents(page);
+    if (!found) return std::nullopt;
+    const ComponentSet& set = *found;
+    PagePlan plan;
+    plan.width = page.width;
+    plan.height = page.height;
+
+    // Exact-match classes of the components small enough to be symbols.
+    std::unordered_map<std::string, uint32_t> classOf;
+    std::vector<uint32_t> cls(set.components.size(), UINT32_MAX);
+    std::vector<uint32_t> members;
+    std::vector<std::vector<uint8_t>> bits;
+    for (size_t i = 0; i < set.components.size(); ++i) {
+        const Component& c = set.components[i];
+        if (c.w > options.maxSide || c.h > options.maxSide) continue;
+        std::vector<uint8_t> b = set.Bits(c);
+        std::string key(reinterpret_cast<const char*>(&c.w), sizeof c.w);
+        key.append(reinterpret_cast<const char*>(&c.h), sizeof c.h);
+        key.append(b.begin(), b.end());
+        auto [it, added] = classOf.try_emplace(std::move(key), uint32_t(members.size()));
+        if (added) {
+            members.push_back(0);
+            bits.push_back(std::move(b));
+        }
+        cls[i] = it->second;
+        ++members[it->second];
+    }
+    classOf.clear();
+
+    // Classes drawn twice or more become shapes; everything else stays.
+    std::vector<uint32_t> shapeOf(members.size(), UINT32_MAX);
+    const size_t rowBytes = (size_t(page.width) + 7) / 8;
+    plan.residue.assign(rowBytes * page.height, 0);
+    for (uint32_t y = 0; y < page.height; ++y)
+        std::copy_n(page.rows.data() + size_t(y) * page.stride, rowBytes, plan.residue.data() + size_t(y) * rowBytes);
+    uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
+    for (size_t i = 0; i < set.components.size(); ++i) {
+        const Component& c = set.components[i];
+        if (cls[i] == UINT32_MAX || members[cls[i]] < 2) {
+            x0 = std::min(x0, c.x);
+            y0 = std::min(y0, c.y);
+            x1 = std::max(x1, c.x + c.w);
+            y1 = std::max(y1, c.y + c.h);
+            continue;
+        }
+        uint32_t& shape = shapeOf[cls[i]];
+        if (shape == UINT32_MAX) {
+            shape = uint32_t(plan.shapes.size());
+            plan.shapes.push_back({c.w, c.h, std::move(bits[cls[i]])});
+        }
+        plan.placements.push_back({shape, c.x, c.y, c.w, c.h});
+        for (size_t r = c.firstRun; r < c.firstRun + c.runCount; ++r) {
+            const Run& run = set.runs[r];
+            uint8_t* row = plan.residue.data() + size_t(run.y) * rowBytes;
+            for (uint32_t x = run.x0; x < run.x1; ++x) row[x >> 3] &= uint8_t(~(0x80 >> (x & 7)));
+        }
+    }
+    if (x0 < x1) {
+        plan.residue = Crop(plan.residue, rowBytes, x0, y0, x1 - x0, y1 - y0);
+        plan.rx = x0;
+        plan.ry = y0;
+        plan.rw = x1 - x0;
+        plan.rh = y1 - y0;
+    } else {
+        plan.residue.clear();
+    }
+    return plan;
+}
+
+std::vector<uint8_t> EncodePlannedPage(const PagePlan& plan, const std::vector<uint32_t>& global,
+                                       uint32_t globalSegment, uint32_t globalCount) {
+    // Page segments are numbered after the global one, so the two never
+    // share a number.
+    SegmentWriter w(1, global.empty() ? 0 : globalSegment + 1);
+    w.PageInformation(plan.width, plan.height, true);
+    std::vector<uint32_t> referred;
+    if (!global.empty()) referred.push_back(globalSegment);
+    // The page's own shapes, numbered after the global ones.
+    std::vector<const Symbol*> own;
+    std::vector<uint32_t> ownIndex;
+    for (size_t i = 0; i < plan.shapes.size(); ++i)
+        if (global.empty() || global[i] == UINT32_MAX) {
+            own.push_back(&plan.shapes[i]);
+            ownIndex.push_back(uint32_t(i));
+        }
+    std::vector<uint32_t> id(plan.shapes.size());
+    if (!global.empty())
+        for (size_t i = 0; i < plan.shapes.size(); ++i) id[i] = global[i];
+    if (!own.empty()) {
+        std::vector<uint32_t> position;
+        referred.push_back(w.Segment(kSegSymbolDictionary, SymbolDictionaryData(own, position)));
+        for (size_t k = 0; k < own.size(); ++k) id[ownIndex[k]] = globalCount + position[k];
+    }
+    if (!plan.placements.empty()) {
+        std::vector<Placement> placed = plan.placements;
+        for (Placement& p : placed) p.id = id[p.id];
+        w.Segment(kSegImmediateLosslessTextRegion,
+                  SmallestTextRegionData(plan.width, plan.height, globalCount + uint32_t(own.size()), placed),
+                  referred);
+    }
+    if (plan.rw > 0) {
+        const Bitmap residue{plan.rw, plan.rh, (size_t(plan.rw) + 7) / 8, plan.residue};
+        w.Segment(kSegImmediateLosslessGenericRegion, GenericRegionData(residue, plan.rx, plan.ry, {}));
+    }
+    return w.Take();
+}
+
+std::vector<uint8_t> EncodePage(const Bitmap& page, const SymbolOptions& options) {
+    std::vector<uint8_t> generic = EncodeGenericPage(page);
+    std::optional<PagePlan> plan = PlanPage(page, options);
+    if (!plan || plan->shapes.empty()) return generic;
+    std::vector<uint8_t> symbols = EncodePlannedPage(*plan);
+    return symbols.size() < generic.size() ? symbols : generic;
+}
+
+}  // namespace jbig2

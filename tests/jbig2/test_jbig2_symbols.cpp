@@ -1,0 +1,217 @@
+// Symbol coding: components, exact-match symbols, text regions in every
+// layout and shared dictionaries, each page read back through the
+// JBIG2Decode filter (jbig2dec) and compared bit for bit.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "filters/Filters.h"
+#include "jbig2/Components.h"
+#include "jbig2/Segments.h"
+#include "jbig2/SymbolPage.h"
+
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+struct Page {
+    uint32_t width, height;
+    Bytes rows;
+    size_t Stride() const { return (width + 7) / 8; }
+    jbig2::Bitmap View() const { return {width, height, Stride(), rows}; }
+    void Set(uint32_t x, uint32_t y) { rows[y * Stride() + x / 8] |= uint8_t(0x80 >> (x % 8)); }
+};
+
+Page Blank(uint32_t w, uint32_t h) { return {w, h, Bytes(size_t((w + 7) / 8) * h, 0)}; }
+
+Page FromArt(const std::vector<std::string>& art) {
+    Page p = Blank(uint32_t(art[0].size()), uint32_t(art.size()));
+    for (uint32_t y = 0; y < p.height; ++y)
+        for (uint32_t x = 0; x < p.width; ++x)
+            if (art[y][x] == '#') p.Set(x, y);
+    return p;
+}
+
+uint32_t Next(uint32_t& seed) {
+    seed = seed * 1103515245u + 12345u;
+    return seed >> 8;
+}
+
+// A page of "text": lines of glyphs drawn from a small alphabet of random
+// shapes (open at the bottom, so some fall apart into several components;
+// most recur), some glyphs touching their neighbours, a rule
+// and a block of noise that stay in the generic region.
+// The alphabet depends on `font` only.
+Page TextPage(uint32_t w, uint32_t h, uint32_t seed, uint32_t font = 1) {
+    Page p = Blank(w, h);
+    std::vector<Page> alphabet;
+    for (int g = 0; g < 24; ++g) {
+        Page glyph = Blank(4 + Next(font) % 6, 6 + Next(font) % 8);
+        for (uint32_t y = 0; y < glyph.height; ++y)
+            for (uint32_t x = 0; x < glyph.width; ++x)
+                if (x == 0 || y == 0 || x + 1 == glyph.width || Next(font) % 2) glyph.Set(x, y);
+        alphabet.push_back(glyph);
+    }
+    for (uint32_t base = 20; base + 16 < h; base += 19) {
+        uint32_t x = 5 + Next(seed) % 7;
+        while (x + 12 < w) {
+            const Page& g = alphabet[Next(seed) % alphabet.size()];
+            const uint32_t top = base - g.height + (Next(seed) % 5 == 0 ? 3 : 0);  // some descend
+            for (uint32_t y = 0; y < g.height; ++y)
+                for (uint32_t gx = 0; gx < g.width; ++gx)
+                    if ((g.rows[y * g.Stride() + gx / 8] >> (7 - gx % 8)) & 1) p.Set(x + gx, top + y);
+            x += g.width + (Next(seed) % 8 ? 2 + Next(seed) % 2 : 0) + (Next(seed) % 6 == 0 ? 8 : 0);
+        }
+    }
+    for (uint32_t x = 3; x + 3 < w; ++x) p.Set(x, h - 2);
+    for (uint32_t y = 2; y < 10 && y < h; ++y)
+        for (uint32_t x = w / 2; x < w / 2 + 30 && x < w; ++x)
+            if (Next(seed) % 2) p.Set(x, y);
+    return p;
+}
+
+void ExpectDecodesTo(const Bytes& stream, const Page& p, const Bytes& globals = {}) {
+    filters::FilterChain chain{{"JBIG2Decode", {}}};
+    chain[0].params.jbig2Globals = globals;
+    filters::DecodeOptions o;
+    o.strict = true;
+    filters::DecodeResult r = filters::DecodeChain(stream, chain, o);
+    ASSERT_EQ(r.status, filters::DecodeStatus::Ok) << r.message;
+    ASSERT_EQ(r.data.size(), p.rows.size());
+    const size_t stride = p.Stride();
+    for (uint32_t y = 0; y < p.height; ++y)
+        for (uint32_t x = 0; x < p.width; ++x) {
+            const bool black = !((r.data[y * stride + x / 8] >> (7 - x % 8)) & 1);
+            const bool want = (p.rows[y * stride + x / 8] >> (7 - x % 8)) & 1;
+            ASSERT_EQ(black, want) << "pixel " << x << "," << y << " of " << p.width << "x" << p.height;
+        }
+}
+
+TEST(Components, LabelsTouchingNestedAndDiagonalShapes) {
+    // A ring with a dot inside (two components), a diagonal staircase
+    // (one), two shapes that only come close (two), a U whose arms join
+    // late (one).
+    const Page p = FromArt({
+        "#####.....#.......#.#..#...#",
+        "#...#......#......#.#..#...#",
+        "#.#.#.......#.....#.#..#...#",
+        "#...#........#.........#...#",
+        "#####.........#........#####",
+    });
+    std::optional<jbig2::ComponentSet> set = jbig2::FindComponents(p.View());
+    ASSERT_TRUE(set);
+    struct Box {
+        uint32_t x, y, w, h;
+        uint64_t pixels;
+    };
+    const Box want[] = {{0, 0, 5, 5, 16}, {10, 0, 5, 5, 5}, {18, 0, 1, 3, 3}, {20, 0, 1, 3, 3},
+                        {23, 0, 5, 5, 13}, {2, 2, 1, 1, 1}};
+    ASSERT_EQ(set->components.size(), std::size(want));
+    for (size_t i = 0; i < std::size(want); ++i) {
+        const jbig2::Component& c = set->components[i];
+        SCOPED_TRACE(i);
+        EXPECT_EQ(c.x, want[i].x);
+        EXPECT_EQ(c.y, want[i].y);
+        EXPECT_EQ(c.w, want[i].w);
+        EXPECT_EQ(c.h, want[i].h);
+        EXPECT_EQ(c.pixels, want[i].pixels);
+    }
+    // The ring's own bits leave the dot out.
+    EXPECT_EQ(set->Bits(set->components[0]), (Bytes{0xF8, 0x88, 0x88, 0x88, 0xF8}));
+    // More runs than allowed: no components.
+    EXPECT_FALSE(jbig2::FindComponents(p.View(), 10));
+}
+
+TEST(SymbolPage, TextPagesRoundTripSmallerThanGenericCoding) {
+    struct Case {
+        uint32_t w, h;
+    };
+    uint32_t seed = 3;
+    for (const Case c : {Case{600, 400}, Case{333, 97}, Case{1201, 180}}) {
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h);
+        const Page p = TextPage(c.w, c.h, seed++);
+        std::optional<jbig2::PagePlan> plan = jbig2::PlanPage(p.View());
+        ASSERT_TRUE(plan);
+        EXPECT_GT(plan->shapes.size(), 10u);
+        EXPECT_GT(plan->rw, 0u);  // the rule and the noise
+        const Bytes symbols = jbig2::EncodePlannedPage(*plan);
+        ExpectDecodesTo(symbols, p);
+        EXPECT_LT(symbols.size(), jbig2::EncodeGenericPage(p.View()).size() * 8 / 10);
+        // Every strip size and corner places the symbols right.
+        for (bool bottom : {true, false})
+            for (int log = 0; log <= 3; ++log) {
+                SCOPED_TRACE(testing::Message() << "log strips " << log << (bottom ? " bottom" : " top"));
+                jbig2::SegmentWriter w;
+                w.PageInformation(p.width, p.height, true);
+                std::vector<const jbig2::Symbol*> own;
+                for (const jbig2::Symbol& s : plan->shapes) own.push_back(&s);
+                std::vector<uint32_t> position;
+                const uint32_t dict = w.Segment(jbig2::kSegSymbolDictionary, jbig2::SymbolDictionaryData(own, position));
+                std::vector<jbig2::Placement> placed = plan->placements;
+                for (jbig2::Placement& pl : placed) pl.id = position[pl.id];
+                w.Segment(jbig2::kSegImmediateLosslessTextRegion,
+                          jbig2::TextRegionData(p.width, p.height, uint32_t(own.size()), placed, {log, bottom}),
+                          {dict});
+                const jbig2::Bitmap residue{plan->rw, plan->rh, (plan->rw + 7) / 8, plan->residue};
+                w.Segment(jbig2::kSegImmediateLosslessGenericRegion,
+                          jbig2::GenericRegionData(residue, plan->rx, plan->ry, {}));
+                ExpectDecodesTo(w.Bytes(), p);
+            }
+    }
+}
+
+TEST(SymbolPage, SharedDictionaryServesSeveralPages) {
+    // Two pages of the same alphabet: shapes on both go to the global
+    // dictionary, the rest stay with their page.
+    const Page a = TextPage(500, 300, 11), b = TextPage(500, 300, 12);
+    jbig2::PagePlan pa = *jbig2::PlanPage(a.View()), pb = *jbig2::PlanPage(b.View());
+    std::vector<const jbig2::Symbol*> shared;
+    std::vector<uint32_t> ga(pa.shapes.size(), UINT32_MAX), gb(pb.shapes.size(), UINT32_MAX);
+    for (size_t i = 0; i < pa.shapes.size(); ++i)
+        for (size_t j = 0; j < pb.shapes.size(); ++j)
+            if (pa.shapes[i].w == pb.shapes[j].w && pa.shapes[i].h == pb.shapes[j].h &&
+                pa.shapes[i].bits == pb.shapes[j].bits) {
+                ga[i] = gb[j] = uint32_t(shared.size());
+                shared.push_back(&pa.shapes[i]);
+            }
+    ASSERT_GT(shared.size(), 0u);
+    std::vector<uint32_t> position;
+    jbig2::SegmentWriter g(0);
+    const uint32_t seg = g.Segment(jbig2::kSegSymbolDictionary, jbig2::SymbolDictionaryData(shared, position));
+    for (uint32_t& v : ga)
+        if (v != UINT32_MAX) v = position[v];
+    for (uint32_t& v : gb)
+        if (v != UINT32_MAX) v = position[v];
+    ExpectDecodesTo(jbig2::EncodePlannedPage(pa, ga, seg, uint32_t(shared.size())), a, g.Bytes());
+    ExpectDecodesTo(jbig2::EncodePlannedPage(pb, gb, seg, uint32_t(shared.size())), b, g.Bytes());
+}
+
+TEST(SymbolPage, DegeneratePagesComeOutExact) {
+    std::vector<Page> pages;
+    pages.push_back(Blank(64, 64));
+    Page black = Blank(37, 21);
+    for (uint8_t& v : black.rows) v = 0xFF;
+    pages.push_back(black);
+    Page line = Blank(100000, 1);
+    for (uint32_t x = 0; x < line.width; x += 3) line.Set(x, 0);  // 33,334 equal dots
+    pages.push_back(line);
+    Page column = Blank(1, 5000);
+    for (uint32_t y = 0; y < column.height; y += 2) column.Set(0, y);
+    pages.push_back(column);
+    Page noise = Blank(300, 300);
+    uint32_t seed = 5;
+    for (uint32_t y = 0; y < 300; ++y)
+        for (uint32_t x = 0; x < 300; ++x)
+            if (Next(seed) % 2) noise.Set(x, y);
+    pages.push_back(noise);
+    for (const Page& p : pages) {
+        SCOPED_TRACE(testing::Message() << p.width << "x" << p.height);
+        ExpectDecodesTo(jbig2::EncodePage(p.View()), p);
+    }
+    // Noise has more runs than the limit: planning gives up at once.
+    EXPECT_FALSE(jbig2::FindComponents(noise.View(), 1000));
+}
+
+}  // namespace
