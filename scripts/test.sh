@@ -14,7 +14,7 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 (cd "$ROOT/build-test" && ctest --output-on-failure -j"$(nproc)")
 
-# Files above 4 MB are left out here (TRIMORA_CORPUS_MAX_BYTES changes the
+# Files above 2 MB are left out here (TRIMORA_CORPUS_MAX_BYTES changes the
 # limit); scripts/corpus-check.sh DIR alone runs every file.
 corpus="${TRIMORA_CORPUS:-$ROOT/../shared/corpus}"
 if [ -d "$corpus" ]; then
