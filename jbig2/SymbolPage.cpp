@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "jbig2/Components.h"
+#include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
 
 namespace jbig2 {
@@ -102,50 +103,58 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
     return plan;
 }
 
-std::vector<uint8_t> EncodePlannedPage(const PagePlan& plan, const std::vector<uint32_t>& global,
-                                       uint32_t globalSegment, uint32_t globalCount) {
+std::vector<uint8_t> ComposePage(uint32_t width, uint32_t height, const std::vector<const Symbol*>& shapes,
+                                 const std::vector<Placement>& placements, const std::vector<uint8_t>& residueRegion,
+                                 const std::vector<uint32_t>& global, uint32_t globalSegment, uint32_t globalCount) {
     // Page segments are numbered after the global one, so the two never
     // share a number.
     SegmentWriter w(1, global.empty() ? 0 : globalSegment + 1);
-    w.PageInformation(plan.width, plan.height, true);
+    w.PageInformation(width, height, true);
     std::vector<uint32_t> referred;
     if (!global.empty()) referred.push_back(globalSegment);
     // The page's own shapes, numbered after the global ones.
     std::vector<const Symbol*> own;
     std::vector<uint32_t> ownIndex;
-    for (size_t i = 0; i < plan.shapes.size(); ++i)
+    for (size_t i = 0; i < shapes.size(); ++i)
         if (global.empty() || global[i] == UINT32_MAX) {
-            own.push_back(&plan.shapes[i]);
+            own.push_back(shapes[i]);
             ownIndex.push_back(uint32_t(i));
         }
-    std::vector<uint32_t> id(plan.shapes.size());
-    if (!global.empty())
-        for (size_t i = 0; i < plan.shapes.size(); ++i) id[i] = global[i];
+    std::vector<uint32_t> id(shapes.size());
+    if (!global.empty()) id = global;
     if (!own.empty()) {
         std::vector<uint32_t> position;
         referred.push_back(w.Segment(kSegSymbolDictionary, SymbolDictionaryData(own, position)));
         for (size_t k = 0; k < own.size(); ++k) id[ownIndex[k]] = globalCount + position[k];
     }
-    if (!plan.placements.empty()) {
-        std::vector<Placement> placed = plan.placements;
+    if (!placements.empty()) {
+        std::vector<Placement> placed = placements;
         for (Placement& p : placed) p.id = id[p.id];
         w.Segment(kSegImmediateLosslessTextRegion,
-                  SmallestTextRegionData(plan.width, plan.height, globalCount + uint32_t(own.size()), placed),
-                  referred);
+                  SmallestTextRegionData(width, height, globalCount + uint32_t(own.size()), placed), referred);
     }
-    if (plan.rw > 0) {
-        const Bitmap residue{plan.rw, plan.rh, (size_t(plan.rw) + 7) / 8, plan.residue};
-        w.Segment(kSegImmediateLosslessGenericRegion, GenericRegionData(residue, plan.rx, plan.ry, {}));
-    }
+    if (!residueRegion.empty()) w.Segment(kSegImmediateLosslessGenericRegion, residueRegion);
     return w.Take();
 }
 
+std::vector<uint8_t> ResidueRegionData(const PagePlan& plan) {
+    if (plan.rw == 0) return {};
+    const Bitmap residue{plan.rw, plan.rh, (size_t(plan.rw) + 7) / 8, plan.residue};
+    return GenericRegionData(residue, plan.rx, plan.ry, {});
+}
+
+std::vector<uint8_t> EncodePlannedPage(const PagePlan& plan, const std::vector<uint32_t>& global,
+                                       uint32_t globalSegment, uint32_t globalCount) {
+    std::vector<const Symbol*> shapes;
+    for (const Symbol& s : plan.shapes) shapes.push_back(&s);
+    return ComposePage(plan.width, plan.height, shapes, plan.placements, ResidueRegionData(plan), global,
+                       globalSegment, globalCount);
+}
+
 std::vector<uint8_t> EncodePage(const Bitmap& page, const SymbolOptions& options) {
-    std::vector<uint8_t> generic = EncodeGenericPage(page);
-    std::optional<PagePlan> plan = PlanPage(page, options);
-    if (!plan || plan->shapes.empty()) return generic;
-    std::vector<uint8_t> symbols = EncodePlannedPage(*plan);
-    return symbols.size() < generic.size() ? symbols : generic;
+    DocumentCoder one(options);
+    uint32_t ticket;
+    return one.Add(page, ticket);
 }
 
 }  // namespace jbig2

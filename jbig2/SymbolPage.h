@@ -42,6 +42,16 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
 std::vector<uint8_t> EncodePlannedPage(const PagePlan& plan, const std::vector<uint32_t>& global = {},
                                        uint32_t globalSegment = 0, uint32_t globalCount = 0);
 
+// The page stream from its parts: `residueRegion` is the data of the
+// residue's generic region (GenericRegionData), empty when there is none;
+// `global` etc. as for EncodePlannedPage.
+std::vector<uint8_t> ComposePage(uint32_t width, uint32_t height, const std::vector<const Symbol*>& shapes,
+                                 const std::vector<Placement>& placements, const std::vector<uint8_t>& residueRegion,
+                                 const std::vector<uint32_t>& global, uint32_t globalSegment, uint32_t globalCount);
+
+// The data of the plan's residue region, empty when nothing is left.
+std::vector<uint8_t> ResidueRegionData(const PagePlan& plan);
+
 // The page as an embedded JBIG2 stream without globals: symbol coded when
 // that is smaller than generic coding of the whole page, generic otherwise.
 std::vector<uint8_t> EncodePage(const Bitmap& page, const SymbolOptions& options = {});

@@ -1,11 +1,13 @@
 #include "pipeline/ImageReduction.h"
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <type_traits>
 
 #include "base/Log.h"
 #include "images/Palette.h"
+#include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
 #include "settings/TrimoraPreferences.h"
 
@@ -49,7 +51,16 @@ public:
         const images::ReductionParams gray = ReductionParamsFor(ctx.prefs.Image().grayscale);
         const images::ColourReductionParams colorColours = ColourReductionParamsFor(ctx.prefs.Image(), color);
         const images::ColourReductionParams grayColours = ColourReductionParamsFor(ctx.prefs.Image(), gray);
-        const images::MonoParams mono = MonoParamsFor(ctx.prefs.Image());
+        images::MonoParams mono = MonoParamsFor(ctx.prefs.Image());
+        // JBIG2 pages are symbol coded one by one; the shapes they share
+        // move to one dictionary once all are done.
+        jbig2::DocumentCoder coder;
+        uint32_t ticket = UINT32_MAX;
+        std::vector<std::pair<uint32_t, CosObj>> coded;
+        mono.jbig2 = [&](std::span<const uint8_t> rows, int width, int height) {
+            const size_t stride = (size_t(width) + 7) / 8;
+            return coder.Add({uint32_t(width), uint32_t(height), stride, rows}, ticket);
+        };
         ctx.stats.Increment("Images_Total", ASInt32(found.size()));
         ProgressSink& sink = ctx.log.Sink();
         size_t done = 0;
@@ -63,14 +74,52 @@ public:
                 ReduceWithColours(f, *p, *cr, ctx);
             } else if (f.imageClass == images::ImageClass::Mono && mono.Active()) {
                 ctx.stats.Increment("Images_ToBeProcessed");
-                if (ReduceOne(f, mono, ctx)) ctx.stats.Increment("Images_Processed");
+                ticket = UINT32_MAX;
+                const bool replaced = ReduceOne(f, mono, ctx);
+                if (replaced) ctx.stats.Increment("Images_Processed");
+                if (ticket != UINT32_MAX) {
+                    if (replaced && CosDictGetName(f.image, ASAtomFromString("Filter")) == ASAtomFromString("JBIG2Decode"))
+                        coded.emplace_back(ticket, f.image);
+                    else
+                        coder.Drop(ticket);
+                }
             }
             ++done;
             sink.Completed(kPageShare + (1.0 - kPageShare) * double(done) / double(found.size()));
         }
+        if (coded.size() >= 2) ShareSymbols(coder, coded, ctx);
     }
 
 private:
+    // One JBIG2Globals stream for the symbols that several images draw.
+    static void ShareSymbols(const jbig2::DocumentCoder& coder, const std::vector<std::pair<uint32_t, CosObj>>& coded,
+                             RunContext& ctx) {
+        std::optional<jbig2::DocumentCoder::Shared> shared;
+        try {
+            shared = coder.Share();
+        } catch (const std::bad_alloc&) {
+            ctx.log.Warning("JBIG2 images keep their own symbols: out of memory\n");
+            return;
+        }
+        if (!shared) return;
+        const ASAtom kDecodeParms = ASAtomFromString("DecodeParms");
+        const ASAtom kGlobals = ASAtomFromString("JBIG2Globals");
+        CosDoc cos = PDDocGetCosDoc(ctx.doc);
+        CosObj globals = CosNewStream(cos, CosNewNull(), shared->globals);
+        size_t k = 0;
+        for (const auto& [ticket, bytes] : shared->pages) {
+            while (k < coded.size() && coded[k].first < ticket) ++k;
+            if (k == coded.size() || coded[k].first != ticket) continue;
+            CosObj image = coded[k].second;
+            CosObj parms = CosNewDict(cos, false);
+            CosDictPut(parms, kGlobals, globals);
+            CosDictPut(image, kDecodeParms, parms);
+            CosStreamSetEncodedData(image, bytes);
+        }
+        ctx.log.Debug("JBIG2 symbols shared by %zu images: %zu -> %zu bytes\n", shared->pages.size(),
+                      shared->bytesBefore, shared->bytesAfter);
+    }
+
     // Palettisation runs before the reduction, so an image with few colours
     // is kept exact instead of going to JPEG; the reduction then keeps the
     // palette unless it downsamples.  Anything the reduction replaced, and
@@ -244,10 +293,9 @@ images::MonoParams MonoParamsFor(const ImageParams& all) {
     p.interpolate = c.interpolate;
     p.despeckle = all.despeckle;
     p.descreen = all.descreenMonochrome;
-    // Generic-region coding is exact whatever jbig2-lossless says.
     p.jbig2 = [](std::span<const uint8_t> rows, int width, int height) {
         const size_t stride = (size_t(width) + 7) / 8;
-        return jbig2::EncodeGenericPage({uint32_t(width), uint32_t(height), stride, rows});
+        return jbig2::EncodePage({uint32_t(width), uint32_t(height), stride, rows});
     };
     return p;
 }

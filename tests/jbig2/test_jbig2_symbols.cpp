@@ -9,6 +9,7 @@
 
 #include "filters/Filters.h"
 #include "jbig2/Components.h"
+#include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
 #include "jbig2/SymbolPage.h"
 
@@ -162,30 +163,35 @@ TEST(SymbolPage, TextPagesRoundTripSmallerThanGenericCoding) {
     }
 }
 
-TEST(SymbolPage, SharedDictionaryServesSeveralPages) {
-    // Two pages of the same alphabet: shapes on both go to the global
-    // dictionary, the rest stay with their page.
-    const Page a = TextPage(500, 300, 11), b = TextPage(500, 300, 12);
-    jbig2::PagePlan pa = *jbig2::PlanPage(a.View()), pb = *jbig2::PlanPage(b.View());
-    std::vector<const jbig2::Symbol*> shared;
-    std::vector<uint32_t> ga(pa.shapes.size(), UINT32_MAX), gb(pb.shapes.size(), UINT32_MAX);
-    for (size_t i = 0; i < pa.shapes.size(); ++i)
-        for (size_t j = 0; j < pb.shapes.size(); ++j)
-            if (pa.shapes[i].w == pb.shapes[j].w && pa.shapes[i].h == pb.shapes[j].h &&
-                pa.shapes[i].bits == pb.shapes[j].bits) {
-                ga[i] = gb[j] = uint32_t(shared.size());
-                shared.push_back(&pa.shapes[i]);
-            }
-    ASSERT_GT(shared.size(), 0u);
-    std::vector<uint32_t> position;
-    jbig2::SegmentWriter g(0);
-    const uint32_t seg = g.Segment(jbig2::kSegSymbolDictionary, jbig2::SymbolDictionaryData(shared, position));
-    for (uint32_t& v : ga)
-        if (v != UINT32_MAX) v = position[v];
-    for (uint32_t& v : gb)
-        if (v != UINT32_MAX) v = position[v];
-    ExpectDecodesTo(jbig2::EncodePlannedPage(pa, ga, seg, uint32_t(shared.size())), a, g.Bytes());
-    ExpectDecodesTo(jbig2::EncodePlannedPage(pb, gb, seg, uint32_t(shared.size())), b, g.Bytes());
+TEST(DocumentCoder, SharesShapesOfSeveralPagesInOneDictionary) {
+    // Pages 0, 1 and 3 use one alphabet; page 2 has only a rule, drawn
+    // once, and no shapes; page 3's coding is dropped.  The shared
+    // dictionary serves pages 0 and 1.
+    Page rule = Blank(500, 300);
+    for (uint32_t x = 10; x < 400; ++x) rule.Set(x, 100);
+    const Page pages[] = {TextPage(500, 300, 11), TextPage(500, 300, 12), rule, TextPage(500, 300, 14)};
+    jbig2::DocumentCoder coder;
+    std::vector<Bytes> alone;
+    uint32_t tickets[4];
+    for (int i = 0; i < 4; ++i) {
+        alone.push_back(coder.Add(pages[i].View(), tickets[i]));
+        EXPECT_EQ(tickets[i] == UINT32_MAX, i == 2);
+        ExpectDecodesTo(alone.back(), pages[i]);
+    }
+    coder.Drop(tickets[3]);
+    coder.Drop(tickets[2]);  // no page: ignored
+    std::optional<jbig2::DocumentCoder::Shared> shared = coder.Share();
+    ASSERT_TRUE(shared);
+    ASSERT_EQ(shared->pages.size(), 2u);
+    size_t after = shared->globals.size();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(shared->pages[i].first, tickets[i]);
+        ExpectDecodesTo(shared->pages[i].second, pages[i], shared->globals);
+        after += shared->pages[i].second.size();
+    }
+    EXPECT_EQ(shared->bytesBefore, alone[0].size() + alone[1].size());
+    EXPECT_EQ(shared->bytesAfter, after);
+    EXPECT_LT(after, shared->bytesBefore);
 }
 
 TEST(SymbolPage, DegeneratePagesComeOutExact) {
