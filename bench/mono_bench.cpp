@@ -5,7 +5,10 @@
 // uncompressed TIFF (OUTDIR/NAME.tif) for other tools to work on.
 //
 //   mono_bench OUTDIR FILE.pbm...
-// Prints: name width height jbig2_bytes g4_bytes jbig2_ms g4_ms symbol_bytes symbol_ms
+// Prints: name width height jbig2_bytes g4_bytes jbig2_ms g4_ms symbol_bytes symbol_ms lossy_bytes
+// and a last line "shared PAGES BEFORE AFTER": the bytes of the pages'
+// symbol coding alone and with one JBIG2Globals dictionary for all of them
+// (dictionary included; BEFORE = AFTER when sharing does not pay).
 #include <tiffio.h>
 
 #include <algorithm>
@@ -18,6 +21,7 @@
 #include <vector>
 
 #include "images/MemoryTiff.h"
+#include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
 #include "jbig2/SymbolPage.h"
 
@@ -88,6 +92,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string outDir = argv[1];
+    jbig2::DocumentCoder document;
+    size_t alone = 0, pages = 0;
     for (int i = 2; i < argc; ++i) {
         Pbm p;
         if (!ReadPbm(argv[i], &p)) {
@@ -105,13 +111,25 @@ int main(int argc, char** argv) {
         const auto t2 = std::chrono::steady_clock::now();
         const std::vector<uint8_t> sym = jbig2::EncodePage({p.width, p.height, stride, p.rows});
         const auto t3 = std::chrono::steady_clock::now();
+        jbig2::SymbolOptions lossy;
+        lossy.lossy = true;
+        const std::vector<uint8_t> loose = jbig2::EncodePage({p.width, p.height, stride, p.rows}, lossy);
+        std::ofstream(outDir + "/" + name + ".lossy.jb2", std::ios::binary)
+            .write(reinterpret_cast<const char*>(loose.data()), std::streamsize(loose.size()));
+        uint32_t ticket;
+        alone += document.Add({p.width, p.height, stride, p.rows}, ticket).size();
+        ++pages;
         std::ofstream(outDir + "/" + name + ".jb2", std::ios::binary)
             .write(reinterpret_cast<const char*>(jb.data()), std::streamsize(jb.size()));
         std::ofstream(outDir + "/" + name + ".sym.jb2", std::ios::binary)
             .write(reinterpret_cast<const char*>(sym.data()), std::streamsize(sym.size()));
         WriteTiff(outDir + "/" + name + ".tif", p);
-        std::printf("%s %u %u %zu %zu %.3f %.3f %zu %.3f\n", name.c_str(), p.width, p.height, jb.size(), g4.size(),
-                    Ms(t0, t1), Ms(t1, t2), sym.size(), Ms(t2, t3));
+        std::printf("%s %u %u %zu %zu %.3f %.3f %zu %.3f %zu\n", name.c_str(), p.width, p.height, jb.size(), g4.size(),
+                    Ms(t0, t1), Ms(t1, t2), sym.size(), Ms(t2, t3), loose.size());
     }
+    const std::optional<jbig2::DocumentCoder::Shared> shared = document.Share();
+    // Pages left out of the sharing keep their own coding.
+    const size_t after = shared ? alone - shared->bytesBefore + shared->bytesAfter : alone;
+    std::printf("shared %zu %zu %zu\n", pages, alone, after);
     return 0;
 }

@@ -2,12 +2,16 @@
 // eight bytes pick the image's size, kind (mask, gray, palette, colorant),
 // filter and its parameters, and the reduction asked for; the rest is the
 // image's stream data.  Any outcome but a crash, a hang or unbounded
-// memory is fine.
+// memory is fine, except one: a JBIG2 page coded losslessly (symbol coded
+// on its own, and again with a dictionary shared with a copy of itself)
+// must decode to the very bitmap it was made from.
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "filters/Filters.h"
 #include "images/MonoReduce.h"
+#include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
 #include "pdfcore/CosDoc.h"
 
@@ -15,6 +19,36 @@ using namespace images;
 
 namespace {
 ASAtom A(const char* s) { return ASAtomFromString(s); }
+
+// The decoded stream (PDF samples: 0 is black) against the JBIG2 bitmap.
+void CheckDecodes(const std::vector<uint8_t>& stream, const std::vector<uint8_t>& globals,
+                  std::span<const uint8_t> rows, int width, int height) {
+    filters::FilterChain chain{{"JBIG2Decode", {}}};
+    chain[0].params.jbig2Globals = globals;
+    const filters::DecodeResult r = filters::DecodeChain(stream, chain, {});
+    const size_t stride = (size_t(width) + 7) / 8;
+    if (r.data.size() != stride * size_t(height)) __builtin_trap();
+    const uint8_t last = width % 8 ? uint8_t(0xFF << (8 - width % 8)) : 0xFF;
+    for (size_t i = 0; i < r.data.size(); ++i) {
+        const uint8_t mask = (i + 1) % stride == 0 ? last : 0xFF;
+        if ((uint8_t(~r.data[i]) ^ rows[i]) & mask) __builtin_trap();
+    }
+}
+
+std::vector<uint8_t> CodeAndCheck(std::span<const uint8_t> rows, int width, int height, bool lossy) {
+    const jbig2::Bitmap page{uint32_t(width), uint32_t(height), (size_t(width) + 7) / 8, rows};
+    jbig2::SymbolOptions options;
+    options.lossy = lossy;
+    jbig2::DocumentCoder coder(options);
+    uint32_t first, second;
+    std::vector<uint8_t> out = coder.Add(page, first);
+    coder.Add(page, second);
+    if (lossy) return out;
+    CheckDecodes(out, {}, rows, width, height);
+    if (std::optional<jbig2::DocumentCoder::Shared> shared = coder.Share())
+        for (const auto& [ticket, bytes] : shared->pages) CheckDecodes(bytes, shared->globals, rows, width, height);
+    return out;
+}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -79,8 +113,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         p.compression = MonoCompression((h[6] >> 3) % 7);
         p.despeckle = h[6] & 0x40;
         p.descreen = h[6] & 0x80;
-        p.jbig2 = [](std::span<const uint8_t> rows, int width, int height) {
-            return jbig2::EncodeGenericPage({uint32_t(width), uint32_t(height), (size_t(width) + 7) / 8, rows});
+        const bool lossy = h[5] & 0x80;
+        p.jbig2 = [lossy](std::span<const uint8_t> rows, int width, int height) {
+            return CodeAndCheck(rows, width, height, lossy);
         };
         ReduceMonoImage(image, 72 + h[7], 72 + h[3], p);
     } catch (const CVellumError&) {

@@ -14,10 +14,11 @@ std::vector<uint8_t> DocumentCoder::Add(const Bitmap& page, uint32_t& ticket) {
     rec.height = plan->height;
     rec.placements = plan->placements;
     rec.residueRegion = ResidueRegionData(*plan);
+    rec.lossless = plan->lossless;
     std::vector<const Symbol*> shapes;
     for (const Symbol& s : plan->shapes) shapes.push_back(&s);
     std::vector<uint8_t> symbols =
-        ComposePage(rec.width, rec.height, shapes, rec.placements, rec.residueRegion, {}, 0, 0);
+        ComposePage(rec.width, rec.height, shapes, rec.placements, rec.residueRegion, {}, 0, 0, rec.lossless);
     std::vector<uint8_t> best = symbols.size() < generic.size() ? std::move(symbols) : std::move(generic);
     rec.alone = best.size();
     for (Symbol& s : plan->shapes) {
@@ -73,7 +74,7 @@ std::optional<DocumentCoder::Shared> DocumentCoder::Share() const {
         }
         if (!sharesAny) continue;  // it keeps its own coding
         std::vector<uint8_t> bytes =
-            ComposePage(r.width, r.height, shapes, r.placements, r.residueRegion, global, segment, count);
+            ComposePage(r.width, r.height, shapes, r.placements, r.residueRegion, global, segment, count, r.lossless);
         out.bytesBefore += r.alone;
         out.bytesAfter += bytes.size();
         out.pages.emplace_back(uint32_t(t), std::move(bytes));

@@ -42,6 +42,7 @@ private:
         std::vector<Placement> placements;   // `id` indexes the record's shapes
         std::vector<uint8_t> residueRegion;  // GenericRegionData, or empty
         size_t alone = 0;                    // bytes of the page coded on its own
+        bool lossless = true;
         bool live = true;
     };
     SymbolOptions options_;

@@ -16,6 +16,7 @@ namespace jbig2 {
 
 enum SegmentType : uint8_t {
     kSegSymbolDictionary = 0,
+    kSegImmediateTextRegion = 6,
     kSegImmediateLosslessTextRegion = 7,
     kSegImmediateGenericRegion = 38,
     kSegImmediateLosslessGenericRegion = 39,

@@ -7,6 +7,7 @@
 #include "jbig2/Components.h"
 #include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
+#include "jbig2/ShapeMatch.h"
 
 namespace jbig2 {
 namespace {
@@ -63,6 +64,34 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
     }
     classOf.clear();
 
+    // Lossy: a class drawn as an earlier one that looks the same.  Each
+    // class is tried against a bounded number of earlier ones of its size,
+    // so a page of a million specks stays linear.
+    std::vector<uint32_t> root(members.size());
+    for (uint32_t c = 0; c < members.size(); ++c) root[c] = c;
+    if (options.lossy) {
+        constexpr size_t kTries = 64;
+        std::unordered_map<uint64_t, std::vector<uint32_t>> bySize;
+        std::vector<Symbol> probe(members.size());
+        for (size_t i = 0; i < set.components.size(); ++i) {
+            const uint32_t c = cls[i];
+            if (c == UINT32_MAX || !probe[c].bits.empty()) continue;
+            probe[c] = {set.components[i].w, set.components[i].h, bits[c]};
+            std::vector<uint32_t>& roots = bySize[uint64_t(probe[c].w) << 32 | probe[c].h];
+            for (size_t k = 0; k < roots.size() && k < kTries; ++k)
+                if (ShapesMatch(probe[roots[k]], probe[c])) {
+                    root[c] = roots[k];
+                    break;
+                }
+            if (root[c] == c) roots.push_back(c);
+        }
+        for (uint32_t c = 0; c < members.size(); ++c)
+            if (root[c] != c) {
+                members[root[c]] += members[c];
+                plan.lossless = false;
+            }
+    }
+
     // Classes drawn twice or more become shapes; everything else stays.
     std::vector<uint32_t> shapeOf(members.size(), UINT32_MAX);
     const size_t rowBytes = (size_t(page.width) + 7) / 8;
@@ -72,17 +101,18 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
     uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
     for (size_t i = 0; i < set.components.size(); ++i) {
         const Component& c = set.components[i];
-        if (cls[i] == UINT32_MAX || members[cls[i]] < 2) {
+        if (cls[i] == UINT32_MAX || members[root[cls[i]]] < 2) {
             x0 = std::min(x0, c.x);
             y0 = std::min(y0, c.y);
             x1 = std::max(x1, c.x + c.w);
             y1 = std::max(y1, c.y + c.h);
             continue;
         }
-        uint32_t& shape = shapeOf[cls[i]];
+        const uint32_t r = root[cls[i]];
+        uint32_t& shape = shapeOf[r];
         if (shape == UINT32_MAX) {
             shape = uint32_t(plan.shapes.size());
-            plan.shapes.push_back({c.w, c.h, std::move(bits[cls[i]])});
+            plan.shapes.push_back({c.w, c.h, bits[r]});
         }
         plan.placements.push_back({shape, c.x, c.y, c.w, c.h});
         for (size_t r = c.firstRun; r < c.firstRun + c.runCount; ++r) {
@@ -105,11 +135,12 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
 
 std::vector<uint8_t> ComposePage(uint32_t width, uint32_t height, const std::vector<const Symbol*>& shapes,
                                  const std::vector<Placement>& placements, const std::vector<uint8_t>& residueRegion,
-                                 const std::vector<uint32_t>& global, uint32_t globalSegment, uint32_t globalCount) {
+                                 const std::vector<uint32_t>& global, uint32_t globalSegment, uint32_t globalCount,
+                                 bool lossless) {
     // Page segments are numbered after the global one, so the two never
     // share a number.
     SegmentWriter w(1, global.empty() ? 0 : globalSegment + 1);
-    w.PageInformation(width, height, true);
+    w.PageInformation(width, height, lossless);
     std::vector<uint32_t> referred;
     if (!global.empty()) referred.push_back(globalSegment);
     // The page's own shapes, numbered after the global ones.
@@ -130,7 +161,7 @@ std::vector<uint8_t> ComposePage(uint32_t width, uint32_t height, const std::vec
     if (!placements.empty()) {
         std::vector<Placement> placed = placements;
         for (Placement& p : placed) p.id = id[p.id];
-        w.Segment(kSegImmediateLosslessTextRegion,
+        w.Segment(lossless ? kSegImmediateLosslessTextRegion : kSegImmediateTextRegion,
                   SmallestTextRegionData(width, height, globalCount + uint32_t(own.size()), placed), referred);
     }
     if (!residueRegion.empty()) w.Segment(kSegImmediateLosslessGenericRegion, residueRegion);
@@ -148,7 +179,7 @@ std::vector<uint8_t> EncodePlannedPage(const PagePlan& plan, const std::vector<u
     std::vector<const Symbol*> shapes;
     for (const Symbol& s : plan.shapes) shapes.push_back(&s);
     return ComposePage(plan.width, plan.height, shapes, plan.placements, ResidueRegionData(plan), global,
-                       globalSegment, globalCount);
+                       globalSegment, globalCount, plan.lossless);
 }
 
 std::vector<uint8_t> EncodePage(const Bitmap& page, const SymbolOptions& options) {

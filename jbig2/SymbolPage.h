@@ -2,7 +2,7 @@
 // once become symbols of a dictionary, a text region places them, and
 // what is left (pictures, rules, shapes drawn only once) is a generic
 // region drawn with OR over the same page.  The decoded page is the input
-// bit for bit.
+// bit for bit, unless lossy matching is asked for.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,9 @@ struct SymbolOptions {
     // Components wider or taller than this stay in the generic region: at
     // that size they are pictures or rules, not letters.
     uint32_t maxSide = 512;
+    // Lossy: a component may be drawn as an earlier one that ShapesMatch
+    // finds close enough, so the page is no longer exact.
+    bool lossy = false;
 };
 
 // A page split into repeated shapes and the rest.
@@ -27,6 +30,7 @@ struct PagePlan {
     std::vector<Placement> placements;   // `id` indexes `shapes`
     std::vector<uint8_t> residue;        // rw x rh at (rx, ry), rows of (rw + 7) / 8 bytes
     uint32_t rx = 0, ry = 0, rw = 0, rh = 0;  // rw = 0: nothing is left
+    bool lossless = true;  // the plan draws the page exactly
 };
 
 // Nothing when the page cannot be split (too many runs of black).
@@ -47,7 +51,8 @@ std::vector<uint8_t> EncodePlannedPage(const PagePlan& plan, const std::vector<u
 // `global` etc. as for EncodePlannedPage.
 std::vector<uint8_t> ComposePage(uint32_t width, uint32_t height, const std::vector<const Symbol*>& shapes,
                                  const std::vector<Placement>& placements, const std::vector<uint8_t>& residueRegion,
-                                 const std::vector<uint32_t>& global, uint32_t globalSegment, uint32_t globalCount);
+                                 const std::vector<uint32_t>& global, uint32_t globalSegment, uint32_t globalCount,
+                                 bool lossless = true);
 
 // The data of the plan's residue region, empty when nothing is left.
 std::vector<uint8_t> ResidueRegionData(const PagePlan& plan);

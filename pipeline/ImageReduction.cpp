@@ -54,7 +54,9 @@ public:
         images::MonoParams mono = MonoParamsFor(ctx.prefs.Image());
         // JBIG2 pages are symbol coded one by one; the shapes they share
         // move to one dictionary once all are done.
-        jbig2::DocumentCoder coder;
+        jbig2::SymbolOptions symbolOptions;
+        symbolOptions.lossy = !ctx.prefs.Image().mono.jbig2Lossless;
+        jbig2::DocumentCoder coder(symbolOptions);
         uint32_t ticket = UINT32_MAX;
         std::vector<std::pair<uint32_t, CosObj>> coded;
         mono.jbig2 = [&](std::span<const uint8_t> rows, int width, int height) {
@@ -293,9 +295,11 @@ images::MonoParams MonoParamsFor(const ImageParams& all) {
     p.interpolate = c.interpolate;
     p.despeckle = all.despeckle;
     p.descreen = all.descreenMonochrome;
-    p.jbig2 = [](std::span<const uint8_t> rows, int width, int height) {
+    jbig2::SymbolOptions symbols;
+    symbols.lossy = !c.jbig2Lossless;
+    p.jbig2 = [symbols](std::span<const uint8_t> rows, int width, int height) {
         const size_t stride = (size_t(width) + 7) / 8;
-        return jbig2::EncodePage({uint32_t(width), uint32_t(height), stride, rows});
+        return jbig2::EncodePage({uint32_t(width), uint32_t(height), stride, rows}, symbols);
     };
     return p;
 }

@@ -3,6 +3,7 @@
 // JBIG2Decode filter (jbig2dec) and compared bit for bit.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "jbig2/Components.h"
 #include "jbig2/DocumentCoder.h"
 #include "jbig2/Segments.h"
+#include "jbig2/ShapeMatch.h"
 #include "jbig2/SymbolPage.h"
 
 using Bytes = std::vector<uint8_t>;
@@ -218,6 +220,93 @@ TEST(SymbolPage, DegeneratePagesComeOutExact) {
     }
     // Noise has more runs than the limit: planning gives up at once.
     EXPECT_FALSE(jbig2::FindComponents(noise.View(), 1000));
+}
+
+jbig2::Symbol Shape(const std::vector<std::string>& art) {
+    const Page p = FromArt(art);
+    return {p.width, p.height, p.rows};
+}
+
+TEST(ShapesMatch, AcceptsEdgeNoiseButNotAMissingStroke) {
+    // A 6 and an 8 (at twice this size) differ in one short stroke:
+    // refused.  A 6 with four edge pixels flipped: accepted.  A wider 6:
+    // refused.  At half the size three differing pixels are already too many.
+    const std::vector<std::string> sixArt = {"..####..", ".##..##.", ".##.....", ".#####..",
+                                             ".##..##.", ".##..##.", ".##..##.", "..####.."};
+    const std::vector<std::string> eightArt = {"..####..", ".##..##.", ".##..##.", "..####..",
+                                               ".##..##.", ".##..##.", ".##..##.", "..####.."};
+    auto doubled = [](const std::vector<std::string>& art) {
+        std::vector<std::string> out;
+        for (const std::string& row : art) {
+            std::string wide;
+            for (char c : row) wide += std::string(2, c);
+            out.push_back(wide);
+            out.push_back(wide);
+        }
+        return out;
+    };
+    const jbig2::Symbol six = Shape(doubled(sixArt)), eight = Shape(doubled(eightArt)), small6 = Shape(sixArt);
+    std::vector<std::string> raggedArt = doubled(sixArt);
+    raggedArt[0][12] = raggedArt[6][1] = raggedArt[13][14] = '#';
+    raggedArt[15][7] = '.';
+    const jbig2::Symbol ragged = Shape(raggedArt);
+    std::vector<std::string> smallArt = sixArt;
+    smallArt[0][6] = smallArt[3][6] = smallArt[7][1] = '#';
+    const jbig2::Symbol smallRagged = Shape(smallArt);
+    std::vector<std::string> wideArt = doubled(sixArt);
+    for (std::string& row : wideArt) row += '.';
+    const jbig2::Symbol wider = Shape(wideArt);
+    Page noisy = Blank(40, 40);  // a big box: many scattered differences allowed
+    for (uint32_t i = 0; i < 40; ++i) noisy.Set(i, i);
+    Page noisier = noisy;
+    for (uint32_t i = 0; i < 36; i += 4) noisier.Set(i + 2, i);
+    Page blob = noisy;
+    for (uint32_t y = 10; y < 12; ++y)
+        for (uint32_t x = 20; x < 22; ++x) blob.Set(x, y);
+    const jbig2::Symbol line{40, 40, noisy.rows}, dotted{40, 40, noisier.rows}, blobbed{40, 40, blob.rows};
+    struct Case {
+        const jbig2::Symbol &a, &b;
+        bool match;
+    };
+    const Case cases[] = {{six, six, true},     {six, ragged, true},   {six, eight, false},
+                          {six, wider, false},  {line, dotted, true},  {line, blobbed, false},
+                          {small6, smallRagged, false}};
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(jbig2::ShapesMatch(cases[i].a, cases[i].b), cases[i].match) << "case " << i;
+        EXPECT_EQ(jbig2::ShapesMatch(cases[i].b, cases[i].a), cases[i].match) << "case " << i << " swapped";
+    }
+}
+
+TEST(SymbolPage, LossyCodingDrawsNoisyCopiesAsOneShape) {
+    // Text whose glyphs each lose or gain an edge pixel or two: exact
+    // matching finds few repeats, lossy matching finds them all, and the
+    // decoded page differs from the input only in a few scattered pixels.
+    Page p = TextPage(600, 400, 21);
+    uint32_t seed = 77;
+    Page noisy = p;
+    for (uint32_t y = 1; y + 1 < p.height; ++y)
+        for (uint32_t x = 1; x + 1 < p.width; ++x) {
+            auto get = [&](uint32_t xx, uint32_t yy) { return (p.rows[yy * p.Stride() + xx / 8] >> (7 - xx % 8)) & 1; };
+            // An edge pixel: white with black to the left, flipped now and then.
+            if (!get(x, y) && get(x - 1, y) && Next(seed) % 16 == 0) noisy.Set(x, y);
+        }
+    jbig2::SymbolOptions lossy;
+    lossy.lossy = true;
+    std::optional<jbig2::PagePlan> exact = jbig2::PlanPage(noisy.View()), loose = jbig2::PlanPage(noisy.View(), lossy);
+    ASSERT_TRUE(exact && loose);
+    EXPECT_TRUE(exact->lossless);
+    EXPECT_FALSE(loose->lossless);
+    EXPECT_GT(loose->placements.size(), exact->placements.size() + 100);
+    const Bytes coded = jbig2::EncodePlannedPage(*loose);
+    EXPECT_LT(coded.size(), jbig2::EncodePlannedPage(*exact).size());
+    filters::FilterChain chain{{"JBIG2Decode", {}}};
+    filters::DecodeResult r = filters::DecodeChain(coded, chain, {});
+    ASSERT_EQ(r.data.size(), noisy.rows.size());
+    size_t differ = 0;
+    for (size_t i = 0; i < r.data.size(); ++i)
+        differ += size_t(std::popcount(uint8_t(~r.data[i] ^ noisy.rows[i])));  // 600 wide: no padding bits
+    EXPECT_GT(differ, 0u);
+    EXPECT_LT(differ, loose->placements.size() * 3);
 }
 
 }  // namespace

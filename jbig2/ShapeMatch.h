@@ -1,0 +1,21 @@
+// The test that lets lossy symbol coding draw one shape in place of
+// another.  It is deliberately strict: a wrong match changes what a page
+// says (a "6" drawn as an "8"), while a missed one only costs bytes.
+//
+// Two shapes match when
+//  - they have the same width and height;
+//  - they differ in at most w x h / 32 pixels (about 3 % of the box, so
+//    shapes of fewer than 32 pixels must be equal);
+//  - no differing pixel has more than 3 differing pixels in its 3 x 3
+//    neighbourhood, itself included.  Scanner noise moves edges by a
+//    pixel, which differs in thin lines; a stroke that one shape has and
+//    the other lacks differs in a blob, however small.
+#pragma once
+
+#include "jbig2/TextCoding.h"
+
+namespace jbig2 {
+
+bool ShapesMatch(const Symbol& a, const Symbol& b);
+
+}  // namespace jbig2
