@@ -33,7 +33,7 @@ while [ $# -gt 1 ]; do
 done
 [ $# -ge 1 ] || { echo "usage: $0 [--sanitize] [--max-bytes N] DIR" >&2; exit 2; }
 corpus="$(cd "$1" && pwd)"
-install_missing "${BUILD_PACKAGES[@]}" qpdf poppler-utils mupdf-tools jbig2dec python3
+install_missing "${BUILD_PACKAGES[@]}" qpdf poppler-utils mupdf-tools jbig2dec libtiff-tools python3 python3-numpy
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 

@@ -40,7 +40,8 @@ declare -A known_below=(
 
 
 # The JBIG2 images of a PDF: writes OBJ W H lines and their raw streams
-# as $2/OBJ.jb2 (through qpdf's uncompressed, object-stream-free form).
+# as $2/OBJ.jb2 (through qpdf's uncompressed, object-stream-free form),
+# with their JBIG2Globals streams as $2/OBJ.glob.
 jbig2_streams() {
   qpdf --qdf --object-streams=disable --stream-data=preserve ${password:+--password="$password"} \
     "$1" "$2/q.pdf" > /dev/null 2>&1
@@ -48,10 +49,9 @@ jbig2_streams() {
 import re, sys
 d = sys.argv[1]
 data = open(d + '/q.pdf', 'rb').read()
+streams = {}
 for m in re.finditer(rb'\n(\d+) 0 obj\s*<<(.*?)>>\s*stream\n', data, re.S):
     dic = m.group(2)
-    if b'/JBIG2Decode' not in dic:
-        continue
     ln = re.search(rb'/Length (\d+)( 0 R)?', dic)
     if not ln:
         continue
@@ -59,10 +59,17 @@ for m in re.finditer(rb'\n(\d+) 0 obj\s*<<(.*?)>>\s*stream\n', data, re.S):
         n = int(re.search(rb'\n%s 0 obj\s*(\d+)' % ln.group(1), data).group(1))
     else:
         n = int(ln.group(1))
+    streams[m.group(1)] = (dic, data[m.end():m.end() + n])
+for num, (dic, body) in streams.items():
+    if b'/JBIG2Decode' not in dic:
+        continue
     w = re.search(rb'/Width (\d+)', dic).group(1).decode()
     h = re.search(rb'/Height (\d+)', dic).group(1).decode()
-    obj = m.group(1).decode()
-    open('%s/%s.jb2' % (d, obj), 'wb').write(data[m.end():m.end() + n])
+    obj = num.decode()
+    open('%s/%s.jb2' % (d, obj), 'wb').write(body)
+    g = re.search(rb'/JBIG2Globals (\d+) 0 R', dic)
+    if g and g.group(1) in streams:
+        open('%s/%s.glob' % (d, obj), 'wb').write(streams[g.group(1)][1])
     print(obj, w, h)
 PY
 }
@@ -128,7 +135,9 @@ tail -n +2 "$manifest" | while IFS=$'\t' read -r file _ pages _ _ traits; do
       while read -r obj w h; do
         [ -n "$obj" ] || continue
         jb=$((jb + 1))
-        if ! jbig2dec -q -e -t pbm -o "$work/jb/$obj.pbm" "$work/jb/$obj.jb2" > /dev/null 2> "$work/jb/err"; then
+        globals=""
+        [ -f "$work/jb/$obj.glob" ] && globals="$work/jb/$obj.glob"
+        if ! jbig2dec -q -e -t pbm -o "$work/jb/$obj.pbm" $globals "$work/jb/$obj.jb2" > /dev/null 2> "$work/jb/err"; then
           problems+=("jbig2dec refuses object $obj: $(head -1 "$work/jb/err")")
         elif [ "$(pbm_size "$work/jb/$obj.pbm")" != "$w $h" ]; then
           problems+=("jbig2dec gives object $obj as $(pbm_size "$work/jb/$obj.pbm"), not $w $h")
