@@ -65,7 +65,7 @@ std::vector<uint8_t> ComponentSet::Bits(const Component& c) const {
     return bits;
 }
 
-std::optional<ComponentSet> FindComponents(const Bitmap& bm, size_t maxRuns) {
+std::optional<ComponentSet> FindComponents(const Bitmap& bm, size_t maxRuns, size_t maxComponents) {
     const size_t rowBytes = (size_t(bm.width) + 7) / 8;
     if (bm.stride < rowBytes || (bm.height > 0 && bm.rows.size() < bm.stride * (bm.height - 1) + rowBytes))
         ASRaiseErr(ErrSysGeneral, kErrBadParm);
@@ -95,6 +95,7 @@ std::optional<ComponentSet> FindComponents(const Bitmap& bm, size_t maxRuns) {
     for (size_t i = 0; i < runs.size(); ++i) {
         const uint32_t root = Find(parent, uint32_t(i));
         if (id[root] == kNone) {
+            if (set.components.size() == maxComponents) return std::nullopt;
             id[root] = uint32_t(set.components.size());
             Component c;
             c.x = runs[i].x0;

@@ -38,10 +38,14 @@ struct ComponentSet {
 // is not worth symbol coding, and the run table would grow with the
 // pixels.  Two million runs take about 40 MB.
 inline constexpr size_t kMaxRuns = size_t(1) << 21;
+// Nor is a page of more than half a million components (a dense 600 ppi
+// text page has a few thousand): this bounds what classifying them takes.
+inline constexpr size_t kMaxComponents = size_t(1) << 19;
 
 // The components, or nothing when the bitmap has more than `maxRuns` runs
-// of black.  Raises "bad parameter" when the rows are shorter than the
-// sizes say.
-std::optional<ComponentSet> FindComponents(const Bitmap& bitmap, size_t maxRuns = kMaxRuns);
+// of black or more than `maxComponents` components.  Raises "bad
+// parameter" when the rows are shorter than the sizes say.
+std::optional<ComponentSet> FindComponents(const Bitmap& bitmap, size_t maxRuns = kMaxRuns,
+                                           size_t maxComponents = kMaxComponents);
 
 }  // namespace jbig2

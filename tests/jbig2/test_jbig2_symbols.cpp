@@ -123,8 +123,10 @@ TEST(Components, LabelsTouchingNestedAndDiagonalShapes) {
     }
     // The ring's own bits leave the dot out.
     EXPECT_EQ(set->Bits(set->components[0]), (Bytes{0xF8, 0x88, 0x88, 0x88, 0xF8}));
-    // More runs than allowed: no components.
+    // More runs or components than allowed: none.
     EXPECT_FALSE(jbig2::FindComponents(p.View(), 10));
+    EXPECT_TRUE(jbig2::FindComponents(p.View(), 100, 6));
+    EXPECT_FALSE(jbig2::FindComponents(p.View(), 100, 5));
 }
 
 TEST(SymbolPage, TextPagesRoundTripSmallerThanGenericCoding) {
@@ -167,15 +169,25 @@ TEST(SymbolPage, TextPagesRoundTripSmallerThanGenericCoding) {
 
 TEST(DocumentCoder, SharesShapesOfSeveralPagesInOneDictionary) {
     // Pages 0, 1 and 3 use one alphabet; page 2 has only a rule, drawn
-    // once, and no shapes; page 3's coding is dropped.  The shared
-    // dictionary serves pages 0 and 1.
+    // once, and no shapes; page 3's coding is dropped; page 4's shapes (plus
+    // signs) occur on no other page.  The shared dictionary serves pages 0
+    // and 1; page 4 keeps its own coding.
     Page rule = Blank(500, 300);
     for (uint32_t x = 10; x < 400; ++x) rule.Set(x, 100);
-    const Page pages[] = {TextPage(500, 300, 11), TextPage(500, 300, 12), rule, TextPage(500, 300, 14)};
+    Page plus = Blank(500, 300);
+    for (uint32_t y = 10; y < 290; y += 6)
+        for (uint32_t x = 10; x < 490; x += 6) {
+            plus.Set(x + 1, y);
+            plus.Set(x, y + 1);
+            plus.Set(x + 1, y + 1);
+            plus.Set(x + 2, y + 1);
+            plus.Set(x + 1, y + 2);
+        }
+    const Page pages[] = {TextPage(500, 300, 11), TextPage(500, 300, 12), rule, TextPage(500, 300, 14), plus};
     jbig2::DocumentCoder coder;
     std::vector<Bytes> alone;
-    uint32_t tickets[4];
-    for (int i = 0; i < 4; ++i) {
+    uint32_t tickets[5];
+    for (int i = 0; i < 5; ++i) {
         alone.push_back(coder.Add(pages[i].View(), tickets[i]));
         EXPECT_EQ(tickets[i] == UINT32_MAX, i == 2);
         ExpectDecodesTo(alone.back(), pages[i]);

@@ -206,29 +206,50 @@ TEST(MonoParams, FollowTheMonoClassAndTheSectionSwitches) {
     EXPECT_TRUE(static_cast<bool>(p.jbig2));
 }
 
-TEST_F(ImageStep, ReducesABilevelScanToJBIG2ThatDecodesToTheSameSamples) {
+TEST_F(ImageStep, ReducesBilevelScansToJBIG2ThatShareSymbolsAndDecodeToTheSameSamples) {
+    // Two scans of lines of letters from a four-letter alphabet in random
+    // order, with a few specks: the letters become symbols shared by both.
     const int w = 300, h = 200;
     const size_t stride = (w + 7) / 8;
-    std::vector<uint8_t> page(stride * h, 0xFF);
-    // Glyph-like blobs of random shapes on lines of text.
+    const char* letters[4][7] = {{"#####", "#...#", "#...#", "#...#", "#...#", "#...#", "#####"},
+                                 {"..#..", "..#..", "..#..", "..#..", "..#..", "..#..", "..#.."},
+                                 {"#....", "#....", "#....", "#....", "#....", "#....", "#####"},
+                                 {"#####", "..#..", "..#..", "..#..", "..#..", "..#..", "..#.."}};
+    std::vector<std::vector<uint8_t>> pages;
     unsigned seed = 5;
-    for (int y = 20; y < 180; ++y)
-        for (int x = 30; x < 270; ++x) {
+    for (int n = 0; n < 2; ++n) {
+        std::vector<uint8_t> page(stride * h, 0xFF);
+        auto ink = [&](int x, int y) { page[size_t(y) * stride + size_t(x) / 8] &= uint8_t(~(0x80 >> (x % 8))); };
+        for (int line = 0; line < 11; ++line)
+            for (int k = 0, letter = 0; k < 30; ++k, seed = seed * 1103515245u + 12345u, letter = int(seed >> 16) % 4)
+                for (int y = 0; y < 7; ++y)
+                    for (int x = 0; x < 5; ++x)
+                        if (letters[letter][y][x] == '#') ink(30 + k * 8 + x, 20 + line * 14 + y);
+        for (int i = 0; i < 20; ++i) {
             seed = seed * 1103515245u + 12345u;
-            const bool inGlyph = (y / 12) % 2 == 0 && (x / 7) % 3 != 2 && ((x / 7 * 13 + y / 3) % 5 < 3);
-            if (inGlyph && (seed >> 16) % 8 != 0) page[y * stride + x / 8] &= uint8_t(~(0x80 >> (x % 8)));
+            ink(int(seed >> 8) % w, int(seed >> 20) % h);
         }
-    for (int y = 0; y < h; ++y) page[y * stride + stride - 1] &= 0xF0;  // clear padding past 300
-    CosObj img = Image(w, h, "DeviceGray", 1, page);
+        for (int y = 0; y < h; ++y) page[y * stride + stride - 1] |= 0x0F;  // padding past 300 as white
+        pages.push_back(page);
+    }
+    CosObj a = Image(w, h, "DeviceGray", 1, pages[0]), b = Image(w, h, "DeviceGray", 1, pages[1]);
 
     prefs.Images().mono.filter = A("JBIG2");
     prefs.RunFinishingSteps();
-    Reduce({{img, 300}});
-    EXPECT_EQ(Stat("Images_ToBeProcessed"), 1);
-    EXPECT_EQ(Stat("Images_Processed"), 1);
-    EXPECT_EQ(ASAtomGetString(CosDictGetName(img, A("Filter"))), std::string("JBIG2Decode"));
-    std::vector<uint8_t> back = CosStreamDecodedData(img);
-    ASSERT_EQ(back.size(), page.size());
-    for (int y = 0; y < h; ++y) back[y * stride + stride - 1] &= 0xF0;
-    EXPECT_EQ(back, page);
+    Reduce({{a, 300}, {b, 300}});
+    EXPECT_EQ(Stat("Images_ToBeProcessed"), 2);
+    EXPECT_EQ(Stat("Images_Processed"), 2);
+    CosObj globals[2];
+    int i = 0;
+    for (CosObj img : {a, b}) {
+        EXPECT_EQ(ASAtomGetString(CosDictGetName(img, A("Filter"))), std::string("JBIG2Decode"));
+        globals[i] = CosDictGet(CosDictGet(img, A("DecodeParms")), A("JBIG2Globals"));
+        EXPECT_EQ(CosObjGetType(globals[i]), kCosStream);
+        std::vector<uint8_t> back = CosStreamDecodedData(img);
+        ASSERT_EQ(back.size(), pages[size_t(i)].size());
+        for (int y = 0; y < h; ++y) back[y * stride + stride - 1] |= 0x0F;
+        EXPECT_EQ(back, pages[size_t(i)]);
+        ++i;
+    }
+    EXPECT_TRUE(CosObjEqual(globals[0], globals[1]));
 }
