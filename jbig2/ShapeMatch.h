@@ -2,10 +2,11 @@
 // another.  It is deliberately strict: a wrong match changes what a page
 // says (a "6" drawn as an "8"), while a missed one only costs bytes.
 //
-// Two shapes match when
-//  - they have the same width and height;
-//  - they differ in at most w x h / 32 pixels (about 3 % of the box, so
-//    shapes of fewer than 32 pixels must be equal);
+// Shape b is laid over shape a with its top-left corner at (dx, dy) in a's
+// box.  They match when
+//  - their widths and heights differ by at most one pixel;
+//  - they differ in at most w x h / 32 pixels, w x h being the larger box
+//    (about 3 %, so shapes of fewer than 32 pixels must be equal);
 //  - no differing pixel has more than 3 differing pixels in its 3 x 3
 //    neighbourhood, itself included.  Scanner noise moves edges by a
 //    pixel, which differs in thin lines; a stroke that one shape has and
@@ -16,6 +17,6 @@
 
 namespace jbig2 {
 
-bool ShapesMatch(const Symbol& a, const Symbol& b);
+bool ShapesMatch(const Symbol& a, const Symbol& b, int dx = 0, int dy = 0);
 
 }  // namespace jbig2

@@ -47,6 +47,7 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
     std::vector<uint32_t> cls(set.components.size(), UINT32_MAX);
     std::vector<uint32_t> members;
     std::vector<std::vector<uint8_t>> bits;
+    std::vector<std::pair<uint32_t, uint32_t>> size;
     for (size_t i = 0; i < set.components.size(); ++i) {
         const Component& c = set.components[i];
         if (c.w > options.maxSide || c.h > options.maxSide) continue;
@@ -58,16 +59,19 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
         if (added) {
             members.push_back(0);
             bits.push_back(std::move(b));
+            size.emplace_back(c.w, c.h);
         }
         cls[i] = it->second;
         ++members[it->second];
     }
     classOf.clear();
 
-    // Lossy: a class drawn as an earlier one that looks the same.  Each
-    // class is tried against a bounded number of earlier ones of its size,
-    // so a page of a million specks stays linear.
+    // Lossy: a class drawn as an earlier one that looks the same, of its
+    // size or one pixel off, laid over it in the place where they match.
+    // Each class is tried against a bounded number of earlier ones, so a
+    // page of a million specks stays linear.
     std::vector<uint32_t> root(members.size());
+    std::vector<std::pair<int, int>> offset(members.size(), {0, 0});  // the member's corner in its root's box
     for (uint32_t c = 0; c < members.size(); ++c) root[c] = c;
     if (options.lossy) {
         constexpr size_t kTries = 64;
@@ -76,14 +80,25 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
         for (size_t i = 0; i < set.components.size(); ++i) {
             const uint32_t c = cls[i];
             if (c == UINT32_MAX || !probe[c].bits.empty()) continue;
-            probe[c] = {set.components[i].w, set.components[i].h, bits[c]};
-            std::vector<uint32_t>& roots = bySize[uint64_t(probe[c].w) << 32 | probe[c].h];
-            for (size_t k = 0; k < roots.size() && k < kTries; ++k)
-                if (ShapesMatch(probe[roots[k]], probe[c])) {
-                    root[c] = roots[k];
-                    break;
+            const Symbol& shape = probe[c] = {set.components[i].w, set.components[i].h, bits[c]};
+            size_t tries = 0;
+            for (int dw : {0, -1, 1})
+                for (int dh : {0, -1, 1}) {
+                    if (root[c] != c || int64_t(shape.w) + dw < 1 || int64_t(shape.h) + dh < 1) continue;
+                    auto it = bySize.find(uint64_t(shape.w + dw) << 32 | uint32_t(shape.h + dh));
+                    if (it == bySize.end()) continue;
+                    for (uint32_t r : it->second) {
+                        if (tries++ == kTries || root[c] != c) break;
+                        // A root one pixel larger may hold the member at 0 or 1.
+                        for (int ox = std::min(0, dw); ox <= std::max(0, dw) && root[c] == c; ++ox)
+                            for (int oy = std::min(0, dh); oy <= std::max(0, dh) && root[c] == c; ++oy)
+                                if (ShapesMatch(probe[r], shape, ox, oy)) {
+                                    root[c] = r;
+                                    offset[c] = {ox, oy};
+                                }
+                    }
                 }
-            if (root[c] == c) roots.push_back(c);
+            if (root[c] == c) bySize[uint64_t(shape.w) << 32 | shape.h].push_back(c);
         }
         for (uint32_t c = 0; c < members.size(); ++c)
             if (root[c] != c) {
@@ -101,7 +116,11 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
     uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
     for (size_t i = 0; i < set.components.size(); ++i) {
         const Component& c = set.components[i];
-        if (cls[i] == UINT32_MAX || members[root[cls[i]]] < 2) {
+        const auto [ox, oy] = cls[i] == UINT32_MAX ? std::pair<int, int>{0, 0} : offset[cls[i]];
+        // A shape drawn one pixel up or left of a component at the edge
+        // would leave the page: such a component stays as it is.
+        const bool fits = int64_t(c.x) >= ox && int64_t(c.y) >= oy;
+        if (cls[i] == UINT32_MAX || members[root[cls[i]]] < 2 || !fits) {
             x0 = std::min(x0, c.x);
             y0 = std::min(y0, c.y);
             x1 = std::max(x1, c.x + c.w);
@@ -111,10 +130,12 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
         const uint32_t r = root[cls[i]];
         uint32_t& shape = shapeOf[r];
         if (shape == UINT32_MAX) {
+            // The root's own size: a member may be a pixel larger or smaller.
             shape = uint32_t(plan.shapes.size());
-            plan.shapes.push_back({c.w, c.h, bits[r]});
+            plan.shapes.push_back({size[r].first, size[r].second, bits[r]});
         }
-        plan.placements.push_back({shape, c.x, c.y, c.w, c.h});
+        const Symbol& drawn = plan.shapes[shape];
+        plan.placements.push_back({shape, uint32_t(int64_t(c.x) - ox), uint32_t(int64_t(c.y) - oy), drawn.w, drawn.h});
         for (size_t r = c.firstRun; r < c.firstRun + c.runCount; ++r) {
             const Run& run = set.runs[r];
             uint8_t* row = plan.residue.data() + size_t(run.y) * rowBytes;

@@ -8,11 +8,14 @@
 #   - lossless: each page's JBIG2 image, decoded by the jbig2dec program
 #     with its JBIG2Globals, is the scan's bitmap bit for bit; both pages
 #     render the same as the scan document's in pdftoppm and in mutool; the
-#     JBIG2 output is at most 0.6 x the scan document's size;
+#     JBIG2 output is at most 0.6 x the scan document's size (0.9 x for
+#     the real scan below, whose noise leaves few exact repeats);
 #   - lossy: both pages render at 30 dB or better against the scan
 #     document's (pdftoppm), and where a decoded page differs from the
 #     bitmap, no differing pixel has more than 3 differing pixels in its
 #     3 x 3 neighbourhood: noise moved, no stroke added or lost.
+# The corpus's own bilevel office scan (scan-bilevel-g4.pdf, first two
+# pages) goes through the same checks as it is.
 #
 #   80-jbig2.sh CORPUS_DIR BUILD_DIR WORK_DIR
 set -uo pipefail
@@ -109,25 +112,11 @@ print("DIFF %d %d" % (int(x.sum()), int(((n > 3) & (x == 1)).sum())))
 PY
 }
 
-for spec in r-intro.pdf:3 groff-man-bash.pdf:10 libreoffice-gs-use.pdf:5; do
-  file="${spec%%:*}"; first="${spec##*:}"
-  in="$corpus/$file"
-  [ -f "$in" ] || continue
-  rm -rf "$work/s"; mkdir -p "$work/s"
-  pdftoppm -q -mono -r 300 -tiff -f "$first" -l $((first + 1)) "$in" "$work/s/t"
-  parts=()
-  for t in "$work"/s/t-*.tif; do
-    tiffcp -c g4 "$t" "${t%.tif}.g4.tif" 2> /dev/null
-    "$bin" -o "${t%.tif}.pdf" "${t%.tif}.g4.tif" > /dev/null 2>&1
-    parts+=("${t%.tif}.pdf")
-  done
-  scan="$work/s/scan.pdf"
-  if [ ${#parts[@]} -ne 2 ] || ! qpdf --empty --pages "${parts[@]}" -- "$scan" 2> /dev/null; then
-    echo "FAIL $file: the scan document could not be made"
-    continue
-  fi
+check_scan() {  # FILE SCAN TENTHS: the checks above on a two-page scan document
+  local file="$1" scan="$2" tenths="$3" mode out rc n k cmp db size_scan size_out
   # The scan's own bitmaps, as poppler decodes them.
-  pdfimages "$scan" "$work/s/p" 2> /dev/null
+  rm -f "$work"/s/p-*.pbm
+  pdfimages -l 2 "$scan" "$work/s/p" 2> /dev/null
   bitmaps=("$work"/s/p-*.pbm)
   problems=(); checked=()
   for mode in lossless lossy; do
@@ -173,8 +162,8 @@ for spec in r-intro.pdf:3 groff-man-bash.pdf:10 libreoffice-gs-use.pdf:5; do
     done
     size_scan=$(stat -c %s "$scan"); size_out=$(stat -c %s "$out")
     checked+=("$mode $size_scan -> $size_out bytes")
-    if [ "$mode" = lossless ] && [ $((size_out * 10)) -gt $((size_scan * 6)) ]; then
-      problems+=("lossless output $size_out bytes, above 0.6 x the G4 scan's $size_scan")
+    if [ "$mode" = lossless ] && [ $((size_out * 10)) -gt $((size_scan * tenths)) ]; then
+      problems+=("lossless output $size_out bytes, above 0.$tenths x the G4 scan's $size_scan")
     fi
   done
   if [ ${#problems[@]} -eq 0 ]; then
@@ -182,5 +171,28 @@ for spec in r-intro.pdf:3 groff-man-bash.pdf:10 libreoffice-gs-use.pdf:5; do
   else
     echo "FAIL $file: ${problems[*]}"
   fi
+}
+
+for spec in r-intro.pdf:3 groff-man-bash.pdf:10 libreoffice-gs-use.pdf:5; do
+  file="${spec%%:*}"; first="${spec##*:}"
+  in="$corpus/$file"
+  [ -f "$in" ] || continue
+  rm -rf "$work/s"; mkdir -p "$work/s"
+  pdftoppm -q -mono -r 300 -tiff -f "$first" -l $((first + 1)) "$in" "$work/s/t"
+  parts=()
+  for t in "$work"/s/t-*.tif; do
+    tiffcp -c g4 "$t" "${t%.tif}.g4.tif" 2> /dev/null
+    "$bin" -o "${t%.tif}.pdf" "${t%.tif}.g4.tif" > /dev/null 2>&1
+    parts+=("${t%.tif}.pdf")
+  done
+  scan="$work/s/scan.pdf"
+  if [ ${#parts[@]} -ne 2 ] || ! qpdf --empty --pages "${parts[@]}" -- "$scan" 2> /dev/null; then
+    echo "FAIL $file: the scan document could not be made"
+    continue
+  fi
+  check_scan "$file" "$scan" 6
 done
+[ -f "$corpus/scan-bilevel-g4.pdf" ] && { rm -rf "$work/s"; mkdir -p "$work/s"
+  qpdf --empty --pages "$corpus/scan-bilevel-g4.pdf" 1-2 -- "$work/s/scan.pdf" 2> /dev/null
+  check_scan scan-bilevel-g4.pdf "$work/s/scan.pdf" 9; }
 rm -rf "$work/s"
