@@ -358,6 +358,30 @@ std::vector<CosObj> PDCollectPages(CosDoc doc) {
     TreeRepairs rep;
     std::vector<CosObj> out = WalkTree(pages, rep);
     rep.Report();
+    if (out.empty() && (rep.badKids || rep.loops)) {
+        // The mended tree leads to no page: a document without pages is no
+        // result, so the pages are looked for among all objects (as other
+        // readers do), and the file is refused when there are none.
+        std::vector<CosObj> lost;
+        for (ASInt32 id = CosDocNextObjID(doc, 0); id < CosDocGetObjTableSize(doc); id = CosDocNextObjID(doc, id)) {
+            CosObj obj = CosDocGetObjByID(doc, id);
+            if (CosObjGetType(obj) == kCosDict && CosDictGetName(obj, cosnames::Type) == cosnames::Page)
+                lost.push_back(obj);
+        }
+        if (lost.empty()) RaiseBadPagesRoot();
+        CosObj kids = CosNewArray(doc, false, static_cast<ASInt32>(lost.size()));
+        for (CosObj page : lost) {
+            CosArrayAppend(kids, page);
+            CosDictPut(page, cosnames::Parent, pages);
+        }
+        CosDictPut(pages, cosnames::Kids, kids);
+        CosDictPutInteger(pages, cosnames::Count, static_cast<ASInt32>(lost.size()));
+        CosWarn("the page tree leads to no page; the %s found by scanning the file %s kept",
+                lost.size() == 1 ? "page object" : (std::to_string(lost.size()) + " page objects").c_str(),
+                lost.size() == 1 ? "is" : "are");
+        TreeRepairs again;
+        out = WalkTree(pages, again);
+    }
     return out;
 }
 

@@ -215,6 +215,28 @@ TEST_F(PageTreeRepair, EntriesThatAreNotPagesAreDroppedAndCountsCorrected) {
     EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 2);
 }
 
+TEST_F(PageTreeRepair, TreeLeadingToNoPageKeepsThePagesFoundByScanning) {
+    // The only entry is damaged; or the tree runs 108 nodes deep into a node
+    // that lists itself, with the page outside it.  Either way the mended
+    // tree would hold no page, and the page objects of the file are kept.
+    std::vector<std::string> damaged = {"<< /Type /Catalog /Pages 2 0 R >>",
+                                        "<< /Type /Pages /Kids [4 0 R] /Count 1 >>", Page(2), "(not a page)"};
+    std::vector<std::string> deep = {"<< /Type /Catalog /Pages 3 0 R >>", Page(3)};
+    for (int i = 0; i < 108; ++i)
+        deep.push_back("<< /Type /Pages /Kids [" + std::to_string(i < 107 ? 4 + i : 3 + i) + " 0 R] /Count 1 >>");
+    for (const auto* objs : {&damaged, &deep}) {
+        warnings.clear();
+        OpenDoc pd(MakePdf(*objs).bytes);
+        ASSERT_EQ(pd.pages(), 1);
+        EXPECT_TRUE(Warned("leads to no page")) << warnings;
+        EXPECT_EQ(PagesAfterRoundTrip(pd.pd), 1);
+    }
+    // No page object anywhere: refused rather than written without pages.
+    std::vector<std::string> none = {"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                                     "(not a page)"};
+    EXPECT_THROW(PageCount(MakePdf(none).bytes), CVellumError);
+}
+
 TEST_F(PageTreeRepair, SingleKidWithoutItsArrayIsWrapped) {
     // Kids naming one node without the array, by reference and written in
     // place (the tree then owns a copy: nothing may be left unowned).
