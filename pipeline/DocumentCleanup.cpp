@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <unordered_set>
 #include <vector>
 
@@ -261,8 +262,84 @@ void NamedDests(Cleanup& c) {
     if (ReadTree(CosDictGet(names, K_Dests), TreeKind::Names).problem.empty()) CosDictRemove(names, K_Dests);
 }
 
-// The embedded files, and the portfolio view that would only show them.
+// True for an action that opens an embedded file: a go-to into an
+// embedded document, or a launch of a file specification that embeds it.
+bool OpensEmbeddedFile(CosObj action) {
+    if (!IsDict(action)) return false;
+    const ASAtom s = CosDictGetName(action, K("S"));
+    if (s == K("GoToE")) return true;
+    return s == K("Launch") && IsDict(CosDictGet(action, K("F"))) && Present(CosDictGet(action, K("F")), K_EF);
+}
+
+// Removes from the action in `holder`'s `key` (and from the actions it
+// chains with Next) those that open an embedded file; returns how many.
+int PruneEmbeddedFileActions(CosObj holder, ASAtom key, int depth = 0) {
+    CosObj value = CosDictGet(holder, key);
+    if (OpensEmbeddedFile(value)) {
+        CosDictRemove(holder, key);
+        return 1;
+    }
+    if (!IsDict(value) || depth > 32) return 0;
+    CosObj next = CosDictGet(value, K("Next"));
+    if (CosObjGetType(next) != kCosArray) return PruneEmbeddedFileActions(value, K("Next"), depth + 1);
+    int removed = 0;
+    for (ASInt32 i = CosArrayLength(next) - 1; i >= 0; --i)
+        if (OpensEmbeddedFile(CosArrayGet(next, i))) {
+            CosArrayRemoveAt(next, i);
+            ++removed;
+        }
+    return removed;
+}
+
+// Every entry of an additional-actions dictionary.
+int PruneAdditionalActions(CosObj holder) {
+    CosObj aa = CosDictGet(holder, K("AA"));
+    if (!IsDict(aa)) return 0;
+    int removed = 0;
+    for (ASInt32 i = CosDictCount(aa) - 1; i >= 0; --i) removed += PruneEmbeddedFileActions(aa, CosDictKeyAt(aa, i));
+    return removed;
+}
+
+// Actions that would open an embedded file once the files are gone: the
+// document's, the outline's and the annotations'.  A link left with no
+// action and no destination goes too.
+int RemoveEmbeddedFileActions(Cleanup& c) {
+    int removed = PruneEmbeddedFileActions(c.catalog, K("OpenAction")) + PruneAdditionalActions(c.catalog);
+    CosObj outlines = c.CatalogDict(K("Outlines"), false);
+    std::set<CosObj> seen;
+    std::vector<CosObj> items;
+    if (IsDict(outlines)) items.push_back(CosDictGet(outlines, K("First")));
+    while (!items.empty() && seen.size() < 1000000) {
+        CosObj item = items.back();
+        items.pop_back();
+        if (!IsDict(item) || !seen.insert(item).second) continue;
+        removed += PruneEmbeddedFileActions(item, K("A"));
+        items.push_back(CosDictGet(item, K("Next")));
+        items.push_back(CosDictGet(item, K("First")));
+    }
+    for (ASInt32 p = 0; p < PDDocGetNumPages(c.ctx.doc); ++p) {
+        CosObj page = PDDocGetPageObj(c.ctx.doc, p);
+        removed += PruneAdditionalActions(page);
+        CosObj annots = CosDictGet(page, K("Annots"));
+        if (CosObjGetType(annots) != kCosArray) continue;
+        for (ASInt32 i = CosArrayLength(annots) - 1; i >= 0; --i) {
+            CosObj annot = CosArrayGet(annots, i);
+            if (!IsDict(annot)) continue;
+            const int here = PruneEmbeddedFileActions(annot, K("A")) + PruneAdditionalActions(annot);
+            removed += here;
+            if (here > 0 && CosDictGetName(annot, K("Subtype")) == K("Link") && !Present(annot, K("A")) &&
+                !Present(annot, K("Dest")))
+                CosArrayRemoveAt(annots, i);
+        }
+    }
+    return removed;
+}
+
+// The embedded files, the portfolio view that would only show them, and
+// the actions that would open them.
 void EmbeddedFiles(Cleanup& c) {
+    const int actions = RemoveEmbeddedFileActions(c);
+    if (actions > 0) c.ctx.stats.Increment("EmbeddedFiles_Removed", actions);
     CosObj names = c.CatalogDict(K_Names, false);
     if (!Cleanup::RemoveIfPresent(names, K_EmbeddedFiles)) return;
     c.ctx.stats.Increment("EmbeddedFiles_Removed");

@@ -289,6 +289,38 @@ TEST_F(DocumentCleanupTest, ThreadsFormsAndFilesFollowTheirSettings) {
     EXPECT_EQ(Stat("EmbeddedFiles_Removed"), 1);
 }
 
+TEST_F(DocumentCleanupTest, ActionsThatOpenEmbeddedFilesGoWithTheFiles) {
+    // A link whose only action goes into an embedded file goes whole; one
+    // with a destination stays without the action; chained, outline, open
+    // and additional actions lose the embedded-file ones and keep the rest.
+    CosObj page = AddPage();
+    auto gotoE = [&] { return Dict({{"S", Name("GoToE")}, {"T", Dict()}}); };
+    auto launchEmbedded = [&] { return Dict({{"S", Name("Launch")}, {"F", Dict({{"EF", Dict()}})}}); };
+    auto uri = [&] { return Dict({{"S", Name("URI")}, {"URI", Str("https://example.org")}}); };
+    CosObj onlyFile = Dict({{"Subtype", Name("Link")}, {"A", gotoE()}});
+    CosObj withDest = Dict({{"Subtype", Name("Link")}, {"A", launchEmbedded()}, {"Dest", Fit(page)}});
+    CosObj chained = Dict({{"Subtype", Name("Link")}, {"A", Dict({{"S", Name("URI")}, {"Next", Arr({gotoE(), uri()})}})}});
+    CosObj widget = Dict({{"Subtype", Name("Widget")}, {"AA", Dict({{"U", gotoE()}, {"D", uri()}})}});
+    CosObj launchFile = Dict({{"S", Name("Launch")}, {"F", Str("other.pdf")}});
+    CosDictPut(page, A("Annots"), Arr({onlyFile, withDest, chained, widget}));
+    CosObj item = Dict({{"A", gotoE()}, {"Title", Str("x")}}, true);
+    CosDictPut(cat, A("Outlines"), Dict({{"First", item}, {"Last", item}, {"Count", Int(1)}}, true));
+    CosDictPut(cat, A("OpenAction"), launchFile);
+
+    prefs.Optimize().removeEmbeddedFiles = true;
+    Run();
+    CosObj annots = CosDictGet(page, A("Annots"));
+    ASSERT_EQ(CosArrayLength(annots), 3);
+    EXPECT_EQ(CosArrayGet(annots, 0), withDest);
+    EXPECT_FALSE(Has(withDest, "A"));
+    EXPECT_EQ(CosArrayLength(CosDictGet(CosDictGet(chained, A("A")), A("Next"))), 1);
+    EXPECT_FALSE(Has(CosDictGet(widget, A("AA")), "U"));
+    EXPECT_TRUE(Has(CosDictGet(widget, A("AA")), "D"));
+    EXPECT_FALSE(Has(item, "A"));
+    EXPECT_TRUE(Has(cat, "OpenAction"));  // a launch of a file outside the document stays
+    EXPECT_EQ(Stat("EmbeddedFiles_Removed"), 5);
+}
+
 TEST_F(DocumentCleanupTest, EmptyStructuresGoButAFormWithXfaStays) {
     CosObj form = Dict({{"Fields", Arr({})}}, true);
     CosDictPut(cat, A("AcroForm"), form);
