@@ -79,7 +79,11 @@ std::string IntToText(int64_t value, int radix) {
 std::string FormatDefault(double value) {
     std::ostringstream s;
     s << value;
-    return s.str();
+    std::string text = s.str();
+    // PDF numbers have no exponent: 2.6e+10 would read as 2.6 and an
+    // operator "e+10".  Very large and very small values are written out.
+    if (text.find_first_of("eEn") != std::string::npos) text = FormatReal(value, 6);
+    return text;
 }
 
 ContentToken ContentToken::MakeNumber(double v) {

@@ -46,6 +46,7 @@ TEST(FuzzReplay, EveryKeptInputRewritesStably) {
             std::string once = Rewrite(data, nullptr, remove);
             std::string twice = Rewrite(once);
             EXPECT_EQ(Ops(once), Ops(twice)) << name;
+            EXPECT_EQ(once, twice) << name;
         }
         ResourceUseHandler use;
         use.RunContent(Bytes(data));
