@@ -39,6 +39,16 @@ TEST(InkThreshold, FollowsTheRatioWithinItsBounds) {
     EXPECT_NEAR(InkThreshold(1.5), 1.0 / 3.0, 1e-12);
 }
 
+// A coverage that lands on the threshold counts as ink: 3 of 25 pixels
+// shrunk 5 to 1 cover 31 of 255, the threshold at that ratio; 2 do not.
+TEST(DownsampleInk, CoverageAtTheThresholdIsInk) {
+    for (int inked : {2, 3}) {
+        InkBitmap b = Blank(5, 5);
+        for (int i = 0; i < inked; ++i) Set(b, i * 2, i);
+        EXPECT_EQ(InkCount(DownsampleInk(b, 1, 1, "box")), size_t(inked == 3)) << inked;
+    }
+}
+
 // One-pixel lines, vertical, horizontal and diagonal, at every offset
 // against the destination grid, stay unbroken through the filters the
 // settings offer for averaging, at ratio 2 and 3 and at a ratio between.

@@ -1,5 +1,6 @@
 // The resource step (duplicate images and profiles, family counts, stream
 // recompression) and the merge of equal objects, on documents built here.
+#include "filters/DCTEncode.h"
 #include "pipeline/ObjectDuplicates.h"
 #include "pipeline/ResourceOptimizer.h"
 #include "pipeline/StreamRecompress.h"
@@ -215,6 +216,36 @@ TEST_F(ResourcesTest, LosslessImageReencodingKeepsEverySample) {
     EXPECT_EQ(RecompressOutcome::Undecodable, r.outcome);
     EXPECT_NE(std::string::npos, r.message.find("expected"));
     EXPECT_EQ(before, Encoded(liar));
+}
+
+TEST_F(ResourcesTest, JpegTranscodeIsProgressiveFromPdf13AndReplacesOnlyWhenSmaller) {
+    Bytes rgb;
+    for (int y = 0; y < 200; ++y)
+        for (int x = 0; x < 256; ++x)
+            for (int c = 0; c < 3; ++c) rgb.push_back(uint8_t((x * (c + 1) + y * 3 + (x * y) % 17) & 0xFF));
+    const Bytes jpeg = filters::EncodeDCT(rgb, 256, 200, 3, {});
+    const uint8_t sof2[2] = {0xFF, 0xC2};
+    for (int minor : {2, 3}) {
+        SCOPED_TRACE(minor);
+        std::string pdf = "%PDF-1." + std::to_string(minor) +
+                          "\n1 0 obj << /Type /Catalog /Pages 2 0 R >> endobj\n"
+                          "2 0 obj << /Type /Pages /Kids [] /Count 0 >> endobj\n"
+                          "3 0 obj << /Type /XObject /Subtype /Image /Width 256 /Height 200 /ColorSpace /DeviceRGB "
+                          "/BitsPerComponent 8 /Filter /DCTDecode /Length " +
+                          std::to_string(jpeg.size()) + " >>\nstream\n" + std::string(jpeg.begin(), jpeg.end()) +
+                          "\nendstream endobj\ntrailer << /Root 1 0 R >>\n";
+        CosDoc d = CosDocOpenFromMemory({reinterpret_cast<const uint8_t*>(pdf.data()), pdf.size()});
+        CosObj img = CosDocGetObjByID(d, 3);
+        RecompressImageLossless(img, 9);
+        const Bytes once(CosStreamEncodedData(img).begin(), CosStreamEncodedData(img).end());
+        const bool progressive = std::search(once.begin(), once.end(), sof2, sof2 + 2) != once.end();
+        EXPECT_EQ(progressive, minor >= 3);  // progressive JPEG is PDF 1.3 and later
+        if (minor >= 3) EXPECT_LT(once.size(), jpeg.size());
+        // Transcoding the result again gains nothing, and nothing changes.
+        EXPECT_NE(RecompressImageLossless(img, 9).outcome, RecompressOutcome::Smaller);
+        EXPECT_EQ(once, Bytes(CosStreamEncodedData(img).begin(), CosStreamEncodedData(img).end()));
+        CosDocClose(d);
+    }
 }
 
 TEST_F(ResourcesTest, FontsAreCountedLoggedAndCompressed) {
