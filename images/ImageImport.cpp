@@ -121,6 +121,43 @@ struct JpegInfo {
     double xppi = 0, yppi = 0;
 };
 
+// The resolution in the first image directory of an Exif block (the data
+// of an APP1 marker, "Exif" and two zero bytes, then a TIFF structure of
+// either byte order): XResolution, YResolution and ResolutionUnit (2 inch,
+// the default, or 3 centimetre).  False when it gives none.
+bool ExifResolution(std::span<const uint8_t> d, double& xppi, double& yppi) {
+    static const uint8_t kExif[6] = {'E', 'x', 'i', 'f', 0, 0};
+    if (d.size() < 14 || !std::equal(kExif, kExif + 6, d.begin())) return false;
+    const std::span<const uint8_t> t = d.subspan(6);
+    const bool little = t[0] == 'I' && t[1] == 'I';
+    if (!little && !(t[0] == 'M' && t[1] == 'M')) return false;
+    auto u16 = [&](size_t at) -> uint32_t {
+        return little ? uint32_t(t[at]) | uint32_t(t[at + 1]) << 8 : uint32_t(t[at]) << 8 | t[at + 1];
+    };
+    auto u32 = [&](size_t at) -> uint32_t { return little ? u16(at) | u16(at + 2) << 16 : u16(at) << 16 | u16(at + 2); };
+    const uint32_t ifd = u32(4);
+    if (ifd > t.size() || t.size() - ifd < 2) return false;
+    const uint32_t entries = u16(ifd);
+    double x = 0, y = 0, unit = 2;
+    for (uint32_t i = 0; i < entries; ++i) {
+        const size_t e = size_t(ifd) + 2 + size_t(i) * 12;
+        if (e + 12 > t.size()) break;
+        const uint32_t tag = u16(e), type = u16(e + 2);
+        if ((tag == 0x011A || tag == 0x011B) && type == 5) {  // RATIONAL
+            const uint32_t at = u32(e + 8);
+            if (at > t.size() || t.size() - at < 8 || u32(at + 4) == 0) continue;
+            (tag == 0x011A ? x : y) = double(u32(at)) / double(u32(at + 4));
+        } else if (tag == 0x0128 && type == 3) {  // SHORT, in the value field
+            unit = u16(e + 8);
+        }
+    }
+    const double scale = unit == 2 ? 1.0 : unit == 3 ? 2.54 : 0.0;
+    if (!(x > 0 && y > 0 && scale > 0)) return false;
+    xppi = x * scale;
+    yppi = y * scale;
+    return true;
+}
+
 // Reads the header only; false when libjpeg refuses the data.
 bool ReadJpegHeader(std::span<const uint8_t> bytes, JpegInfo& info) {
     if (bytes.size() < 4 || bytes[0] != 0xFF || bytes[1] != 0xD8) return false;
@@ -137,6 +174,7 @@ bool ReadJpegHeader(std::span<const uint8_t> bytes, JpegInfo& info) {
     jpeg_create_decompress(&cinfo);
     jpeg_mem_src(&cinfo, bytes.data(), static_cast<unsigned long>(bytes.size()));
     jpeg_save_markers(&cinfo, JPEG_APP0 + 14, 0xFFFF);
+    jpeg_save_markers(&cinfo, JPEG_APP0 + 1, 0xFFFF);
     if (jpeg_read_header(&cinfo, TRUE) != JPEG_HEADER_OK) {
         jpeg_destroy_decompress(&cinfo);
         return false;
@@ -151,6 +189,10 @@ bool ReadJpegHeader(std::span<const uint8_t> bytes, JpegInfo& info) {
         info.xppi = cinfo.X_density * scale;
         info.yppi = cinfo.Y_density * scale;
     }
+    // Cameras and phones give their resolution in Exif only (with a JFIF
+    // marker of aspect ratio alone, or none): image-to-PDF tools use it.
+    for (jpeg_saved_marker_ptr m = cinfo.marker_list; m && !(info.xppi > 0); m = m->next)
+        if (m->marker == JPEG_APP0 + 1) ExifResolution({m->data, m->data_length}, info.xppi, info.yppi);
     jpeg_destroy_decompress(&cinfo);
     return precision8;
 }

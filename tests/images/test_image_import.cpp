@@ -31,6 +31,32 @@ Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool 
     });
 }
 
+// `jpeg` with an Exif APP1 marker after its SOI whose first directory
+// gives XResolution x, YResolution y (rationals over 1) and the unit.
+Bytes WithExif(Bytes jpeg, bool little, uint32_t x, uint32_t y, uint16_t unit) {
+    Bytes t;
+    auto put = [&](uint32_t v, int bytes) {
+        for (int i = 0; i < bytes; ++i) t.push_back(uint8_t(v >> (little ? 8 * i : 8 * (bytes - 1 - i))));
+    };
+    t.push_back(little ? 'I' : 'M');
+    t.push_back(little ? 'I' : 'M');
+    put(42, 2);
+    put(8, 4);   // the first directory
+    put(3, 2);   // three entries
+    put(0x011A, 2), put(5, 2), put(1, 4), put(50, 4);  // XResolution at 50
+    put(0x011B, 2), put(5, 2), put(1, 4), put(58, 4);  // YResolution at 58
+    put(0x0128, 2), put(3, 2), put(1, 4), put(unit, 2), put(0, 2);
+    put(0, 4);   // no next directory
+    put(x, 4), put(1, 4), put(y, 4), put(1, 4);
+    Bytes app1 = {'E', 'x', 'i', 'f', 0, 0};
+    app1.insert(app1.end(), t.begin(), t.end());
+    const size_t len = app1.size() + 2;
+    Bytes marker = {0xFF, 0xE1, uint8_t(len >> 8), uint8_t(len)};
+    marker.insert(marker.end(), app1.begin(), app1.end());
+    jpeg.insert(jpeg.begin() + 2, marker.begin(), marker.end());
+    return jpeg;
+}
+
 // A bilevel pattern, rows packed MSB first, 1 = black.
 Bytes Checker(uint32_t w, uint32_t h) {
     const size_t stride = (w + 7) / 8;
@@ -131,6 +157,24 @@ TEST(ImageImport, JpegColourSpacesAndResolutionFallbacks) {
     ASSERT_NE(nullptr, noDpi);
     EXPECT_EQ((std::vector<double>{0, 0, 40, 30}), MediaBox(noDpi, 0));
     PDDocClose(noDpi);
+
+    // The resolution in Exif alone, in either byte order and unit; a JFIF
+    // density goes first.
+    struct ExifCase {
+        int jfifUnit;
+        bool little;
+        uint32_t x, y;
+        uint16_t unit;
+        double w, h;
+    };
+    for (const ExifCase& c : {ExifCase{0, true, 144, 288, 2, 20, 7.5}, ExifCase{0, false, 100, 100, 3, 40 * 72 / 254.0, 30 * 72 / 254.0},
+                               ExifCase{1, true, 144, 144, 2, 40, 30}, ExifCase{0, false, 144, 144, 7, 40, 30}}) {
+        PDDoc exif = images::ImportJpeg(WithExif(MakeJpeg(40, 30, 3, c.jfifUnit, 72), c.little, c.x, c.y, c.unit));
+        ASSERT_NE(nullptr, exif);
+        EXPECT_NEAR(MediaBox(exif, 0)[2], c.w, 0.001) << c.x << " " << c.unit;
+        EXPECT_NEAR(MediaBox(exif, 0)[3], c.h, 0.001) << c.y << " " << c.unit;
+        PDDocClose(exif);
+    }
 
     PDDoc cmyk = images::ImportJpeg(MakeJpeg(16, 16, 4, 1, 72, true));
     ASSERT_NE(nullptr, cmyk);
