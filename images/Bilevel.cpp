@@ -50,6 +50,65 @@ InkBitmap DownsampleInk(const InkBitmap& src, int dstWidth, int dstHeight, const
     return out;
 }
 
+bool LooksHalftoned(const InkBitmap& ink) {
+    constexpr int kTile = 32, kReach = 12, kSpan = kTile + 2 * kReach, kMaxTiles = 48;
+    if (ink.width < kSpan || ink.height < kSpan) return false;
+    // Tile positions on a grid over the image, at most kMaxTiles of them
+    // tried in mid-tones.
+    const int across = std::max(1, (ink.width - kSpan) / kSpan + 1), down = std::max(1, (ink.height - kSpan) / kSpan + 1);
+    const int step = std::max(1, across * down / (kMaxTiles * 4));
+    int midTiles = 0, periodic = 0, tried = 0;
+    std::vector<uint8_t> region(size_t(kSpan) * kSpan);
+    std::vector<double> corr(size_t(2 * kReach + 1) * (2 * kReach + 1));
+    for (int t = 0; t < across * down && midTiles < kMaxTiles && tried < kMaxTiles * 8; t += step, ++tried) {
+        const int x0 = (t % across) * kSpan, y0 = (t / across) * kSpan;
+        for (int y = 0; y < kSpan; ++y)
+            for (int x = 0; x < kSpan; ++x) region[size_t(y) * kSpan + size_t(x)] = ink.Get(x0 + x, y0 + y);
+        int count = 0;
+        for (int y = kReach; y < kReach + kTile; ++y)
+            for (int x = kReach; x < kReach + kTile; ++x) count += region[size_t(y) * kSpan + size_t(x)];
+        const double m = double(count) / (kTile * kTile);
+        if (m < 0.15 || m > 0.85) continue;
+        ++midTiles;
+        for (int dy = -kReach; dy <= kReach; ++dy)
+            for (int dx = -kReach; dx <= kReach; ++dx) {
+                int both = 0;
+                for (int y = kReach; y < kReach + kTile; ++y) {
+                    const uint8_t* a = region.data() + size_t(y) * kSpan;
+                    const uint8_t* b = region.data() + size_t(y + dy) * kSpan + dx;
+                    for (int x = kReach; x < kReach + kTile; ++x) both += a[x] & b[x];
+                }
+                corr[size_t(dy + kReach) * (2 * kReach + 1) + size_t(dx + kReach)] =
+                    (double(both) / (kTile * kTile) - m * m) / (m - m * m);
+            }
+        // A local maximum away from the origin.
+        bool found = false;
+        for (int dy = -kReach + 1; dy < kReach && !found; ++dy)
+            for (int dx = -kReach + 1; dx < kReach && !found; ++dx) {
+                if (std::max(std::abs(dx), std::abs(dy)) < 2) continue;
+                const double c = corr[size_t(dy + kReach) * (2 * kReach + 1) + size_t(dx + kReach)];
+                if (c < 0.5) continue;
+                bool peak = true;
+                for (int ny = -1; ny <= 1 && peak; ++ny)
+                    for (int nx = -1; nx <= 1 && peak; ++nx)
+                        if ((nx || ny) && corr[size_t(dy + ny + kReach) * (2 * kReach + 1) + size_t(dx + nx + kReach)] > c)
+                            peak = false;
+                // A screen comes back: on the way from the origin the
+                // correlation dips well below the peak.  A line or a long
+                // stroke resembles itself all along, with no dip.
+                const int n = std::max(std::abs(dx), std::abs(dy));
+                double dip = c;
+                for (int k = 1; k < n && peak; ++k) {
+                    const int ix = int(std::lround(double(dx) * k / n)), iy = int(std::lround(double(dy) * k / n));
+                    dip = std::min(dip, corr[size_t(iy + kReach) * (2 * kReach + 1) + size_t(ix + kReach)]);
+                }
+                found = peak && dip <= c - 0.3;
+            }
+        periodic += found;
+    }
+    return midTiles >= 4 && periodic * 2 >= midTiles;
+}
+
 int SpeckSizeFor(double ppi) {
     if (!(ppi > 0)) ppi = 300;
     const double scaled = 3.0 * (ppi / 300.0) * (ppi / 300.0);

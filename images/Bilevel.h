@@ -48,6 +48,21 @@ size_t Despeckle(InkBitmap& bitmap, int maxPixels);
 // is 3 pixels at 300 ppi, 12 at 600, a single pixel at 200 ppi or less.
 int SpeckSizeFor(double ppi);
 
+// True when the ink forms a regular screen (a halftone or an ordered
+// dither), the kind of bilevel image that descreening turns back into the
+// grays it stands for; false for text, line art and noise.  Tiles of
+// 32 x 32 pixels in mid-tones (15 % to 85 % ink) are sampled across the
+// image; in each, the normalised autocorrelation of the ink is computed for
+// shifts up to 12 pixels, and the tile is periodic when it has a local
+// maximum of at least 0.5 at a shift of 2 pixels or more, with the
+// correlation dipping at least 0.3 below it on the way from the origin (a
+// screen comes back to itself there; strokes of text only resemble
+// themselves at short shifts, and a rule or a staff line resembles itself
+// all along, without a dip).  The image is a
+// halftone when it has at least 4 mid-tone tiles and at least half of them
+// are periodic.
+bool LooksHalftoned(const InkBitmap& ink);
+
 // Turns 1-bit samples (rows packed as PDF packs them, 0 and 1 becoming 0
 // and 255) into an 8-bit gray raster of dstWidth x dstHeight: a 3 x 3 blur,
 // then the triangle filter, which together average a halftone screen into

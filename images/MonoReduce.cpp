@@ -162,7 +162,14 @@ ReductionResult ReduceMonoImage(CosObj image, double ppiX, double ppiY, const Mo
 
     EncodedImage enc;
     int bits = 1;
+    bool halftone = false;
     if (p.descreen && downsampling && !mask && !keyed && grayFamily) {
+        // Only a screen becomes gray: text and line art stay bilevel.
+        InkBitmap probe{int(w), int(h), rows};
+        ToInk(probe.rows, probe.width, probe.height, inkValue == 0);
+        halftone = LooksHalftoned(probe);
+    }
+    if (halftone) {
         // A halftone becomes the gray it stands for; the samples keep their
         // scale (0 and 1 become 0 and 255), so Decode means the same.
         Raster g = DescreenToGray(rows, int(w), int(h), newW, newH);

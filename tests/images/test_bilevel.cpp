@@ -2,6 +2,8 @@
 // and CCITT encoding read back through the CCITTFaxDecode filter.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -37,6 +39,49 @@ TEST(InkThreshold, FollowsTheRatioWithinItsBounds) {
     EXPECT_DOUBLE_EQ(InkThreshold(4.0), 0.125);
     EXPECT_DOUBLE_EQ(InkThreshold(10.0), 0.125);
     EXPECT_NEAR(InkThreshold(1.5), 1.0 / 3.0, 1e-12);
+}
+
+// Screens and dithers are halftones; text, noise, rules and blank pages are not.
+TEST(LooksHalftoned, TellsScreensFromTextAndNoise) {
+    const int w = 400, h = 400;
+    // A smooth "photograph": gray levels from 0.2 to 0.8 over the page.
+    auto tone = [&](int x, int y) { return 0.2 + 0.6 * (0.5 + 0.5 * std::sin(x / 70.0) * std::cos(y / 90.0)); };
+    static const int bayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
+    InkBitmap dither = Blank(w, h), clustered = Blank(w, h), text = Blank(w, h), noise = Blank(w, h),
+              staff = Blank(w, h);
+    std::mt19937 rng(9);
+    auto next = [&] { return uint32_t(rng()); };
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            if (tone(x, y) * 16 > bayer[y % 4][x % 4] + 0.5) Set(dither, x, y);
+            // A clustered-dot screen at 45 degrees, 8 pixels apart, with
+            // scanner noise at its edges.
+            const double u = (x + y) * 0.7071 / 8, v = (x - y) * 0.7071 / 8;
+            const double d = std::hypot(u - std::floor(u) - 0.5, v - std::floor(v) - 0.5);
+            if (d < std::sqrt(tone(x, y) / 3.14159) + (next() % 5 == 0 ? 0.05 : 0)) Set(clustered, x, y);
+            if (next() % 2) Set(noise, x, y);
+            // Staff lines 7 pixels thick, 25 apart, and a bar line now and then.
+            if (y % 25 < 7 || x % 97 < 5) Set(staff, x, y);
+        }
+    // Lines of bold letters of random widths and shapes.
+    for (int base = 30; base + 10 < h; base += 26)
+        for (int x = 5; x + 20 < w;) {
+            const int lw = 8 + int(next() % 8), lh = 14 + int(next() % 5), kind = int(next() % 4);
+            for (int yy = base - lh; yy < base; ++yy)
+                for (int xx = x; xx < x + lw; ++xx) {
+                    const bool stem = xx - x < 3 || (kind == 1 && x + lw - xx <= 3);
+                    const bool bar = (kind >= 2 && (yy - base + lh < 3 || base - yy <= 3)) || (kind == 3 && std::abs(yy - base + lh / 2) < 2);
+                    if (stem || bar) Set(text, xx, yy);
+                }
+            x += lw + 2 + int(next() % 4) + (next() % 7 == 0 ? 10 : 0);
+        }
+    EXPECT_TRUE(LooksHalftoned(dither));
+    EXPECT_TRUE(LooksHalftoned(clustered));
+    EXPECT_FALSE(LooksHalftoned(text));
+    EXPECT_FALSE(LooksHalftoned(noise));
+    EXPECT_FALSE(LooksHalftoned(staff));
+    EXPECT_FALSE(LooksHalftoned(Blank(w, h)));
+    EXPECT_FALSE(LooksHalftoned(Blank(40, 40)));  // smaller than a tile and its reach
 }
 
 // A coverage that lands on the threshold counts as ink: 3 of 25 pixels

@@ -195,25 +195,29 @@ TEST_F(Mono, DespeckleClearsSpecksButNotText) {
 }
 
 TEST_F(Mono, DescreenTurnsADownsampledHalftoneIntoGray) {
-    const int w = 128, h = 64;
-    Bytes screen(16 * size_t(h));
+    const int w = 256, h = 256;
+    Bytes screen(32 * size_t(h));
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
-            if ((x + y) % 2) screen[size_t(y) * 16 + size_t(x) / 8] |= uint8_t(0x80 >> (x % 8));
+            if ((x + y) % 2) screen[size_t(y) * 32 + size_t(x) / 8] |= uint8_t(0x80 >> (x % 8));
     MonoParams p = BoxDownsample(300, 150);
     p.descreen = true;
     CosObj img = Bilevel(w, h, screen);
     ASSERT_EQ(ReduceMonoImage(img, 600, 600, p).outcome, ReductionOutcome::Replaced);
     EXPECT_EQ(Int(img, "BitsPerComponent"), 8);
-    EXPECT_EQ(Int(img, "Width"), 32);
+    EXPECT_EQ(Int(img, "Width"), 64);
     EXPECT_EQ(Parm(img, "Predictor"), 15);
     const Bytes gray = CosStreamDecodedData(img);
-    ASSERT_EQ(gray.size(), 32u * 16);
+    ASSERT_EQ(gray.size(), 64u * 64);
     for (uint8_t v : gray) ASSERT_NEAR(v, 128, 6);
     // Masks stay bilevel: descreening does not apply to them.
     CosObj mask = Mask(w, h, screen, false);
     ASSERT_EQ(ReduceMonoImage(mask, 600, 600, p).outcome, ReductionOutcome::Replaced);
     EXPECT_EQ(Int(mask, "BitsPerComponent"), 1);
+    // Nor to text, which is no screen.
+    CosObj text = Bilevel(96, 48, TextPage(96, 48));
+    ASSERT_EQ(ReduceMonoImage(text, 600, 600, p).outcome, ReductionOutcome::Replaced);
+    EXPECT_EQ(Int(text, "BitsPerComponent"), 1);
 }
 
 TEST_F(Mono, CCITTSourcesWithMissingOrWrongRows) {
