@@ -13,6 +13,7 @@
 #include "content/ResourceUse.h"
 #include "content/TextTracking.h"
 #include "pdfcore/CosDoc.h"
+#include "fuzz/FuzzInit.h"
 
 namespace {
 
@@ -30,13 +31,7 @@ std::span<const uint8_t> Bytes(const std::string& s) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static bool started = [] {
-        VellumDataRec rec;
-        VellumInit(&rec);
-        CosCoreInit();
-        return true;
-    }();
-    (void)started;
+    StartCoreOnce();
     std::span<const uint8_t> in(data, size);
 
     ContentHandler rewrite;

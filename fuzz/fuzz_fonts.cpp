@@ -25,6 +25,7 @@
 #include "fonts/Type1Font.h"
 #include "pdfcore/CosDoc.h"
 #include "pdfcore/PDDoc.h"
+#include "fuzz/FuzzInit.h"
 
 using namespace fonts;
 
@@ -108,13 +109,7 @@ void GlyphUse(std::span<const uint8_t> content) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static bool started = [] {
-        VellumDataRec rec;
-        VellumInit(&rec);
-        CosCoreInit();
-        return true;
-    }();
-    (void)started;
+    StartCoreOnce();
     if (size < 1) return 0;
     uint8_t sel = data[0];
     if (sel >= 0xc0) {

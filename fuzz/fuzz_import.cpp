@@ -12,15 +12,10 @@
 #include "images/ImageImport.h"
 #include "pdfcore/CosDoc.h"
 #include "pdfcore/PDDoc.h"
+#include "fuzz/FuzzInit.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static bool started = [] {
-        VellumDataRec rec;
-        VellumInit(&rec);
-        CosCoreInit();
-        return true;
-    }();
-    (void)started;
+    StartCoreOnce();
     if (size < 1) return 0;
     std::span<const uint8_t> file(data + 1, size - 1);
     try {

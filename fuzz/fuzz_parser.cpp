@@ -5,15 +5,10 @@
 #include "pdfcore/CosDoc.h"
 #include "pdfcore/PDDoc.h"
 #include "base/ASMem.h"
+#include "fuzz/FuzzInit.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static bool started = [] {
-        VellumDataRec rec;
-        VellumInit(&rec);
-        CosCoreInit();
-        return true;
-    }();
-    (void)started;
+    StartCoreOnce();
     PDDoc pd = nullptr;
     try {
         pd = PDDocFromCosDoc(CosDocOpenFromMemory({data, size}, ""));

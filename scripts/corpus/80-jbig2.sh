@@ -51,34 +51,17 @@ settings true > "$work/lossless.tmc"
 settings false > "$work/lossy.tmc"
 
 # The JBIG2 images of OUT in page order, decoded by jbig2dec with their
-# globals, as DIR/N.pbm (N = 1, 2, ...).
+# globals, as DIR/N.pbm (N = 1, 2, ...); prints how many there are.
 decode_jbig2() {  # OUT DIR
-  qpdf --qdf --object-streams=disable --stream-data=preserve "$1" "$2/q.pdf" > /dev/null 2>&1
-  python3 - "$2" << 'PY'
-import re, subprocess, sys
-d = sys.argv[1]
-data = open(d + '/q.pdf', 'rb').read()
-streams = {}
-for m in re.finditer(rb'\n(\d+) 0 obj\s*<<(.*?)>>\s*stream\n', data, re.S):
-    dic = m.group(2)
-    ln = re.search(rb'/Length (\d+)( 0 R)?', dic)
-    n = int(re.search(rb'\n%s 0 obj\s*(\d+)' % ln.group(1), data).group(1)) if ln.group(2) else int(ln.group(1))
-    streams[int(m.group(1))] = (dic, data[m.end():m.end() + n])
-k = 0
-for num in sorted(streams):  # qpdf --qdf numbers objects in page order
-    dic, body = streams[num]
-    if b'/JBIG2Decode' not in dic:
-        continue
-    k += 1
-    open('%s/%d.jb2' % (d, k), 'wb').write(body)
-    args = ['jbig2dec', '-q', '-e', '-t', 'pbm', '-o', '%s/%d.pbm' % (d, k)]
-    g = re.search(rb'/JBIG2Globals (\d+) 0 R', dic)
-    if g:
-        open('%s/%d.glob' % (d, k), 'wb').write(streams[int(g.group(1))][1])
-        args.append('%s/%d.glob' % (d, k))
-    subprocess.run(args + ['%s/%d.jb2' % (d, k)], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-print(k)
-PY
+  local k=0 obj w h globals
+  while read -r obj w h; do
+    [ -n "$obj" ] || continue
+    k=$((k + 1))
+    globals=""
+    [ -f "$2/$obj.glob" ] && globals="$2/$obj.glob"
+    jbig2dec -q -e -t pbm -o "$2/$k.pbm" $globals "$2/$obj.jb2" > /dev/null 2>&1
+  done < <(jbig2_streams "$1" "$2")
+  echo "$k"
 }
 
 # compare_bits A.pbm B.pbm: "same", or "DIFF N BLOB" (differing pixels, and

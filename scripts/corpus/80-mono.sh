@@ -39,41 +39,6 @@ declare -A known_below=(
 )
 
 
-# The JBIG2 images of a PDF: writes OBJ W H lines and their raw streams
-# as $2/OBJ.jb2 (through qpdf's uncompressed, object-stream-free form),
-# with their JBIG2Globals streams as $2/OBJ.glob.
-jbig2_streams() {
-  qpdf --qdf --object-streams=disable --stream-data=preserve ${password:+--password="$password"} \
-    "$1" "$2/q.pdf" > /dev/null 2>&1
-  python3 - "$2" << 'PY'
-import re, sys
-d = sys.argv[1]
-data = open(d + '/q.pdf', 'rb').read()
-streams = {}
-for m in re.finditer(rb'\n(\d+) 0 obj\s*<<(.*?)>>\s*stream\n', data, re.S):
-    dic = m.group(2)
-    ln = re.search(rb'/Length (\d+)( 0 R)?', dic)
-    if not ln:
-        continue
-    if ln.group(2):
-        n = int(re.search(rb'\n%s 0 obj\s*(\d+)' % ln.group(1), data).group(1))
-    else:
-        n = int(ln.group(1))
-    streams[m.group(1)] = (dic, data[m.end():m.end() + n])
-for num, (dic, body) in streams.items():
-    if b'/JBIG2Decode' not in dic:
-        continue
-    w = re.search(rb'/Width (\d+)', dic).group(1).decode()
-    h = re.search(rb'/Height (\d+)', dic).group(1).decode()
-    obj = num.decode()
-    open('%s/%s.jb2' % (d, obj), 'wb').write(body)
-    g = re.search(rb'/JBIG2Globals (\d+) 0 R', dic)
-    if g and g.group(1) in streams:
-        open('%s/%s.glob' % (d, obj), 'wb').write(streams[g.group(1)][1])
-    print(obj, w, h)
-PY
-}
-
 # P4 header size of a PBM: "W H".
 pbm_size() {
   python3 - "$1" << 'PY'

@@ -10,6 +10,7 @@
 #include "filters/Filters.h"
 #include "jbig2/MQEncoder.h"
 #include "jbig2/Segments.h"
+#include "tests/jbig2/Jbig2TestUtil.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -61,22 +62,8 @@ Pixels Random(uint32_t w, uint32_t h, int percent, uint32_t seed, size_t extraSt
     return p;
 }
 
-// Decodes an embedded JBIG2 stream with the JBIG2Decode filter (which
-// gives PDF samples: 0 for black) and compares with the bitmap.
-void ExpectDecodesTo(const Bytes& stream, const Pixels& p, const Bytes& globals = {}) {
-    filters::FilterChain chain{{"JBIG2Decode", {}}};
-    chain[0].params.jbig2Globals = globals;
-    filters::DecodeOptions o;
-    o.strict = true;
-    filters::DecodeResult r = filters::DecodeChain(stream, chain, o);
-    ASSERT_EQ(r.status, filters::DecodeStatus::Ok) << r.message;
-    const size_t rowBytes = (p.width + 7) / 8;
-    ASSERT_EQ(r.data.size(), rowBytes * p.height);
-    for (uint32_t y = 0; y < p.height; ++y)
-        for (uint32_t x = 0; x < p.width; ++x) {
-            const bool black = !((r.data[y * rowBytes + x / 8] >> (7 - x % 8)) & 1);
-            ASSERT_EQ(black, p.Get(x, y)) << "pixel " << x << "," << y << " of " << p.width << "x" << p.height;
-        }
+void ExpectDecodesTo(const Bytes& stream, const Pixels& p) {
+    jbig2test::ExpectDecodesTo(stream, p.width, p.height, p.stride, p.rows);
 }
 
 TEST(GenericPage, RandomBitmapsOfAwkwardShapesRoundTrip) {

@@ -14,6 +14,7 @@
 #include "jbig2/Segments.h"
 #include "jbig2/ShapeMatch.h"
 #include "jbig2/SymbolPage.h"
+#include "tests/jbig2/Jbig2TestUtil.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -76,20 +77,7 @@ Page TextPage(uint32_t w, uint32_t h, uint32_t seed, uint32_t font = 1) {
 }
 
 void ExpectDecodesTo(const Bytes& stream, const Page& p, const Bytes& globals = {}) {
-    filters::FilterChain chain{{"JBIG2Decode", {}}};
-    chain[0].params.jbig2Globals = globals;
-    filters::DecodeOptions o;
-    o.strict = true;
-    filters::DecodeResult r = filters::DecodeChain(stream, chain, o);
-    ASSERT_EQ(r.status, filters::DecodeStatus::Ok) << r.message;
-    ASSERT_EQ(r.data.size(), p.rows.size());
-    const size_t stride = p.Stride();
-    for (uint32_t y = 0; y < p.height; ++y)
-        for (uint32_t x = 0; x < p.width; ++x) {
-            const bool black = !((r.data[y * stride + x / 8] >> (7 - x % 8)) & 1);
-            const bool want = (p.rows[y * stride + x / 8] >> (7 - x % 8)) & 1;
-            ASSERT_EQ(black, want) << "pixel " << x << "," << y << " of " << p.width << "x" << p.height;
-        }
+    jbig2test::ExpectDecodesTo(stream, p.width, p.height, p.Stride(), p.rows, globals);
 }
 
 TEST(Components, LabelsTouchingNestedAndDiagonalShapes) {
