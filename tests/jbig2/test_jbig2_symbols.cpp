@@ -218,6 +218,11 @@ TEST(SymbolPage, DegeneratePagesComeOutExact) {
         SCOPED_TRACE(testing::Message() << p.width << "x" << p.height);
         ExpectDecodesTo(jbig2::EncodePage(p.View()), p);
     }
+    // The dotted line as symbols: one shape, so a symbol number takes no bits.
+    std::optional<jbig2::PagePlan> dots = jbig2::PlanPage(line.View());
+    ASSERT_TRUE(dots);
+    ASSERT_EQ(dots->shapes.size(), 1u);
+    ExpectDecodesTo(jbig2::EncodePlannedPage(*dots), line);
     // Noise has more runs than the limit: planning gives up at once.
     EXPECT_FALSE(jbig2::FindComponents(noise.View(), 1000));
 }
