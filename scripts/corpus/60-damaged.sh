@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Damaged copies of every corpus file: cut at 40% and 95% of its length, and
-# with 64 bytes overwritten at a fixed pseudo-random spread.  trimora must
+# with 64 bytes overwritten at a fixed pseudo-random spread ($DAMAGED_KINDS,
+# default "cut40 cut95 bytes", picks among them).  trimora must
 # end every run in time, with exit status 0 and either a summary or an
 # "Error during processing" line, never a crash; an output it writes must
 # pass `qpdf --check` without errors, unless qpdf finds errors in the
@@ -36,7 +37,7 @@ for pdf in "$corpus"/*.pdf; do
   name="$(basename "$pdf" .pdf)"
   # Encrypted files need their password; damage there tests the same paths.
   grep -q "^$name.pdf.*encrypted" "$corpus/MANIFEST.tsv" 2> /dev/null && continue
-  for kind in cut40 cut95 bytes; do
+  for kind in ${DAMAGED_KINDS:-cut40 cut95 bytes}; do
     in="$work/$name-$kind.pdf"
     out="$work/$name-$kind-out.pdf"
     make_variant "$pdf" "$in" "$kind"
