@@ -12,7 +12,8 @@
 namespace jbig2 {
 namespace {
 
-// The pixels of `bm` in the rectangle, rows of (w + 7) / 8 bytes.
+// The pixels of `rows` (`stride` bytes apart) in the rectangle, rows of
+// (w + 7) / 8 bytes.
 std::vector<uint8_t> Crop(const std::vector<uint8_t>& rows, size_t stride, uint32_t x, uint32_t y, uint32_t w,
                           uint32_t h) {
     const size_t out = (size_t(w) + 7) / 8;
@@ -136,8 +137,8 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
         }
         const Symbol& drawn = plan.shapes[shape];
         plan.placements.push_back({shape, uint32_t(int64_t(c.x) - ox), uint32_t(int64_t(c.y) - oy), drawn.w, drawn.h});
-        for (size_t r = c.firstRun; r < c.firstRun + c.runCount; ++r) {
-            const Run& run = set.runs[r];
+        for (size_t k = c.firstRun; k < c.firstRun + c.runCount; ++k) {
+            const Run& run = set.runs[k];
             uint8_t* row = plan.residue.data() + size_t(run.y) * rowBytes;
             for (uint32_t x = run.x0; x < run.x1; ++x) row[x >> 3] &= uint8_t(~(0x80 >> (x & 7)));
         }
