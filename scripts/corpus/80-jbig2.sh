@@ -156,8 +156,8 @@ check_scan() {  # FILE SCAN TENTHS: the checks above on a two-page scan document
   fi
 }
 
-for spec in r-intro.pdf:3 groff-man-bash.pdf:10 libreoffice-gs-use.pdf:5; do
-  file="${spec%%:*}"; first="${spec##*:}"
+for pick in r-intro.pdf:3 groff-man-bash.pdf:10 libreoffice-gs-use.pdf:5; do
+  file="${pick%%:*}"; first="${pick##*:}"
   in="$corpus/$file"
   [ -f "$in" ] || continue
   rm -rf "$work/s"; mkdir -p "$work/s"
