@@ -43,9 +43,10 @@ std::vector<uint8_t> CodeAndCheck(std::span<const uint8_t> rows, int width, int 
     uint32_t first, second;
     std::vector<uint8_t> out = coder.Add(page, first);
     coder.Add(page, second);
+    std::optional<jbig2::DocumentCoder::Shared> shared = coder.Share();
     if (lossy) return out;
     CheckDecodes(out, {}, rows, width, height);
-    if (std::optional<jbig2::DocumentCoder::Shared> shared = coder.Share())
+    if (shared)
         for (const auto& [ticket, bytes] : shared->pages) CheckDecodes(bytes, shared->globals, rows, width, height);
     return out;
 }
