@@ -263,7 +263,7 @@ void NamedDests(Cleanup& c) {
 }
 
 // True for an action that opens an embedded file: a go-to into an
-// embedded document, or a launch of a file specification that embeds it.
+// embedded document, or a launch whose file dictionary embeds the file.
 bool OpensEmbeddedFile(CosObj action) {
     if (!IsDict(action)) return false;
     const ASAtom s = CosDictGetName(action, K("S"));
