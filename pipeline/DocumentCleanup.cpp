@@ -271,64 +271,51 @@ bool OpensEmbeddedFile(CosObj action) {
     return s == K("Launch") && IsDict(CosDictGet(action, K("F"))) && Present(CosDictGet(action, K("F")), K_EF);
 }
 
-// Removes from the action in `holder`'s `key` (and from the actions it
-// chains with Next) those that open an embedded file; returns how many.
-int PruneEmbeddedFileActions(CosObj holder, ASAtom key, int depth = 0) {
-    CosObj value = CosDictGet(holder, key);
-    if (OpensEmbeddedFile(value)) {
-        CosDictRemove(holder, key);
-        return 1;
-    }
-    if (!IsDict(value) || depth > 32) return 0;
-    CosObj next = CosDictGet(value, K("Next"));
-    if (CosObjGetType(next) != kCosArray) return PruneEmbeddedFileActions(value, K("Next"), depth + 1);
-    int removed = 0;
-    for (ASInt32 i = CosArrayLength(next) - 1; i >= 0; --i)
-        if (OpensEmbeddedFile(CosArrayGet(next, i))) {
-            CosArrayRemoveAt(next, i);
-            ++removed;
-        }
-    return removed;
-}
-
-// Every entry of an additional-actions dictionary.
-int PruneAdditionalActions(CosObj holder) {
-    CosObj aa = CosDictGet(holder, K("AA"));
-    if (!IsDict(aa)) return 0;
-    int removed = 0;
-    for (ASInt32 i = CosDictCount(aa) - 1; i >= 0; --i) removed += PruneEmbeddedFileActions(aa, CosDictKeyAt(aa, i));
-    return removed;
-}
-
-// Actions that would open an embedded file once the files are gone: the
-// document's, the outline's and the annotations'.  A link left with no
-// action and no destination goes too.
+// Actions that would open an embedded file once the files are gone,
+// wherever they stand: an entry (A, OpenAction, Next, an additional-actions
+// entry) that holds one goes, and so does one in a Next array.  A link left
+// with no action and no destination goes too.  Returns how many went.
 int RemoveEmbeddedFileActions(Cleanup& c) {
-    int removed = PruneEmbeddedFileActions(c.catalog, K("OpenAction")) + PruneAdditionalActions(c.catalog);
-    CosObj outlines = c.CatalogDict(K("Outlines"), false);
-    std::set<CosObj> seen;
-    std::vector<CosObj> items;
-    if (IsDict(outlines)) items.push_back(CosDictGet(outlines, K("First")));
-    while (!items.empty() && seen.size() < 1000000) {
-        CosObj item = items.back();
-        items.pop_back();
-        if (!IsDict(item) || !seen.insert(item).second) continue;
-        removed += PruneEmbeddedFileActions(item, K("A"));
-        items.push_back(CosDictGet(item, K("Next")));
-        items.push_back(CosDictGet(item, K("First")));
+    // Found first and removed afterwards, innermost first: removing an
+    // entry destroys the direct dictionaries under it, which the list of
+    // dictionaries holds too.
+    struct Removal {
+        CosObj container;  // a dictionary (key) or a Next array (index)
+        ASAtom key;
+        ASInt32 index;
+    };
+    std::vector<Removal> found;
+    std::unordered_set<CosObj> emptied;  // annotations whose action goes
+    auto look = [&](CosObj holder, ASAtom key) {
+        CosObj value = CosDictGet(holder, key);
+        if (OpensEmbeddedFile(value)) {
+            found.push_back({holder, key, -1});
+            if (key == K("A")) emptied.insert(holder);
+        } else if (key == K("Next") && CosObjGetType(value) == kCosArray) {
+            for (ASInt32 i = 0; i < CosArrayLength(value); ++i)
+                if (OpensEmbeddedFile(CosArrayGet(value, i))) found.push_back({value, ASAtomNull, i});
+        }
+    };
+    for (CosObj d : c.AllDictionaries()) {
+        for (ASAtom key : {K("A"), K("OpenAction"), K("Next")}) look(d, key);
+        CosObj aa = CosDictGet(d, K("AA"));
+        if (IsDict(aa))
+            for (ASInt32 i = 0; i < CosDictCount(aa); ++i) look(aa, CosDictKeyAt(aa, i));
     }
+    for (auto it = found.rbegin(); it != found.rend(); ++it) {
+        if (it->index >= 0)
+            CosArrayRemoveAt(it->container, it->index);
+        else
+            CosDictRemove(it->container, it->key);
+    }
+    const int removed = int(found.size());
+    if (emptied.empty()) return removed;
     for (ASInt32 p = 0; p < PDDocGetNumPages(c.ctx.doc); ++p) {
-        CosObj page = PDDocGetPageObj(c.ctx.doc, p);
-        removed += PruneAdditionalActions(page);
-        CosObj annots = CosDictGet(page, K("Annots"));
+        CosObj annots = CosDictGet(PDDocGetPageObj(c.ctx.doc, p), K("Annots"));
         if (CosObjGetType(annots) != kCosArray) continue;
         for (ASInt32 i = CosArrayLength(annots) - 1; i >= 0; --i) {
             CosObj annot = CosArrayGet(annots, i);
-            if (!IsDict(annot)) continue;
-            const int here = PruneEmbeddedFileActions(annot, K("A")) + PruneAdditionalActions(annot);
-            removed += here;
-            if (here > 0 && CosDictGetName(annot, K("Subtype")) == K("Link") && !Present(annot, K("A")) &&
-                !Present(annot, K("Dest")))
+            if (emptied.count(annot) && CosDictGetName(annot, K("Subtype")) == K("Link") && !Present(annot, K("Dest")))
                 CosArrayRemoveAt(annots, i);
         }
     }
