@@ -22,10 +22,7 @@ std::vector<uint8_t> DocumentCoder::Add(const Bitmap& page, uint32_t& ticket) {
     std::vector<uint8_t> best = symbols.size() < generic.size() ? std::move(symbols) : std::move(generic);
     rec.alone = best.size();
     for (Symbol& s : plan->shapes) {
-        std::string key(reinterpret_cast<const char*>(&s.w), sizeof s.w);
-        key.append(reinterpret_cast<const char*>(&s.h), sizeof s.h);
-        key.append(s.bits.begin(), s.bits.end());
-        auto [it, added] = index_.try_emplace(std::move(key), uint32_t(shapes_.size()));
+        auto [it, added] = index_.try_emplace(ShapeKey(s.w, s.h, s.bits), uint32_t(shapes_.size()));
         if (added) shapes_.push_back(std::move(s));
         rec.shapes.push_back(it->second);
     }

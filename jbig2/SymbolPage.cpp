@@ -53,10 +53,7 @@ std::optional<PagePlan> PlanPage(const Bitmap& page, const SymbolOptions& option
         const Component& c = set.components[i];
         if (c.w > options.maxSide || c.h > options.maxSide) continue;
         std::vector<uint8_t> b = set.Bits(c);
-        std::string key(reinterpret_cast<const char*>(&c.w), sizeof c.w);
-        key.append(reinterpret_cast<const char*>(&c.h), sizeof c.h);
-        key.append(b.begin(), b.end());
-        auto [it, added] = classOf.try_emplace(std::move(key), uint32_t(members.size()));
+        auto [it, added] = classOf.try_emplace(ShapeKey(c.w, c.h, b), uint32_t(members.size()));
         if (added) {
             members.push_back(0);
             bits.push_back(std::move(b));

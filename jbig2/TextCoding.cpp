@@ -58,6 +58,13 @@ void SymbolIdCoder::Encode(MQEncoder& mq, uint32_t id) {
     }
 }
 
+std::string ShapeKey(uint32_t w, uint32_t h, const std::vector<uint8_t>& bits) {
+    std::string key(reinterpret_cast<const char*>(&w), sizeof w);
+    key.append(reinterpret_cast<const char*>(&h), sizeof h);
+    key.append(bits.begin(), bits.end());
+    return key;
+}
+
 int SymbolCodeLength(uint32_t symbols) {
     int bits = 0;
     while (bits < 32 && (uint64_t(1) << bits) < symbols) ++bits;

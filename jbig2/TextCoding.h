@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "jbig2/MQEncoder.h"
@@ -44,6 +45,9 @@ struct Symbol {
     uint32_t w = 0, h = 0;
     std::vector<uint8_t> bits;  // rows of (w + 7) / 8 bytes, 1 = black
 };
+
+// A key equal for two shapes exactly when they are pixel for pixel equal.
+std::string ShapeKey(uint32_t w, uint32_t h, const std::vector<uint8_t>& bits);
 
 // The data of a symbol dictionary segment that defines and exports
 // `symbols`, coded with template 0 and no refinement.  Symbols are sorted

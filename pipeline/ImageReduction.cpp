@@ -1,5 +1,6 @@
 #include "pipeline/ImageReduction.h"
 
+#include <algorithm>
 #include <exception>
 #include <optional>
 #include <string>
@@ -29,6 +30,12 @@ images::ImageCompression CompressionFor(ASAtom filter) {
     return images::ImageCompression::Other;
 }
 
+jbig2::SymbolOptions SymbolOptionsFor(const ImageClassParams& mono) {
+    jbig2::SymbolOptions o;
+    o.lossy = !mono.jbig2Lossless;
+    return o;
+}
+
 const char* ClassName(images::ImageClass c) {
     switch (c) {
     case images::ImageClass::Color: return "colour";
@@ -54,11 +61,9 @@ public:
         images::MonoParams mono = MonoParamsFor(ctx.prefs.Image());
         // JBIG2 pages are symbol coded one by one; the shapes they share
         // move to one dictionary once all are done.
-        jbig2::SymbolOptions symbolOptions;
-        symbolOptions.lossy = !ctx.prefs.Image().mono.jbig2Lossless;
-        jbig2::DocumentCoder coder(symbolOptions);
+        jbig2::DocumentCoder coder(SymbolOptionsFor(ctx.prefs.Image().mono));
         uint32_t ticket = UINT32_MAX;
-        std::vector<std::pair<uint32_t, CosObj>> coded;
+        std::vector<CosObj> coded;  // by ticket: the image its page went into, or null
         mono.jbig2 = [&](std::span<const uint8_t> rows, int width, int height) {
             const size_t stride = (size_t(width) + 7) / 8;
             return coder.Add({uint32_t(width), uint32_t(height), stride, rows}, ticket);
@@ -80,8 +85,9 @@ public:
                 const bool replaced = ReduceOne(f, mono, ctx);
                 if (replaced) ctx.stats.Increment("Images_Processed");
                 if (ticket != UINT32_MAX) {
+                    coded.resize(ticket + 1, CosNewNull());
                     if (replaced && CosDictGetName(f.image, ASAtomFromString("Filter")) == ASAtomFromString("JBIG2Decode"))
-                        coded.emplace_back(ticket, f.image);
+                        coded[ticket] = f.image;
                     else
                         coder.Drop(ticket);
                 }
@@ -89,13 +95,13 @@ public:
             ++done;
             sink.Completed(kPageShare + (1.0 - kPageShare) * double(done) / double(found.size()));
         }
-        if (coded.size() >= 2) ShareSymbols(coder, coded, ctx);
+        if (std::count_if(coded.begin(), coded.end(), [](CosObj o) { return !CosObjIsNull(o); }) >= 2)
+            ShareSymbols(coder, coded, ctx);
     }
 
 private:
     // One JBIG2Globals stream for the symbols that several images draw.
-    static void ShareSymbols(const jbig2::DocumentCoder& coder, const std::vector<std::pair<uint32_t, CosObj>>& coded,
-                             RunContext& ctx) {
+    static void ShareSymbols(const jbig2::DocumentCoder& coder, const std::vector<CosObj>& coded, RunContext& ctx) {
         std::optional<jbig2::DocumentCoder::Shared> shared;
         try {
             shared = coder.Share();
@@ -108,11 +114,8 @@ private:
         const ASAtom kGlobals = ASAtomFromString("JBIG2Globals");
         CosDoc cos = PDDocGetCosDoc(ctx.doc);
         CosObj globals = CosNewStream(cos, CosNewNull(), shared->globals);
-        size_t k = 0;
         for (const auto& [ticket, bytes] : shared->pages) {
-            while (k < coded.size() && coded[k].first < ticket) ++k;
-            if (k == coded.size() || coded[k].first != ticket) continue;
-            CosObj image = coded[k].second;
+            CosObj image = coded[ticket];  // dropped pages are not shared
             CosObj parms = CosNewDict(cos, false);
             CosDictPut(parms, kGlobals, globals);
             CosDictPut(image, kDecodeParms, parms);
@@ -295,9 +298,7 @@ images::MonoParams MonoParamsFor(const ImageParams& all) {
     p.interpolate = c.interpolate;
     p.despeckle = all.despeckle;
     p.descreen = all.descreenMonochrome;
-    jbig2::SymbolOptions symbols;
-    symbols.lossy = !c.jbig2Lossless;
-    p.jbig2 = [symbols](std::span<const uint8_t> rows, int width, int height) {
+    p.jbig2 = [symbols = SymbolOptionsFor(c)](std::span<const uint8_t> rows, int width, int height) {
         const size_t stride = (size_t(width) + 7) / 8;
         return jbig2::EncodePage({uint32_t(width), uint32_t(height), stride, rows}, symbols);
     };
