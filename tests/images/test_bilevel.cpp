@@ -48,12 +48,17 @@ TEST(LooksHalftoned, TellsScreensFromTextAndNoise) {
     auto tone = [&](int x, int y) { return 0.2 + 0.6 * (0.5 + 0.5 * std::sin(x / 70.0) * std::cos(y / 90.0)); };
     static const int bayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
     InkBitmap dither = Blank(w, h), clustered = Blank(w, h), text = Blank(w, h), noise = Blank(w, h),
-              staff = Blank(w, h);
+              staff = Blank(w, h), patch = Blank(w, h);
     std::mt19937 rng(9);
     auto next = [&] { return uint32_t(rng()); };
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
-            if (tone(x, y) * 16 > bayer[y % 4][x % 4] + 0.5) Set(dither, x, y);
+            if (tone(x, y) * 16 > bayer[y % 4][x % 4] + 0.5) {
+                Set(dither, x, y);
+                // A small dithered patch (two mid-tone tiles) is too little
+                // to call the whole image a halftone.
+                if (x < 100 && y < 60) Set(patch, x, y);
+            }
             // A clustered-dot screen at 45 degrees, 8 pixels apart, with
             // scanner noise at its edges.
             const double u = (x + y) * 0.7071 / 8, v = (x - y) * 0.7071 / 8;
@@ -80,6 +85,7 @@ TEST(LooksHalftoned, TellsScreensFromTextAndNoise) {
     EXPECT_FALSE(LooksHalftoned(text));
     EXPECT_FALSE(LooksHalftoned(noise));
     EXPECT_FALSE(LooksHalftoned(staff));
+    EXPECT_FALSE(LooksHalftoned(patch));
     EXPECT_FALSE(LooksHalftoned(Blank(w, h)));
     EXPECT_FALSE(LooksHalftoned(Blank(40, 40)));  // smaller than a tile and its reach
 }

@@ -32,7 +32,8 @@ Bytes MakeJpeg(int w, int h, int components, int densityUnit, int density, bool 
 }
 
 // `jpeg` with an Exif APP1 marker after its SOI whose first directory
-// gives XResolution x, YResolution y (rationals over 1) and the unit.
+// gives XResolution x, YResolution y (rationals over 1) and the unit
+// (none when 0).
 Bytes WithExif(Bytes jpeg, bool little, uint32_t x, uint32_t y, uint16_t unit) {
     Bytes t;
     auto put = [&](uint32_t v, int bytes) {
@@ -42,10 +43,11 @@ Bytes WithExif(Bytes jpeg, bool little, uint32_t x, uint32_t y, uint16_t unit) {
     t.push_back(little ? 'I' : 'M');
     put(42, 2);
     put(8, 4);   // the first directory
-    put(3, 2);   // three entries
-    put(0x011A, 2), put(5, 2), put(1, 4), put(50, 4);  // XResolution at 50
-    put(0x011B, 2), put(5, 2), put(1, 4), put(58, 4);  // YResolution at 58
-    put(0x0128, 2), put(3, 2), put(1, 4), put(unit, 2), put(0, 2);
+    const uint32_t entries = unit ? 3 : 2, data = 8 + 2 + 12 * entries + 4;
+    put(entries, 2);
+    put(0x011A, 2), put(5, 2), put(1, 4), put(data, 4);      // XResolution
+    put(0x011B, 2), put(5, 2), put(1, 4), put(data + 8, 4);  // YResolution
+    if (unit) put(0x0128, 2), put(3, 2), put(1, 4), put(unit, 2), put(0, 2);
     put(0, 4);   // no next directory
     put(x, 4), put(1, 4), put(y, 4), put(1, 4);
     Bytes app1 = {'E', 'x', 'i', 'f', 0, 0};
@@ -168,7 +170,8 @@ TEST(ImageImport, JpegColourSpacesAndResolutionFallbacks) {
         double w, h;
     };
     for (const ExifCase& c : {ExifCase{0, true, 144, 288, 2, 20, 7.5}, ExifCase{0, false, 100, 100, 3, 40 * 72 / 254.0, 30 * 72 / 254.0},
-                               ExifCase{1, true, 144, 144, 2, 40, 30}, ExifCase{0, false, 144, 144, 7, 40, 30}}) {
+                               ExifCase{1, true, 144, 144, 2, 40, 30}, ExifCase{0, false, 144, 144, 7, 40, 30},
+                               ExifCase{0, true, 144, 144, 0, 20, 15}}) {  // no unit: inches
         PDDoc exif = images::ImportJpeg(WithExif(MakeJpeg(40, 30, 3, c.jfifUnit, 72), c.little, c.x, c.y, c.unit));
         ASSERT_NE(nullptr, exif);
         EXPECT_NEAR(MediaBox(exif, 0)[2], c.w, 0.001) << c.x << " " << c.unit;
